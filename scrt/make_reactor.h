@@ -1,0 +1,30 @@
+#ifndef SCRT_MAKE_REACTOR_H
+#define SCRT_MAKE_REACTOR_H
+
+#include "scrt/key_value.h"
+
+#include <ace/Reactor.h>
+
+/// Creates a reactor that the caller owns and that owns its implementation.
+/// Returns null with `errno` ENOMEM when there is no memory for it. Logs nothing: the caller knows what it asked for.
+using make_reactor_t = ACE_Reactor* (*)();
+
+/// Create a reactor over a new `Impl`, one of `ACE_Priority_Reactor`, `ACE_TP_Reactor`, `ACE_Select_Reactor` and
+/// `ACE_Dev_Poll_Reactor`, with the framework's default settings: a timer queue and, where the kind has them, a
+/// notification pipe of its own, no signal handler, signals masked during dispatch, waiters served first in first out.
+/// An implementation that failed to open (no descriptors left) is returned all the same; the framework logs that.
+/// Deleting the reactor deletes the implementation. Any thread.
+template <typename Impl>
+ACE_Reactor* make_reactor();
+
+/// What the names "priority", "tp", "select" and "dev_poll" stand for, in this order, ended by a null key.
+/// Initialised statically; nobody writes it.
+extern Key_Value_T<make_reactor_t> make_reactor_table[5];
+
+/// The factory for the reactor kind named `type` (exact name, letter case included), or null for an unknown, empty or
+/// null name. The thread-pool kind "tp" is refused, with an error record, for fewer than two `threads`: its threads
+/// take turns, and a lone one would have nobody to hand over to. Other kinds are given out for any count.
+/// Does not touch `errno`. Any thread.
+make_reactor_t get_reactor_factory(const char* type, unsigned threads);
+
+#endif // SCRT_MAKE_REACTOR_H

@@ -1,0 +1,95 @@
+#ifndef SCRT_SNPRINTF_T_H
+#define SCRT_SNPRINTF_T_H
+
+#include "scrt/inline_util.h"
+
+#include <ace/OS_NS_stdlib.h>
+
+#include <cstdarg>
+#include <cstddef>
+
+/// A text formatted as by printf, kept in place while it fits into `N` characters (the terminating NUL included) and
+/// on the heap once it did not. `T` is the character type, char. The object owns its text. One object is not to be
+/// used from two threads at once. Logs nothing.
+template <unsigned N, typename T>
+class snprintf_t
+{
+public:
+  /// An empty text.
+  snprintf_t() : len_(0), ptr_(nullptr), size_(0) { buf_[0] = T(); }
+
+  /// The formatted text; `length()` tells how the formatting went.
+  explicit snprintf_t(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
+  ~snprintf_t() { ACE_OS::free(ptr_); }
+
+  snprintf_t(const snprintf_t&) = delete;
+  snprintf_t& operator=(const snprintf_t&) = delete;
+
+  /// The text, valid until the next formatting or the end of the object. Undefined content after a formatting error.
+  const T* c_str() const { return ptr_ ? ptr_ : buf_; }
+  T* data() { return ptr_ ? ptr_ : buf_; }
+
+  /// The length of the text in characters; negative after a formatting error, 0 when memory ran out.
+  int length() const { return len_; }
+
+  /// Format anew. The arguments must not point into this object's own text. Returns the length of the text, or
+  /// a negative value: with `errno` as the C library set it for a formatting error, with ENOMEM when the text does
+  /// not fit and cannot grow; what fitted is then kept.
+  int set(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
+  /// The same with the address of a `va_list` as `args`, which the caller may use again.
+  int vset(const char* fmt, void* args);
+
+protected:
+  T buf_[N];
+  int len_;
+  T* ptr_;
+  unsigned size_;
+};
+
+template <unsigned N, typename T>
+snprintf_t<N, T>::snprintf_t(const char* fmt, ...) : snprintf_t()
+{
+  va_list args;
+  va_start(args, fmt);
+  (void)vset(fmt, &args); // length() keeps the result
+  va_end(args);
+}
+
+template <unsigned N, typename T>
+int snprintf_t<N, T>::set(const char* fmt, ...)
+{
+  va_list args;
+  va_start(args, fmt);
+  const int rc = vset(fmt, &args);
+  va_end(args);
+
+  return rc;
+}
+
+template <unsigned N, typename T>
+int snprintf_t<N, T>::vset(const char* fmt, void* args)
+{
+  unsigned size = ptr_ ? size_ : N;
+
+  for (;;) {
+    len_ = vformat(data(), size, fmt, args);
+    if (len_ < static_cast<int>(size))
+      return len_;
+
+    // One more than the room is the guess of libraries that cannot tell the length: take a good step then.
+    if (len_ == static_cast<int>(size) + 1)
+      len_ = 2 * len_;
+
+    T* const t = static_cast<T*>(ACE_OS::realloc(ptr_, (static_cast<std::size_t>(len_) + 1) * sizeof(T)));
+    if (!t) {
+      len_ = 0;
+      return -1;
+    }
+    ptr_ = t;
+    size = size_ = static_cast<unsigned>(len_) + 1;
+  }
+}
+
+#endif // SCRT_SNPRINTF_T_H

@@ -1,0 +1,127 @@
+#ifndef STARTER_OPEN_SERVICE_CONFIG_H
+#define STARTER_OPEN_SERVICE_CONFIG_H
+
+#include "scrt/string_sprintf.h"
+#include "starter/starter.h"
+
+#include <ace/ACE.h>
+#include <ace/ARGV.h>
+#include <ace/Dirent.h>
+#include <ace/Get_Opt.h>
+#include <ace/OS_NS_string.h>
+
+#include <set>
+#include <string>
+
+/// Whether the framework can substitute the environment variables that `text` names. It copies a name into a buffer
+/// of ACE_DEFAULT_ARGV_BUFSIZ characters without a look at its length, after it has taken quotes out of the text.
+inline bool is_safe_to_substitute(const char* text)
+{
+  for (const char* p = ACE_OS::strchr(text, '$'); p; p = ACE_OS::strchr(p + 1, '$'))
+    if (ACE_OS::strcspn(p + 1, "$~!#%^&*()-+=|/?,.;:`[]{} \t\n\r") >= ACE_DEFAULT_ARGV_BUFSIZ)
+      return false;
+
+  return true;
+}
+
+/// Add an option letter, as "-x", and its value, neither copied. A value that the framework would not survive is
+/// dropped with its letter, like any malformed option.
+inline void add_option(ACE_ARGV& args, const char* letter, const char* value)
+{
+  if (!is_safe_to_substitute(value))
+    return;
+
+  args.add(letter);
+  args.add(value, true);
+}
+
+/// Add to `svc_cfgs` the path of every regular file with the extension "conf" in the directory `prefix`.
+/// False when `prefix` cannot be opened as a directory.
+inline bool find_service_configs(const char* prefix, std::set<std::string>& svc_cfgs)
+{
+  ACE_Dirent dir;
+  if (dir.open(prefix) != 0)
+    return false;
+
+  while (const ACE_DIRENT* const entry = dir.read()) {
+    if (ACE::isdotdir(entry->d_name) || !is_file_extension(entry->d_name, "conf"))
+      continue;
+
+    std::string path;
+    string_sprintf(path, "%s/%s", prefix, entry->d_name);
+    if (is_regular_file(path.c_str()))
+      svc_cfgs.insert(path);
+  }
+
+  return true;
+}
+
+/// Build the service configurator's argument vector from the command line and hand it to `open_service`, any callable
+/// taking (int, char**) and returning bool; the result is the callable's. The vector lives until the callable returns.
+///
+/// `argv` holds `argc` arguments. With `skip_first_arg` its first one is the program name and leads the new vector;
+/// otherwise "dummy" does, and every argument is parsed. -b, -d, -n, -y and, with their values, -k, -p, -s, -S and -f
+/// are passed on, one letter an argument. Of -f, a directory stands for its regular files with the extension "conf",
+/// in byte-wise order; anything else is passed on as a file. Everything else is dropped, "--" ends the options.
+/// In every text the framework replaces the first $NAME by that environment variable, if it is set.
+/// Main thread, before any other exists. Logs nothing.
+template <typename T>
+bool open_service_config(int argc, char** argv, bool skip_first_arg, T open_service)
+{
+  std::set<std::string> svc_cfgs; // owns the paths that args refers to
+  ACE_ARGV args;
+
+  // The leading '-' asks for the order of the command line once more: without it POSIXLY_CORRECT in the environment
+  // would end the options at the first stray word.
+  ACE_Get_Opt opt(argc, argv, "-bdf:k:nyp:s:S:", skip_first_arg ? 1 : 0, 0, ACE_Get_Opt::RETURN_IN_ORDER, 0);
+  opt.long_option("thread-pool", ACE_Get_Opt::ARG_REQUIRED); // known, so that its value is dropped with it
+
+  if (skip_first_arg && argc > 0 && is_safe_to_substitute(argv[0]))
+    args.add(argv[0], true);
+  else
+    args.add("dummy");
+
+  for (int c; (c = opt()) != -1;)
+    switch (c) {
+    case 'b':
+      args.add("-b");
+      break;
+    case 'd':
+      args.add("-d");
+      break;
+    case 'n':
+      args.add("-n");
+      break;
+    case 'y':
+      args.add("-y");
+      break;
+    case 'k':
+      add_option(args, "-k", opt.opt_arg());
+      break;
+    case 'p':
+      add_option(args, "-p", opt.opt_arg());
+      break;
+    case 's':
+      add_option(args, "-s", opt.opt_arg());
+      break;
+    case 'S':
+      add_option(args, "-S", opt.opt_arg());
+      break;
+    case 'f':
+      if (!find_service_configs(opt.opt_arg(), svc_cfgs)) {
+        add_option(args, "-f", opt.opt_arg());
+        break;
+      }
+      // Kept as it is: the set grows over the whole command line, so a second directory passes the files of the
+      // first one again, in one order with its own; the configurator processes files in the order given.
+      for (const std::string& i : svc_cfgs)
+        add_option(args, "-f", i.c_str());
+      break;
+    default: // "thread-pool", and what is not for the configurator, the program's own options among it
+      break;
+    }
+
+  return open_service(args.argc(), args.argv());
+}
+
+#endif // STARTER_OPEN_SERVICE_CONFIG_H

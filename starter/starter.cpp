@@ -1,0 +1,556 @@
+#include "starter/starter.h"
+
+#include <array> // for std::max and std::swap, instead of <algorithm>, which has the header told of below in it
+
+// Services bind to these at load time: they are part of what the program offers. They stand above every other header
+// because <functional> instantiates std::max for unsigned long, and after that it is too late to specialise it.
+namespace std
+{
+// Of equal values the second one, other than the library's own rule. Kept: only the identity of the result differs.
+template <>
+[[gnu::visibility("default")]] const unsigned long& max<unsigned long>(const unsigned long& l, const unsigned long& r)
+{
+  return r < l ? l : r;
+}
+
+template <>
+[[gnu::visibility("default")]] const long& max<long>(const long& l, const long& r)
+{
+  return r < l ? l : r;
+}
+
+template <>
+[[gnu::visibility("default")]] void swap<unsigned long>(unsigned long& l, unsigned long& r) noexcept
+{
+  const unsigned long t = l;
+  l = r;
+  r = t;
+}
+} // namespace std
+
+#include "scrt/log.h"
+#include "scrt/make_reactor.h"
+#include "scrt/natoi.h"
+#include "starter/open_service_config.h"
+
+#include <ace/ACE.h>
+#include <ace/Get_Opt.h>
+#include <ace/OS_NS_Thread.h>
+#include <ace/OS_NS_string.h>
+#include <ace/OS_NS_sys_stat.h>
+#include <ace/OS_NS_unistd.h>
+#include <ace/Reactor.h>
+#include <ace/Service_Config.h>
+#include <ace/Signal.h>
+#include <ace/Thread_Manager.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <dlfcn.h>
+#include <grp.h>
+#include <pthread.h>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace std
+{
+// The comparator has no state, so there is nothing to exchange.
+template <>
+[[gnu::visibility("default")]] void swap<less<string>>(less<string>&, less<string>&) noexcept
+{
+}
+
+// Use alone leaves none of this in an optimised executable: all of it is inlined.
+template struct less<string>;
+template string::basic_string(const char*, const allocator<char>&);
+template string::~basic_string();
+} // namespace std
+
+void init_stl_symbols()
+{
+  const std::string foo("foo");
+  const std::string bar("bar");
+
+  (void)std::less<std::string>()(foo, bar); // only instantiated, never asked
+}
+
+// ---- The command line
+
+struct Starter_Options
+{
+  const char* type = nullptr;
+  unsigned n = 0;
+  bool background = false;
+  const char* opt_user = nullptr;
+  const char* opt_group = nullptr;
+  std::vector<const char*> opt_groups;
+};
+
+static void set_option(Starter_Options& options, const char* name, char* value)
+{
+  if (ACE_OS::strcmp(name, "threads") == 0)
+    options.n = natoi<unsigned, char*>(value, nullptr, nullptr);
+  else if (ACE_OS::strcmp(name, "reactor") == 0)
+    options.type = value;
+  else if (ACE_OS::strcmp(name, "background") == 0)
+    options.background = true;
+  else if (ACE_OS::strcmp(name, "user") == 0)
+    options.opt_user = value;
+  else if (ACE_OS::strcmp(name, "primary-group") == 0)
+    options.opt_group = value;
+  else
+    options.opt_groups.push_back(value);
+}
+
+// The options that are ours; everything else on the line is somebody else's and passed over without a word.
+static Starter_Options parse_options(int argc, char** argv)
+{
+  // No short options. The '-' asks for the order of the command line once more: without it POSIXLY_CORRECT in the
+  // environment would end the options at the first stray word.
+  ACE_Get_Opt opt(argc, argv, "-", 1, 0, ACE_Get_Opt::RETURN_IN_ORDER, 0);
+  opt.long_option("threads", ACE_Get_Opt::ARG_REQUIRED);
+  opt.long_option("reactor", ACE_Get_Opt::ARG_REQUIRED);
+  opt.long_option("background", ACE_Get_Opt::NO_ARG);
+  opt.long_option("user", ACE_Get_Opt::ARG_REQUIRED);
+  opt.long_option("primary-group", ACE_Get_Opt::ARG_REQUIRED);
+  opt.long_option("group", ACE_Get_Opt::ARG_REQUIRED);
+
+  Starter_Options options;
+  for (int c; (c = opt()) != -1;)
+    if (c == 0)
+      set_option(options, opt.long_option(), opt.opt_arg());
+
+  return options;
+}
+
+// ---- User and groups
+
+ACE_INT64 parse_uid_gid(const char* s)
+{
+  char* end = nullptr;
+  const long long value = std::strtoll(s, &end, 10);
+  if (*end != '\0')
+    return -1;
+  if (value < 0 || value > 4294967295LL)
+    return -1;
+
+  return value;
+}
+
+static char* new_sysconf_buffer(int name, int default_, int item_size, unsigned& res)
+{
+  res = 0;
+  long size = sysconf(name);
+  if (size <= 0)
+    size = default_;
+
+  char* const buffer = new (std::nothrow) char[static_cast<std::size_t>(size) * static_cast<std::size_t>(item_size)];
+  if (!buffer) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+
+  res = static_cast<unsigned>(size);
+  return buffer;
+}
+
+static char* get_uid(const char* user, unsigned& uid, unsigned* gid)
+{
+  uid = static_cast<unsigned>(-1);
+  if (gid)
+    *gid = static_cast<unsigned>(-1);
+
+  const ACE_INT64 v = parse_uid_gid(user);
+  unsigned size;
+  const std::unique_ptr<char[]> buf(new_sysconf_buffer(_SC_GETPW_R_SIZE_MAX, 16384, 1, size));
+  if (!buf) {
+    LOG_FAILED(LM_EMERGENCY, "Unexpected error in %N:%l, buf is NULL:\n%?\n");
+    return nullptr;
+  }
+
+  struct passwd entry;
+  struct passwd* found = nullptr;
+  const int rc = v < 0 ? getpwnam_r(user, &entry, buf.get(), size, &found)
+                       : getpwuid_r(static_cast<uid_t>(v), &entry, buf.get(), size, &found);
+  if (!found) {
+    errno = rc != 0 ? rc : ENOENT;
+    LOG_RECORD(LM_ERROR, "Failed to get %C password entry, errno=%d, %m\n", user, errno);
+    return nullptr;
+  }
+
+  uid = found->pw_uid;
+  if (gid)
+    *gid = found->pw_gid;
+  return ACE::strnew(found->pw_name);
+}
+
+static char* get_gid(const char* group, unsigned& gid)
+{
+  gid = static_cast<unsigned>(-1);
+
+  const ACE_INT64 v = parse_uid_gid(group);
+  unsigned size;
+  const std::unique_ptr<char[]> buf(new_sysconf_buffer(_SC_GETGR_R_SIZE_MAX, 16384, 1, size));
+  if (!buf) {
+    LOG_FAILED(LM_EMERGENCY, "Unexpected error in %N:%l, buf is NULL:\n%?\n");
+    return nullptr;
+  }
+
+  struct group entry;
+  struct group* found = nullptr;
+  const int rc = v < 0 ? getgrnam_r(group, &entry, buf.get(), size, &found)
+                       : getgrgid_r(static_cast<gid_t>(v), &entry, buf.get(), size, &found);
+  if (!found) {
+    errno = rc != 0 ? rc : ENOENT;
+    LOG_RECORD(LM_ERROR, "Failed to get %C group entry, errno=%d, %m\n", group, errno);
+    return nullptr;
+  }
+
+  gid = found->gr_gid;
+  return ACE::strnew(found->gr_name);
+}
+
+static void add_supplementary_groups(const std::vector<const char*>& opt_groups)
+{
+  unsigned size = 0;
+  const std::unique_ptr<char[]> buf(new_sysconf_buffer(_SC_NGROUPS_MAX, 65536, sizeof(gid_t), size));
+  if (!buf)
+    return;
+
+  gid_t* const gids = reinterpret_cast<gid_t*>(buf.get());
+  int n = getgroups(static_cast<int>(size), gids);
+  if (n < 0) {
+    LOG_FAILED(LM_ERROR, "Failed to get supplementary groups, errno=%d, %m\n", errno);
+    n = 0;
+  }
+
+  for (const char* const text : opt_groups) {
+    if (n >= static_cast<int>(size))
+      break;
+    const std::unique_ptr<char[]> group(get_gid(text, gids[n]));
+    if (group)
+      ++n;
+  }
+
+  if (setgroups(static_cast<std::size_t>(n), gids) < 0)
+    LOG_FAILED(LM_ERROR, "Failed to set supplementary groups, errno=%d, %m\n", errno);
+}
+
+// Primary group, groups of the account, user, supplementary groups: operators rely on this order as it stands. The
+// last step comes when a superuser has already become somebody else, and is then refused and logged.
+static void switch_identity(const char* opt_user, const char* opt_group, const std::vector<const char*>& opt_groups)
+{
+  uid_t uid = static_cast<uid_t>(-1);
+  gid_t gid = static_cast<gid_t>(-1);
+  std::unique_ptr<char[]> user;
+  std::unique_ptr<char[]> group;
+
+  if (opt_group)
+    group.reset(get_gid(opt_group, gid));
+  if (opt_user)
+    user.reset(get_uid(opt_user, uid, group ? nullptr : &gid));
+  if (user && !group)
+    group.reset(ACE::strnew(""));
+
+  const uid_t ruid = getuid();
+  const gid_t rgid = getgid();
+
+  if (group && gid != rgid && setgid(gid) != 0)
+    LOG_FAILED(LM_ERROR, "Failed to set gid to %u, errno=%d, %m\n", gid, errno);
+
+  if (user) {
+    if ((gid != rgid || uid != ruid) && initgroups(user.get(), gid) != 0)
+      LOG_FAILED(LM_ERROR, "Failed to init groups by %C (uid=%u) and %C (gid=%u), errno=%d, %m\n", user.get(), uid,
+                 group.get(), gid, errno);
+    if (uid != ruid && setuid(uid) != 0)
+      LOG_FAILED(LM_ERROR, "Failed to set uid to %u, errno=%d, %m\n", uid, errno);
+  }
+
+  if (!opt_groups.empty())
+    add_supplementary_groups(opt_groups);
+}
+
+// ---- The reactor
+
+static ACE_Reactor* create_reactor(const char* type, unsigned n)
+{
+  const make_reactor_t maker = get_reactor_factory(type, n);
+  if (!maker) {
+    LOG_RECORD(LM_ERROR, "Failed to get reactor factory by '%s'\n", type);
+    return nullptr;
+  }
+
+  ACE_Reactor* const reactor = maker();
+  if (!reactor) {
+    LOG_RECORD(LM_ERROR, "Failed to create '%s' reactor\n", type);
+    return nullptr;
+  }
+
+  if (n < 2)
+    LOG_RECORD(LM_INFO, "Created '%s' reactor\n", type);
+  else
+    LOG_RECORD(LM_INFO, "Created '%s' reactor with %u threads\n", type, n);
+  return reactor;
+}
+
+// The reactor that the command line asks for, owned by the caller, or null; `threads` is its number of loop threads.
+// On the way there the process goes to the background and switches its identity, if it was asked to.
+static ACE_Reactor* get_reactor(int argc, char** argv, unsigned& threads)
+{
+  threads = 0;
+
+  const Starter_Options options = parse_options(argc, argv);
+
+  if (options.background && ACE::daemonize("/", true, "<unknown>") == -1)
+    return nullptr;
+
+  switch_identity(options.opt_user, options.opt_group, options.opt_groups);
+
+  if (!options.type || !*options.type)
+    return nullptr;
+
+  ACE_Reactor* const reactor = create_reactor(options.type, options.n);
+  if (reactor)
+    threads = options.n; // without a reactor of its own, the process has no use for threads
+  return reactor;
+}
+
+// ---- Signals
+
+using pthread_getname_np_t = int (*)(pthread_t, char*, std::size_t);
+
+enum { THREAD_NAME_SIZE = 16, FAULT_GUARD_SEC = 3 };
+
+static std::sig_atomic_t finished; // 1 from the first termination that found the event loop running
+static pthread_getname_np_t pthread_getname;
+static std::atomic<pid_t> faulting_thread; // the thread whose fault ends the process, 0 while there is none
+
+static void get_thread_name(char (&thread_name)[THREAD_NAME_SIZE])
+{
+  std::strncpy(thread_name, "unknown", sizeof thread_name); // fills the rest with zeros
+
+  if (pthread_getname)
+    (void)pthread_getname(ACE_OS::thr_self(), thread_name, sizeof thread_name); // failing, it leaves "unknown"
+}
+
+static void sig_terminate(int signo)
+{
+  const ACE_Errno_Guard guard(errno);
+  char thread_name[THREAD_NAME_SIZE];
+  get_thread_name(thread_name);
+
+  LOG_RECORD(LM_INFO, "Signal %d (%s) caught in [%s].\n", signo, strsignal(signo), thread_name);
+
+  if (finished == 0 && !ACE_Reactor::instance()->reactor_event_loop_done()) {
+    finished = 1;
+    (void)ACE_Reactor::instance()->end_reactor_event_loop(); // main looks at the loop, not at this result
+  }
+}
+
+// Let only the first fault of the process go on, and see to it that the process ends whatever that one runs into.
+static void enter_fault(int signo)
+{
+  pid_t first = 0;
+  if (!faulting_thread.compare_exchange_strong(first, gettid())) {
+    // The way out has failed under the first one, or its time is up.
+    if (first == gettid() || signo == SIGALRM)
+      _exit(0);
+
+    // The exit handlers take the framework down under the threads that still run. What those make of it is no news
+    // and must not cut the exit short.
+    for (;;)
+      pause();
+  }
+
+  // Armed before the record is written: when the fault is the allocator's, the record waits for its lock for ever.
+  // The alarm signal itself may be the fault, so it is let through to this thread.
+  sigset_t alarm_set;
+  sigemptyset(&alarm_set);
+  sigaddset(&alarm_set, SIGALRM);
+  (void)pthread_sigmask(SIG_UNBLOCK, &alarm_set, nullptr); // cannot fail with these arguments
+  (void)alarm(FAULT_GUARD_SEC);                            // nobody else's alarm matters any more
+}
+
+static void sig_abnormal_terminate(int signo)
+{
+  enter_fault(signo);
+  char thread_name[THREAD_NAME_SIZE];
+  get_thread_name(thread_name);
+
+  LOG_RECORD(LM_ALERT, "Signal %d (%s) caught in [%s], the back trace:\n%?.\n", signo, strsignal(signo), thread_name);
+
+  // Status 0 for a fault too, and no core image: supervisors restart the process in any case and take the record
+  // as the account of what happened.
+  std::exit(0);
+}
+
+static void sig_reconfig(int signo)
+{
+  const ACE_Errno_Guard guard(errno);
+
+  LOG_RECORD(LM_INFO, "Signal %d (%s) caught, and reconfiguring ... \n", signo, strsignal(signo));
+  ACE_Service_Config::reconfigure();
+}
+
+static void sig_usr2(int)
+{
+  const ACE_Errno_Guard guard(errno);
+  const bool on = ACE::debug();
+
+  LOG_RECORD(LM_INFO, "%s ACE::debug.\n", on ? "Disable" : "Enable");
+  ACE::debug(!on);
+}
+
+void init_signal_handlers()
+{
+  sigset_t* const no_mask = nullptr;
+  ACE_Sig_Set sset(false);
+
+  // Through the framework's own wrapper the default scope is an invalid handle. Looked up before the first
+  // disposition is installed, so that every handler sees the result.
+  pthread_getname = reinterpret_cast<pthread_getname_np_t>(::dlsym(RTLD_DEFAULT, "pthread_getname_np"));
+
+  sset.sig_add(SIGINT);
+  sset.sig_add(SIGQUIT);
+  sset.sig_add(SIGTERM);
+  const ACE_Sig_Action term_action(sset, sig_terminate, no_mask, 0);
+
+  sset.empty_set();
+  for (const int signo : {SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCPU, SIGBUS, SIGABRT})
+    sset.sig_add(signo);
+  const ACE_Sig_Action abnormal_term_action(sset, sig_abnormal_terminate, no_mask, 0);
+
+  sset.empty_set();
+  sset.sig_add(SIGHUP);
+  const ACE_Sig_Action reconfig_action(sset, sig_reconfig, no_mask, 0);
+
+  sset.empty_set();
+  sset.sig_add(SIGUSR2);
+  const ACE_Sig_Action toggle_debug_action(sset, sig_usr2, no_mask, 0);
+
+  sset.empty_set();
+  sset.sig_add(SIGPIPE);
+  sset.sig_add(SIGIO);
+  sset.sig_add(SIGURG);
+  const ACE_Sig_Action ignore_action(sset, SIG_IGN, no_mask, 0);
+}
+
+// ---- Services
+
+const char* find_file_extension(const char* path)
+{
+  if (!path || !*path)
+    return nullptr;
+
+  return ACE_OS::strrchr(path, '.');
+}
+
+bool is_file_extension(const char* path, const char* ext)
+{
+  if (!ext || !*ext)
+    return false;
+
+  const char* const found = find_file_extension(path);
+  return found && ACE_OS::strcmp(found + 1, ext) == 0;
+}
+
+bool is_regular_file(const char* path)
+{
+  ACE_stat st;
+
+  return ACE_OS::stat(path, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+static bool do_open_service(int argc, char** argv)
+{
+  // The configurator would install a hang-up disposition of its own, which sets a flag that our loop never looks at.
+  // Constructing one for signal 0 keeps it from that, and leaves -s its meaning. The singleton must exist by then:
+  // its own construction sets the signal back.
+  (void)ACE_Service_Config::singleton();
+  const ACE_Service_Config without_signal(true, ACE_Service_Repository::DEFAULT_SIZE, 0);
+
+  return ACE_Service_Config::open(argc, argv, ACE_DEFAULT_LOGGER_KEY, false, false, true) == 0;
+}
+
+// ---- The process
+
+static int tried_throw; // entries into handle_terminate; one thread ends the process, so no atomic
+
+void handle_terminate()
+{
+  if (tried_throw++ == 0) {
+    try {
+      throw; // without an active exception the runtime comes back to this handler
+    } catch (const std::exception& e) {
+      LOG_RECORD(LM_EMERGENCY, "Unhandled exception is caught, %s\n%?.\n", e.what());
+    } catch (...) {
+      LOG_RECORD(LM_EMERGENCY, "Unknown/unhandled exception is caught: \n%?.\n");
+    }
+  }
+
+  std::abort();
+}
+
+// A loop thread of the pool. It does not come back to a loop that returned early, unlike the main thread's: kept.
+static void* event_loop(void* arg)
+{
+  ACE_Reactor* const reactor = static_cast<ACE_Reactor*>(arg);
+
+  reactor->owner(ACE_OS::thr_self());
+  reactor->run_reactor_event_loop();
+  return nullptr;
+}
+
+static void run_event_loop(unsigned threads)
+{
+  // A termination that interrupted the making of the default reactor has ended the loop of one that is gone since.
+  if (finished != 0 && !ACE_Reactor::instance()->reactor_event_loop_done())
+    ACE_Reactor::instance()->end_reactor_event_loop();
+
+  if (threads < 2) {
+    ACE_Reactor::instance()->owner(ACE_OS::thr_self());
+    while (!ACE_Reactor::instance()->reactor_event_loop_done())
+      ACE_Reactor::instance()->run_reactor_event_loop();
+    return;
+  }
+
+  (void)ACE_Thread_Manager::instance()->spawn_n(
+      threads, event_loop, ACE_Reactor::instance(), THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED,
+      ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, nullptr); // those that exist are waited for
+  ACE_Thread_Manager::instance()->wait();
+}
+
+int main(int argc, char** argv)
+{
+  std::set_terminate(handle_terminate);
+  init_stl_symbols();
+
+  unsigned threads = 0;
+  std::unique_ptr<ACE_Reactor> recycler; // deletes the replaced reactor, after the configurator has been closed
+  ACE_Reactor* const r = get_reactor(argc, argv, threads);
+  if (r)
+    recycler.reset(ACE_Reactor::instance(r, true));
+
+  char host[64];
+  if (ACE_OS::hostname(host, sizeof host) == 0)
+    ACE_Log_Msg::instance()->local_host(host);
+
+  init_signal_handlers(); // before services load: their threads start under our dispositions
+  open_service_config(argc, argv, true, do_open_service);
+
+  run_event_loop(threads);
+
+  ACE_Service_Config::fini_svcs();
+  ACE_Service_Config::close();
+  return 0;
+}

@@ -1,0 +1,101 @@
+#ifndef TESTS_SUPPORT_STARTER_PROCESS_H
+#define TESTS_SUPPORT_STARTER_PROCESS_H
+
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_dir.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+/// How a process under test is started, where that differs from the usual.
+struct Start_Options
+{
+  std::map<std::string, std::string> env; ///< added to the clean environment
+  std::vector<std::string> wrapper;       ///< a program with its arguments that runs the executable in its place
+  std::vector<std::string> preload;       ///< libraries to preload besides the probe
+  bool probe = false;                     ///< preload the library that records() reads from
+  uid_t uid = 0;                          ///< the account to start as, when started by root
+  gid_t gid = 0;
+  std::vector<gid_t> groups;
+  std::string argv0 = "starter";
+};
+
+/// The usual way of starting, with the probe.
+inline Start_Options probed()
+{
+  Start_Options options;
+  options.probe = true;
+  return options;
+}
+
+/// The real executable as a process: in a clean environment, in a temporary directory of its own as working
+/// directory, with its standard error captured. The destructor kills and reaps it.
+/// The environment variable STARTER_EXECUTABLE names the executable to test instead of the one that was built.
+class Starter_Process
+{
+public:
+  explicit Starter_Process(const std::vector<std::string>& args, const Start_Options& options = {});
+  ~Starter_Process();
+
+  Starter_Process(const Starter_Process&) = delete;
+  Starter_Process& operator=(const Starter_Process&) = delete;
+
+  pid_t pid() const { return pid_; }
+  const Temp_Dir& dir() const { return dir_; }
+
+  /// What the process has written to standard error by now.
+  std::string log();
+
+  /// Wait until `text` stands in the log `count` times. False when the process ends or a minute passes before that.
+  bool wait_for_record(const std::string& text, unsigned count = 1);
+
+  /// How often `text` stands in the log by now.
+  unsigned count(const std::string& text);
+
+  void send(int signo) const;
+  void send_to_thread(pid_t tid, int signo) const;
+
+  /// Wait for the end of the process: its exit status, or the negative number of the signal that ended it.
+  /// -1000 when it is still there after a minute; it is killed then. Reads the rest of the log.
+  int wait_status();
+
+  /// Whether the process has not ended yet.
+  bool is_running();
+
+  /// The value of a line such as "SigCgt" in /proc/PID/status, without the blanks around it.
+  std::string status_field(const std::string& name) const;
+
+  /// The ids of its threads, the main thread's first.
+  std::vector<pid_t> threads() const;
+
+  /// Wait until the process has `count` threads. False when a minute passes before that.
+  bool wait_for_threads(unsigned count);
+
+  /// The records as the probe saw them, in order. Only with Start_Options::probe.
+  std::vector<Record> records() const;
+
+private:
+  bool read_log(int timeout_msec);
+
+  Temp_Dir dir_;
+  pid_t pid_ = -1;
+  int log_fd_ = -1;
+  std::string log_;
+  bool reaped_ = false;
+  int status_ = 0;
+};
+
+/// The signals whose bits are set in a mask as /proc/PID/status prints it.
+std::vector<int> signals_in_mask(const std::string& hex);
+
+/// The path of a service library built with the tests, by the name of its target.
+std::string service_library(const std::string& target);
+
+/// A configuration directive that loads `factory` of the library `target` under the name `service`.
+std::string dynamic_directive(const std::string& service, const std::string& target, const std::string& factory,
+                              const std::string& params = "");
+
+#endif // TESTS_SUPPORT_STARTER_PROCESS_H

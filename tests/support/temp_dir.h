@@ -1,0 +1,32 @@
+#ifndef TESTS_SUPPORT_TEMP_DIR_H
+#define TESTS_SUPPORT_TEMP_DIR_H
+
+#include <string>
+
+/// A directory of the test's own, open to every account, removed with all that is in it.
+class Temp_Dir
+{
+public:
+  Temp_Dir();
+  ~Temp_Dir();
+
+  Temp_Dir(const Temp_Dir&) = delete;
+  Temp_Dir& operator=(const Temp_Dir&) = delete;
+
+  const std::string& path() const { return path_; }
+
+  /// The path of the entry `name` in the directory.
+  std::string operator/(const std::string& name) const { return path_ + '/' + name; }
+
+  /// Write `content` to the file `name`, with the directories on the way to it, and return its path. What was there
+  /// is replaced in one step, as an editor does it.
+  std::string write(const std::string& name, const std::string& content) const;
+
+private:
+  std::string path_;
+};
+
+/// The content of the file at `path`; empty when it cannot be read.
+std::string read_file(const std::string& path);
+
+#endif // TESTS_SUPPORT_TEMP_DIR_H
