@@ -1,7 +1,7 @@
 // Signals at random moments, many times over. The number of runs of each case is STARTER_STRESS_COUNT, by default one
 // that a test run can afford. A hang shows as a process that is not gone within a minute.
 
-#include "tests/support/starter_process.h"
+#include "tests/support/loops.h"
 
 #include <gtest/gtest.h>
 
@@ -15,32 +15,16 @@
 
 namespace
 {
-struct Loop
-{
-  const char* name;
-  std::vector<std::string> args;
-  unsigned threads; // of the process while the loop runs: of a select or priority pool, one only stays
-};
-
-const Loop LOOPS[] = {
-    {"default", {}, 1},
-    {"select", {"--reactor", "select"}, 1},
-    {"select_2", {"--reactor", "select", "--threads", "2"}, 2},
-    {"tp_2", {"--reactor", "tp", "--threads", "2"}, 3},
-    {"tp_4", {"--reactor", "tp", "--threads", "4"}, 5},
-    {"dev_poll", {"--reactor", "dev_poll"}, 1},
-    {"dev_poll_4", {"--reactor", "dev_poll", "--threads", "4"}, 5},
-    {"priority_1", {"--reactor", "priority", "--threads", "1"}, 1},
-    {"priority_4", {"--reactor", "priority", "--threads", "4"}, 2},
-};
-
-const int FAULTS[] = {SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCPU, SIGBUS, SIGABRT};
-
 struct Load
 {
   const char* name;
   unsigned bytes; // on the way through the busy service, 0 for a process without services
 };
+
+std::ostream& operator<<(std::ostream& out, const Load& load)
+{
+  return out << load.name;
+}
 
 const Load LOADS[] = {{"idle", 0}, {"busy", 4}};
 
@@ -52,30 +36,7 @@ int stress_count()
 
 std::vector<std::string> make_args(const Loop& loop, const Load& load)
 {
-  std::vector<std::string> args = loop.args;
-  if (load.bytes != 0)
-    args.insert(args.end(), {"-S", dynamic_directive("Busy", "busy", "_make_Busy", std::to_string(load.bytes))});
-  return args;
-}
-
-bool wait_for_dispositions(Starter_Process& starter)
-{
-  while (starter.is_running()) {
-    const std::string mask = starter.status_field("SigCgt");
-    if (mask.empty())
-      continue;
-    // The last disposition that is installed is the one for user signal 2.
-    for (const int signo : signals_in_mask(mask))
-      if (signo == SIGUSR2)
-        return true;
-  }
-  return false;
-}
-
-// The loop's threads are there; a single one is known by what it does last before the loop, the default being to wait.
-bool wait_for_loop(Starter_Process& starter, const Loop& loop)
-{
-  return wait_for_dispositions(starter) && starter.wait_for_threads(loop.threads);
+  return load.bytes == 0 ? loop.args : with_service(loop.args, "busy", "_make_Busy", std::to_string(load.bytes));
 }
 
 void pass_time(unsigned usec)
@@ -120,7 +81,7 @@ TEST_P(signal_stress, ends_on_a_fault_with_one_record)
 {
   const auto& [loop, load] = GetParam();
   for (int i = 0; i < count_; ++i) {
-    const int signo = FAULTS[static_cast<std::size_t>(i) % std::size(FAULTS)];
+    const int signo = FAULTS[static_cast<std::size_t>(i) % FAULTS.size()];
     SCOPED_TRACE(testing::Message() << "run " << i << ", signal " << signo);
     Starter_Process starter(make_args(loop, load));
     ASSERT_TRUE(wait_for_loop(starter, loop)) << starter.log();

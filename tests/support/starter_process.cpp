@@ -225,16 +225,22 @@ std::vector<pid_t> Starter_Process::threads() const
   return tids;
 }
 
-bool Starter_Process::wait_for_threads(unsigned count)
+bool Starter_Process::wait_until(const std::function<bool()>& condition)
 {
   const Clock::time_point deadline = Clock::now() + PATIENCE;
 
-  while (threads().size() != count) {
+  while (!condition()) {
     if (Clock::now() > deadline)
       return false;
-    read_log(static_cast<int>(POLL_INTERVAL.count()));
+    if (!read_log(static_cast<int>(POLL_INTERVAL.count())))
+      std::this_thread::sleep_for(POLL_INTERVAL);
   }
   return true;
+}
+
+bool Starter_Process::wait_for_threads(unsigned count)
+{
+  return wait_until([this, count] { return threads().size() == count; });
 }
 
 std::vector<Record> Starter_Process::records() const
@@ -264,6 +270,11 @@ std::vector<int> signals_in_mask(const std::string& hex)
 std::string service_library(const std::string& target)
 {
   return std::string(TESTS_SERVICE_DIR) + "/lib" + target + ".so";
+}
+
+std::string preload_library(const std::string& target)
+{
+  return std::string(TESTS_PRELOAD_DIR) + "/lib" + target + ".so";
 }
 
 std::string dynamic_directive(const std::string& service, const std::string& target, const std::string& factory,

@@ -4,6 +4,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -74,6 +75,9 @@ public:
   /// Wait until the process has `count` threads. False when a minute passes before that.
   bool wait_for_threads(unsigned count);
 
+  /// Wait until `condition` holds. False when a minute passes before that.
+  bool wait_until(const std::function<bool()>& condition);
+
   /// The records as the probe saw them, in order. Only with Start_Options::probe.
   std::vector<Record> records() const;
 
@@ -93,6 +97,9 @@ std::vector<int> signals_in_mask(const std::string& hex);
 
 /// The path of a service library built with the tests, by the name of its target.
 std::string service_library(const std::string& target);
+
+/// The path of a library to preload that was built with the tests, by the name of its target.
+std::string preload_library(const std::string& target);
 
 /// A configuration directive that loads `factory` of the library `target` under the name `service`.
 std::string dynamic_directive(const std::string& service, const std::string& target, const std::string& factory,
