@@ -45,12 +45,26 @@ struct Case
   Outcome<T> expected;
 };
 
+// The text with every byte that could not be read on a terminal, or be taken for another, as its number.
+static std::string printable(const std::string& text)
+{
+  std::string out;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte > ' ' && byte < 0x7f && c != '\\')
+      out += c;
+    else
+      out += '\\' + std::to_string(byte) + ';';
+  }
+  return '"' + out + '"';
+}
+
 // Every text through both iterator types, with and without an *eptr to set.
 template <typename T>
 static void expect_outcomes(std::initializer_list<Case<T>> cases)
 {
   for (const auto& [text, expected] : cases) {
-    SCOPED_TRACE(text);
+    SCOPED_TRACE(printable(text));
     std::string writable(text);
 
     EXPECT_EQ(expected, (convert<T, const char*>(text, nullptr)));
@@ -344,20 +358,6 @@ private:
 
   std::mt19937 random_;
 };
-
-// The text with every byte that could not be read on a terminal, or be taken for another, as its number.
-static std::string printable(const std::string& text)
-{
-  std::string out;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte > ' ' && byte < 0x7f && c != '\\')
-      out += c;
-    else
-      out += '\\' + std::to_string(byte) + ';';
-  }
-  return '"' + out + '"';
-}
 
 template <typename T>
 static void expect_worked_out(std::string text, std::size_t end)
