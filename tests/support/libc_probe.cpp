@@ -13,11 +13,14 @@ static thread_local unsigned allocations = 0;
 static thread_local std::size_t formats = 0;
 static thread_local std::size_t rooms[MAX_ROOMS];
 
-// The definition that this one hides: the C library's, or a sanitizer's before it.
+// Point `hidden` to the definition that ours hides: the C library's, or a sanitizer's before it. The pointers are no
+// statics with an initialiser to run: its guard would call a sanitizer that is not ready yet. Two threads may find
+// the same at once.
 template <typename Function>
-static Function* hidden_function(const char* name)
+static void find_hidden(Function*& hidden, const char* name)
 {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+  if (!hidden)
+    hidden = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 static void count_allocation()
@@ -46,21 +49,24 @@ int probe_vsnprintf_chk(char* buf, std::size_t size, int flag, std::size_t objec
 
 void* probe_malloc(std::size_t size)
 {
-  static const auto hidden = hidden_function<void*(std::size_t)>("malloc");
+  static void* (*hidden)(std::size_t) = nullptr;
+  find_hidden(hidden, "malloc");
   count_allocation();
   return hidden(size);
 }
 
 void* probe_calloc(std::size_t count, std::size_t size)
 {
-  static const auto hidden = hidden_function<void*(std::size_t, std::size_t)>("calloc");
+  static void* (*hidden)(std::size_t, std::size_t) = nullptr;
+  find_hidden(hidden, "calloc");
   count_allocation();
   return hidden(count, size);
 }
 
 void* probe_realloc(void* p, std::size_t size)
 {
-  static const auto hidden = hidden_function<void*(void*, std::size_t)>("realloc");
+  static void* (*hidden)(void*, std::size_t) = nullptr;
+  find_hidden(hidden, "realloc");
   count_allocation();
   if (realloc_fails) {
     errno = ENOMEM;
@@ -71,7 +77,8 @@ void* probe_realloc(void* p, std::size_t size)
 
 int probe_vsnprintf(char* buf, std::size_t size, const char* fmt, va_list ap)
 {
-  static const auto hidden = hidden_function<int(char*, std::size_t, const char*, va_list)>("vsnprintf");
+  static int (*hidden)(char*, std::size_t, const char*, va_list) = nullptr;
+  find_hidden(hidden, "vsnprintf");
   count_format(size);
   return hidden(buf, size, fmt, ap);
 }
@@ -79,8 +86,8 @@ int probe_vsnprintf(char* buf, std::size_t size, const char* fmt, va_list ap)
 // What calls to vsnprintf are compiled to when they are fortified.
 int probe_vsnprintf_chk(char* buf, std::size_t size, int flag, std::size_t object_size, const char* fmt, va_list ap)
 {
-  using Signature = int(char*, std::size_t, int, std::size_t, const char*, va_list);
-  static const auto hidden = hidden_function<Signature>("__vsnprintf_chk");
+  static int (*hidden)(char*, std::size_t, int, std::size_t, const char*, va_list) = nullptr;
+  find_hidden(hidden, "__vsnprintf_chk");
   count_format(size);
   return hidden(buf, size, flag, object_size, fmt, ap);
 }
