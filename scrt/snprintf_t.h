@@ -75,20 +75,21 @@ int snprintf_t<N, T>::vset(const char* fmt, void* args)
 
   for (;;) {
     len_ = vformat(data(), size, fmt, args);
-    if (len_ < static_cast<int>(size))
+    if (len_ < 0 || static_cast<unsigned>(len_) < size)
       return len_;
 
     // One more than the room is the guess of libraries that cannot tell the length: take a good step then.
-    if (len_ == static_cast<int>(size) + 1)
-      len_ = 2 * len_;
+    unsigned length = static_cast<unsigned>(len_);
+    if (length == size + 1)
+      length *= 2;
 
-    T* const t = static_cast<T*>(ACE_OS::realloc(ptr_, (static_cast<std::size_t>(len_) + 1) * sizeof(T)));
+    T* const t = static_cast<T*>(ACE_OS::realloc(ptr_, (static_cast<std::size_t>(length) + 1) * sizeof(T)));
     if (!t) {
       len_ = 0;
       return -1;
     }
     ptr_ = t;
-    size = size_ = static_cast<unsigned>(len_) + 1;
+    size = size_ = length + 1;
   }
 }
 
