@@ -40,8 +40,8 @@ TEST(signal_handlers, touches_no_other_signal)
 
   for (int signo = 1; signo <= SIGSYS; ++signo) {
     SCOPED_TRACE(strsignal(signo));
-    const bool ours = TERMINATIONS.count(signo) || FAULTS.count(signo) || IGNORED.count(signo) || signo == SIGHUP ||
-                      signo == SIGUSR2;
+    const bool ours =
+        TERMINATIONS.count(signo) || FAULTS.count(signo) || IGNORED.count(signo) || signo == SIGHUP || signo == SIGUSR2;
     EXPECT_EQ(!ours, same(before[signo], disposition(signo)));
   }
 }
@@ -57,9 +57,12 @@ TEST(signal_handlers, gives_each_group_a_handler_of_its_own)
   for (const int signo : IGNORED)
     EXPECT_EQ(SIG_IGN, disposition(signo).sa_handler) << strsignal(signo);
 
-  const std::set<sighandler_t> handlers{disposition(SIGTERM).sa_handler, disposition(SIGSEGV).sa_handler,
-                                        disposition(SIGHUP).sa_handler, disposition(SIGUSR2).sa_handler,
-                                        SIG_IGN, SIG_DFL};
+  const std::set<sighandler_t> handlers{disposition(SIGTERM).sa_handler,
+                                        disposition(SIGSEGV).sa_handler,
+                                        disposition(SIGHUP).sa_handler,
+                                        disposition(SIGUSR2).sa_handler,
+                                        SIG_IGN,
+                                        SIG_DFL};
   EXPECT_EQ(6u, handlers.size());
 }
 

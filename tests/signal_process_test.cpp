@@ -25,8 +25,8 @@ std::vector<int> sorted(std::vector<int> signals)
   return signals;
 }
 
-const std::vector<int> CAUGHT = sorted({SIGINT, SIGQUIT, SIGTERM, SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCPU, SIGBUS,
-                                        SIGABRT, SIGHUP, SIGUSR2});
+const std::vector<int> CAUGHT =
+    sorted({SIGINT, SIGQUIT, SIGTERM, SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCPU, SIGBUS, SIGABRT, SIGHUP, SIGUSR2});
 const std::vector<int> IGNORED = sorted({SIGPIPE, SIGIO, SIGURG});
 
 std::string caught_in(int signo, const std::string& thread)
@@ -67,7 +67,8 @@ TEST_P(every_loop, has_the_dispositions_from_the_opening_to_the_end)
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(CAUGHT, signals(starter, "SigCgt"));
     EXPECT_EQ(IGNORED, signals(starter, "SigIgn"));
-    EXPECT_TRUE(starter.wait_until([&] { return signals(starter, "SigBlk").empty(); })); // a record in the making blocks
+    EXPECT_TRUE(
+        starter.wait_until([&] { return signals(starter, "SigBlk").empty(); })); // a record in the making blocks
 
     starter.send(SIGHUP);
     ASSERT_TRUE(starter.wait_for_record("and reconfiguring ...", static_cast<unsigned>(i) + 1)) << starter.log();
@@ -142,15 +143,15 @@ TEST_P(every_loop, applies_an_edited_configuration_on_a_hang_up_and_goes_on)
 
   ASSERT_TRUE(starter.wait_for_record("second init.")) << starter.log();
   EXPECT_EQ(threads, starter.threads());
+
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("second fini.")) << starter.log();
   const std::vector<Record> found = records_with(starter, "reconfiguring");
   ASSERT_EQ(1u, found.size());
   EXPECT_EQ("Signal 1 (Hangup) caught, and reconfiguring ... \n", found[0].text);
   EXPECT_EQ(8, found[0].priority);
   EXPECT_EQ(0, found[0].status);
-
-  starter.send(SIGTERM);
-  EXPECT_EQ(0, starter.wait_status()) << starter.log();
-  EXPECT_EQ(1u, starter.count("second fini.")) << starter.log();
 }
 
 INSTANTIATE_TEST_SUITE_P(signals, every_loop, testing::ValuesIn(LOOPS), loop_name);
@@ -272,6 +273,8 @@ TEST(user_signal_2, toggles_debug_output)
   ASSERT_TRUE(starter.wait_for_record("Enable ACE::debug.\n")) << starter.log();
   starter.send(SIGUSR2);
   ASSERT_TRUE(starter.wait_for_record("Disable ACE::debug.\n")) << starter.log();
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
 
   const std::vector<Record> found = records_with(starter, "able ACE::debug.");
   ASSERT_EQ(2u, found.size());

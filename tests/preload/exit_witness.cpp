@@ -14,7 +14,10 @@ void say(const char* text, std::size_t size)
 
 struct Witness
 {
-  Witness() { std::atexit([] { say("exit handler ran\n", 17); }); }
+  Witness()
+  {
+    std::atexit([] { say("exit handler ran\n", 17); });
+  }
   ~Witness() { say("static destructor ran\n", 22); }
 };
 

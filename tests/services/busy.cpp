@@ -2,10 +2,10 @@
 // freeing memory, and a timer that never rests. Its argument is the number of bytes on the way, 8 by default.
 
 #include <ace/Event_Handler.h>
+#include <ace/OS_NS_stdlib.h>
 #include <ace/Reactor.h>
 #include <ace/Service_Object.h>
 #include <ace/svc_export.h>
-#include <ace/OS_NS_stdlib.h>
 
 #include <memory>
 #include <string>

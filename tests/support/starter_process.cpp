@@ -219,9 +219,8 @@ std::vector<pid_t> Starter_Process::threads() const
   for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task", ignored))
     tids.push_back(static_cast<pid_t>(std::stol(entry.path().filename())));
 
-  std::sort(tids.begin(), tids.end(), [this](pid_t l, pid_t r) {
-    return (l == pid_) != (r == pid_) ? l == pid_ : l < r;
-  });
+  std::sort(tids.begin(), tids.end(),
+            [this](pid_t l, pid_t r) { return (l == pid_) != (r == pid_) ? l == pid_ : l < r; });
   return tids;
 }
 

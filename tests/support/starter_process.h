@@ -78,7 +78,8 @@ public:
   /// Wait until `condition` holds. False when a minute passes before that.
   bool wait_until(const std::function<bool()>& condition);
 
-  /// The records as the probe saw them, in order. Only with Start_Options::probe.
+  /// The records as the probe saw them, in order; complete once the process has ended, as the text of a record is in
+  /// log() a moment before. Only with Start_Options::probe.
   std::vector<Record> records() const;
 
 private:
