@@ -480,6 +480,8 @@ protected:
   void SetUp() override
   {
     identity_process::SetUp();
+    if (IsSkipped() || HasFatalFailure())
+      return;
     NEEDS(can_mount(), "unshare and the right to mount");
   }
 
