@@ -24,7 +24,7 @@ Handler_Memory_Guard::~Handler_Memory_Guard()
   --guards;
 }
 
-static void* take_piece(std::size_t size)
+[[maybe_unused]] static void* take_piece(std::size_t size)
 {
   if (size > PIECE_SIZE)
     return nullptr;
@@ -36,7 +36,7 @@ static void* take_piece(std::size_t size)
 }
 
 // False for memory of the heap.
-static bool give_back(const void* p)
+[[maybe_unused]] static bool give_back(const void* p)
 {
   const char* const piece = static_cast<const char*>(p);
   if (std::less<const char*>()(piece, reserve[0]) || !std::less<const char*>()(piece, reserve[0] + sizeof reserve))
@@ -46,7 +46,10 @@ static bool give_back(const void* p)
   return true;
 }
 
-// The two functions below stand for all forms of new and delete in the process: the library's other forms call them,
+// A sanitizer brings new and delete of its own, and keeps books on which of them memory came from.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
+// The functions below stand for all forms of new and delete in the process: the library's other forms call them,
 // except those for over-aligned types, which do not touch the reserve.
 
 void* operator new(std::size_t size)
@@ -75,3 +78,5 @@ void operator delete(void* p, std::size_t) noexcept
 {
   operator delete(p);
 }
+
+#endif

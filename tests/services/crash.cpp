@@ -42,7 +42,8 @@ extern "C" __attribute__((visibility("default"), optimize(0))) void crash_here(c
     char* const first = static_cast<char*>(std::malloc(2000));
     void* const second = std::malloc(2000);
     void* const third = std::malloc(2000);
-    std::memset(first, 'x', 2000 + 64);
+    const volatile std::size_t too_much = 2000 + 64; // or the compiler sees through it
+    std::memset(first, 'x', too_much);
     std::free(third);
     std::free(second);
     std::free(first);
