@@ -35,7 +35,7 @@ ACE_Reactor* make_reactor()
     return nullptr;
   }
 
-  t.release(); // from here on the reactor deletes it
+  (void)t.release(); // from here on the reactor deletes it
   return reactor;
 }
 
