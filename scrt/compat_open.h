@@ -4,6 +4,14 @@
 /// @file
 /// Opening files, streams and pipes close-on-exec, whatever the C library supports. C code gets the functions with
 /// plain names; the pointers are for C++.
+///
+/// Each pointer leads to the C library's function where a probe found that the library honours the request for
+/// close-on-exec, else to a wrapper that sets the flag after the call. They are set before main and do not change
+/// afterwards, so any thread may call through them. A static initialiser that may run earlier calls init_compat_opens
+/// first. Both kinds return what the C library returned, with its errno, and log nothing. Offsets have 64 bits.
+///
+/// The wrapper leaves a moment in which the descriptor is inheritable: a fork and exec of another thread in between
+/// passes it on. A failure to set the flag is ignored.
 
 #ifdef __cplusplus
 
@@ -23,14 +31,6 @@ using fdopen_compat_t = std::FILE* (*)(int fd, const char* mode);
 
 /// popen(3).
 using popen_compat_t = fopen_compat_t;
-
-// Each pointer leads to the C library's function where a probe found that the library honours the request for
-// close-on-exec, else to a wrapper that sets the flag after the call. They are set before main and do not change
-// afterwards, so any thread may call through them. A static initialiser that may run earlier calls init_compat_opens
-// first. Both kinds return what the C library returned, with its errno, and log nothing. Offsets have 64 bits.
-//
-// The wrapper leaves a moment in which the descriptor is inheritable: a fork and exec of another thread in between
-// passes it on. A failure to set the flag is ignored.
 
 /// Open `path`, always close-on-exec. `flags` are those of open(2). The third argument, the mode of the file, is read
 /// with O_CREAT only and is 0 otherwise. Returns a descriptor that the caller closes, or -1 with the `errno` of open.

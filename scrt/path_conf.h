@@ -33,12 +33,10 @@ public:
   Path_Conf(const char* prefix, const char* sub, bool create, const char* basename, unsigned mode);
 
   ~Path_Conf();
-
-  /// Copies own texts of their own.
-  Path_Conf(const Path_Conf&) = default;
-  Path_Conf(Path_Conf&&) = default;
-  Path_Conf& operator=(const Path_Conf&) = default;
-  Path_Conf& operator=(Path_Conf&&) = default;
+  Path_Conf(const Path_Conf&) = default;            ///< Copies the text.
+  Path_Conf(Path_Conf&&) = default;                 ///< Takes the text over.
+  Path_Conf& operator=(const Path_Conf&) = default; ///< Copies the text.
+  Path_Conf& operator=(Path_Conf&&) = default;      ///< Takes the text over.
 
   /// Append '/' and `sub`, unless it is null or empty. Returns this object.
   Path_Conf& append(const char* sub);
@@ -47,9 +45,13 @@ public:
   /// again. An empty `name` occurs nowhere. Neither may be null.
   void fix(const char* name, const char* value);
 
-  /// The path. Moved out of a temporary object; of any other, a reference that is valid as long as the object.
+  /// The path, moved out of a temporary object.
   std::string str() && { return std::move(prefix_); }
+
+  /// The path, to read. The reference is valid as long as the object.
   const std::string& str() const& { return prefix_; }
+
+  /// The path, to read or to change in place. The reference is valid as long as the object.
   std::string& str() & { return prefix_; }
 
 protected:

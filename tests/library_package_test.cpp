@@ -155,6 +155,13 @@ TEST_F(library_package, serves_programs_built_by_pkg_config)
   expect_idle_consumer_probes();
 }
 
+// Doxygen passes over the functions of a header that does not.
+TEST(library_sources, begin_with_what_each_header_is_about)
+{
+  for (const std::string& name : headers_in(SOURCE_DIR "/scrt"))
+    EXPECT_NE(std::string::npos, read_file(SOURCE_DIR "/scrt/" + name).find("/// @file\n/// ")) << name;
+}
+
 // Nothing but the root of the repository to include from and the framework to link.
 TEST(library_sources, compile_and_link_without_the_build_system)
 {
