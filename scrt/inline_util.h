@@ -1,6 +1,9 @@
 #ifndef SCRT_INLINE_UTIL_H
 #define SCRT_INLINE_UTIL_H
 
+/// @file
+/// Small inline helpers.
+
 #include <ace/OS_NS_stdio.h>
 
 #include <cerrno>

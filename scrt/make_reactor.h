@@ -1,6 +1,9 @@
 #ifndef SCRT_MAKE_REACTOR_H
 #define SCRT_MAKE_REACTOR_H
 
+/// @file
+/// Reactors by the name of their kind.
+
 #include "scrt/key_value.h"
 
 #include <ace/Reactor.h>

@@ -1,6 +1,9 @@
 #ifndef SCRT_STRING_SPRINTF_H
 #define SCRT_STRING_SPRINTF_H
 
+/// @file
+/// Formatted text in a string.
+
 #include "scrt/inline_util.h"
 
 #include <cstdarg>
