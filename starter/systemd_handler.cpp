@@ -49,6 +49,15 @@ int Systemd_Handler::open(ACE_Reactor* r)
   return 0;
 }
 
+// Why the last library could not be loaded. A copy: the next use of the loader in this thread takes the text away, and
+// what writes the record may be the one to use it.
+static std::string get_load_error()
+{
+  const char* const text = dlerror();
+
+  return text ? text : "";
+}
+
 // The client library and the name it was found by, or null.
 static void* load_library(std::string& fname)
 {
@@ -59,19 +68,20 @@ static void* load_library(std::string& fname)
   if (!fname.empty()) {
     void* const handle = dlopen(fname.c_str(), RTLD_LAZY);
     if (!handle)
-      LOG_FAILED(LM_WARNING, "Unable to load %s, %s\n", fname.c_str(), dlerror());
+      LOG_FAILED(LM_WARNING, "Unable to load %s, %s\n", fname.c_str(), get_load_error().c_str());
     return handle;
   }
 
   fname = "libsystemd.so.0";
   if (void* const handle = dlopen(fname.c_str(), RTLD_LAZY))
     return handle;
-  LOG_RECORD(LM_WARNING, "Unable to load libsystemd.so.0, %s\n", dlerror()); // no failure yet: the old name follows
+  LOG_RECORD(LM_WARNING, "Unable to load libsystemd.so.0, %s\n",
+             get_load_error().c_str()); // no failure yet: the old name follows
 
   fname = "libsystemd-daemon.so.0";
   void* const handle = dlopen(fname.c_str(), RTLD_LAZY);
   if (!handle)
-    LOG_FAILED(LM_WARNING, "Unable to load libsystemd-daemon.so.0, %s\n", dlerror());
+    LOG_FAILED(LM_WARNING, "Unable to load libsystemd-daemon.so.0, %s\n", get_load_error().c_str());
   return handle;
 }
 
