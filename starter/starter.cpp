@@ -28,17 +28,21 @@ template <>
 }
 } // namespace std
 
+#include "scrt/environ.h"
 #include "scrt/log.h"
 #include "scrt/make_reactor.h"
 #include "scrt/natoi.h"
+#include "scrt/sysconf_helper.h"
 #include "starter/handler_memory.h"
 #include "starter/open_service_config.h"
+#include "starter/systemd_handler.h"
 
 #include <ace/ACE.h>
 #include <ace/Get_Opt.h>
 #include <ace/OS_NS_Thread.h>
 #include <ace/OS_NS_string.h>
 #include <ace/OS_NS_sys_stat.h>
+#include <ace/OS_NS_sys_utsname.h>
 #include <ace/OS_NS_unistd.h>
 #include <ace/Reactor.h>
 #include <ace/Select_Reactor.h>
@@ -59,10 +63,18 @@ template <>
 #include <vector>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <unistd.h>
+
+#if __has_include("starter/version.h")
+#include "starter/version.h" // written by the build
+#else
+#define STARTER_VERSION "0"
+#define STARTER_REVISION "unknown"
+#endif
 
 namespace std
 {
@@ -556,6 +568,61 @@ static bool do_open_service(int argc, char** argv)
   return ACE_Service_Config::open(argc, argv, ACE_DEFAULT_LOGGER_KEY, false, false, true) == 0;
 }
 
+// ---- What is known of the machine and the product
+
+short get_vm_swappiness()
+{
+  const int fd = ::open("/proc/sys/vm/swappiness", O_RDONLY);
+  if (fd == -1)
+    return -1;
+
+  int e = 0;
+  short rc = -1;
+  char buf[4];
+  const ssize_t n = ::read(fd, buf, sizeof buf - 1);
+  if (n < 0)
+    e = errno;
+  else if (n > 0) {
+    buf[n] = '\0';
+    rc = natoi<short, char*>(buf, nullptr, nullptr);
+  }
+
+  ::close(fd);
+  if (e != 0)
+    errno = e;
+  return rc;
+}
+
+static void log_system_info()
+{
+  const short swappiness = get_vm_swappiness();
+  if (swappiness < 0)
+    LOG_RECORD(LM_ERROR, "Failed to get vm swappiness from /proc/sys/vm/swappiness, errno=%d, %m\n",
+               ACE_OS::last_error());
+
+  struct utsname uts;
+  if (ACE_OS::uname(&uts) != 0)
+    return;
+
+  const int processors = static_cast<int>(ACE_OS::num_processors());
+  const ACE_UINT64 memory = (get_system_memory() + 0x20000000) >> 30; // to the nearest GiB, halves up
+  LOG_RECORD(LM_INFO,
+             "system info: sysname=%s, nodename=%s, release=%s, version=%s, machine=%s, processors=%d, memory=%QG, "
+             "nofile=%d, swappiness=%d\n",
+             uts.sysname, uts.nodename, uts.release, uts.version, uts.machine, processors, memory, ACE::max_handles(),
+             static_cast<int>(swappiness));
+}
+
+static void log_product_info()
+{
+  const std::string component = get_env_r("COMPONENT");
+
+  if (!component.empty())
+    LOG_RECORD(LM_INFO, "tessarin3-%s " STARTER_VERSION " (rev " STARTER_REVISION ") is started.\n", component.c_str());
+  else
+    LOG_RECORD(LM_INFO, "tessarin3 " STARTER_VERSION " (rev " STARTER_REVISION ") is started.\n");
+}
+
 // ---- The process
 
 static int tried_throw; // entries into handle_terminate; one thread ends the process, so no atomic
@@ -621,6 +688,9 @@ int main(int argc, char** argv)
 
   init_signal_handlers(); // before services load: their threads start under our dispositions
   open_service_config(argc, argv, true, do_open_service);
+  log_system_info();
+  new_event_handler<Systemd_Handler>();
+  log_product_info(); // the last record before the loop runs
 
   run_event_loop(threads);
 

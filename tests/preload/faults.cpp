@@ -10,6 +10,8 @@
 //   FAULT_GETPW_SIZE=N    what sysconf says about the buffer of an account lookup,
 //   FAULT_GETGR_SIZE=N    of a group lookup,
 //   FAULT_NGROUPS=N       and about the number of supplementary groups
+//   FAULT_PHYS_PAGES=N    what it tells the program itself about the pages of memory
+//   FAULT_UNAME=1         uname fails with EFAULT
 
 #include <cerrno>
 #include <cstdlib>
@@ -20,6 +22,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/auxv.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 static const char* setting(const char* name)
@@ -102,6 +105,17 @@ extern "C" long sysconf(int name) noexcept
     size = setting("FAULT_GETGR_SIZE");
   else if (name == _SC_NGROUPS_MAX)
     size = setting("FAULT_NGROUPS");
+  else if (name == _SC_PHYS_PAGES && is_in_program(__builtin_return_address(0)))
+    size = setting("FAULT_PHYS_PAGES");
 
   return size ? std::atol(size) : next<decltype(&sysconf)>("sysconf")(name);
+}
+
+extern "C" int uname(struct utsname* uts) noexcept
+{
+  if (setting("FAULT_UNAME")) {
+    errno = EFAULT;
+    return -1;
+  }
+  return next<decltype(&uname)>("uname")(uts);
 }

@@ -28,5 +28,5 @@ bool wait_for_dispositions(Starter_Process& starter)
 
 bool wait_for_loop(Starter_Process& starter, const Loop& loop)
 {
-  return wait_for_dispositions(starter) && starter.wait_for_threads(loop.threads);
+  return starter.wait_for_record("is started.") && starter.wait_for_threads(loop.threads);
 }

@@ -48,7 +48,7 @@ std::vector<std::string> with_service(std::vector<std::string> args, const std::
 /// Wait until the process has installed its signal dispositions. False when it ends before that.
 bool wait_for_dispositions(Starter_Process& starter);
 
-/// Wait until the threads of `loop` are there and, as far as can be seen from outside, in their loop.
+/// Wait until the process says that it is started and has the threads of `loop`.
 bool wait_for_loop(Starter_Process& starter, const Loop& loop);
 
 #endif // TESTS_SUPPORT_LOOPS_H
