@@ -28,5 +28,9 @@ bool wait_for_dispositions(Starter_Process& starter)
 
 bool wait_for_loop(Starter_Process& starter, const Loop& loop)
 {
-  return starter.wait_for_record("is started.") && starter.wait_for_threads(loop.threads);
+  if (!starter.wait_for_record("is started."))
+    return false;
+
+  // The main thread of a pool rests when it has made all threads; some of them may have to go yet.
+  return loop.threads == 1 || (starter.wait_for_event_loop() && starter.wait_for_threads(loop.threads));
 }
