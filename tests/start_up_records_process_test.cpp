@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -248,7 +249,8 @@ TEST_F(swappiness_record, comes_after_an_error_record_with_whatever_errno_is_whe
 TEST_F(swappiness_record, comes_after_an_error_record_when_proc_is_not_mounted)
 {
   Start_Options options = quiet();
-  options.env["ASAN_OPTIONS"] = "detect_leaks=0";
+  const char* const asan = std::getenv("ASAN_OPTIONS");
+  options.env["ASAN_OPTIONS"] = (asan ? std::string(asan) + ':' : "") + "detect_leaks=0";
   options.wrapper = {"unshare", "--mount", "--propagation", "private", "sh", "-c", "umount -l /proc && exec \"$@\"",
                      "sh"};
   Starter_Process starter({}, options);
