@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 static constexpr std::chrono::seconds PATIENCE(60); // long enough for a loaded machine under a sanitizer
 static constexpr std::chrono::milliseconds POLL_INTERVAL(2);
 
-static std::string executable()
+std::string executable()
 {
   const char* const name = std::getenv("STARTER_EXECUTABLE");
   return name && *name ? name : STARTER_BUILT_EXECUTABLE;

@@ -31,9 +31,12 @@ inline Start_Options probed()
   return options;
 }
 
+/// The path of the executable under test: the one that was built, or the one that the environment variable
+/// STARTER_EXECUTABLE names.
+std::string executable();
+
 /// The real executable as a process: in a clean environment, in a temporary directory of its own as working
 /// directory, with its standard error captured. The destructor kills and reaps it.
-/// The environment variable STARTER_EXECUTABLE names the executable to test instead of the one that was built.
 class Starter_Process
 {
 public:
