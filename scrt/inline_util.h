@@ -1,11 +1,15 @@
 #ifndef SCRT_INLINE_UTIL_H
 #define SCRT_INLINE_UTIL_H
 
+/// @file
+/// Small inline helpers.
+
 #include <ace/OS_NS_stdio.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
+#include <cstring>
 
 /// Format into `buf`, which has room for `size` characters with the terminating NUL. `args` is the address of a
 /// `va_list`; it is copied, so the caller may format with it again. Returns the length of the whole text, which is
@@ -13,22 +17,29 @@
 /// (EILSEQ, EOVERFLOW, ENOMEM). Without such an error `errno` is left as it was. Logs nothing. Any thread.
 inline int vformat(char* buf, std::size_t size, const char* fmt, void* args)
 {
-  // The one place that knows how a va_list travels through an untyped pointer: it is an array on some platforms and
-  // a structure on others, and its address is the same kind of thing on all of them.
-  va_list ap;
-  va_copy(ap, *static_cast<va_list*>(args));
-
+  // A clean errno shows an error, but the text may ask for the caller's errno with %m.
   const int saved = errno;
-  errno = 0;
-  const int len = ACE_OS::vsnprintf(buf, size, fmt, ap);
-  const int error = errno;
-  va_end(ap);
+  const int old_errno = std::strchr(fmt, 'm') ? saved : 0;
+  const auto format = [fmt, args, old_errno](char* to, std::size_t room) {
+    // The one place that knows how a va_list travels through an untyped pointer: it is an array on some platforms
+    // and a structure on others, and its address is the same kind of thing on all of them.
+    va_list ap;
+    va_copy(ap, *static_cast<va_list*>(args));
+    errno = old_errno;
+    const int len = ACE_OS::vsnprintf(to, room, fmt, ap);
+    va_end(ap);
+    return len;
+  };
 
-  // The framework disguises an error as a text of this very length; only errno tells it from a genuine one.
-  if (len == static_cast<int>(size) + 1 && error != 0)
+  const int len = format(buf, size);
+
+  // The framework disguises an error as a text one longer than the room. An errno of 0 rules that out; else, formatting
+  // once more without any room tells: the disguise shrinks to 1 with it, a real length stays.
+  if (len >= 0 && static_cast<std::size_t>(len) == size + 1 && errno != 0 && format(nullptr, 0) != len)
     return -1;
 
-  errno = len < 0 ? error : saved;
+  if (len >= 0)
+    errno = saved;
   return len;
 }
 

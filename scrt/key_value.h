@@ -1,14 +1,17 @@
 #ifndef SCRT_KEY_VALUE_H
 #define SCRT_KEY_VALUE_H
 
+/// @file
+/// Static tables that are looked up by name.
+
 #include <cstring>
 
 /// One entry of a static name/value table. A null `key` ends the table.
 template <typename T>
 struct Key_Value_T
 {
-  const char* key;
-  T value;
+  const char* key; ///< zero-terminated, not owned; null in the entry that ends the table
+  T value;         ///< what the key stands for; in the entry that ends the table, what a miss stands for
 };
 
 /// The first entry of `table` whose key equals `key` byte for byte, else the entry that ends the table.

@@ -1,6 +1,9 @@
 #ifndef SCRT_LOG_H
 #define SCRT_LOG_H
 
+/// @file
+/// The macros that every log record goes through.
+
 #include <ace/Log_Msg.h>
 
 /// Every log record of ours goes through one of these two macros. They stamp it with the source file, the line, an

@@ -8,31 +8,6 @@
 #include <ace/Select_Reactor.h>
 #include <ace/TP_Reactor.h>
 
-#include <cerrno>
-#include <memory>
-#include <new>
-
-template <typename Impl>
-ACE_Reactor* make_reactor()
-{
-  Impl* const impl = new (std::nothrow) Impl;
-  if (!impl) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-
-  std::unique_ptr<Impl> t(impl);
-  ACE_Reactor* const reactor = new (std::nothrow) ACE_Reactor(t.get(), true);
-  if (!reactor) {
-    t.reset();
-    errno = ENOMEM; // set last: closing an implementation overwrites it
-    return nullptr;
-  }
-
-  t.release(); // from here on the reactor deletes it
-  return reactor;
-}
-
 // Default arguments of the constructors are what every kind is created with; the table only picks the class.
 Key_Value_T<make_reactor_t> make_reactor_table[5] = {
     {"priority", make_reactor<ACE_Priority_Reactor>},

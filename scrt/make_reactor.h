@@ -1,9 +1,16 @@
 #ifndef SCRT_MAKE_REACTOR_H
 #define SCRT_MAKE_REACTOR_H
 
+/// @file
+/// Reactors by the name of their kind.
+
 #include "scrt/key_value.h"
 
 #include <ace/Reactor.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
 
 /// Creates a reactor that the caller owns and that owns its implementation.
 /// Returns null with `errno` ENOMEM when there is no memory for it. Logs nothing: the caller knows what it asked for.
@@ -15,7 +22,25 @@ using make_reactor_t = ACE_Reactor* (*)();
 /// An implementation that failed to open (no descriptors left) is returned all the same; the framework logs that.
 /// Deleting the reactor deletes the implementation. Any thread.
 template <typename Impl>
-ACE_Reactor* make_reactor();
+ACE_Reactor* make_reactor()
+{
+  Impl* const impl = new (std::nothrow) Impl;
+  if (!impl) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+
+  std::unique_ptr<Impl> t(impl);
+  ACE_Reactor* const reactor = new (std::nothrow) ACE_Reactor(t.get(), true);
+  if (!reactor) {
+    t.reset();
+    errno = ENOMEM; // set last: closing an implementation overwrites it
+    return nullptr;
+  }
+
+  (void)t.release(); // from here on the reactor deletes it
+  return reactor;
+}
 
 /// What the names "priority", "tp", "select" and "dev_poll" stand for, in this order, ended by a null key.
 /// Initialised statically; nobody writes it.

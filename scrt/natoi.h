@@ -1,6 +1,9 @@
 #ifndef SCRT_NATOI_H
 #define SCRT_NATOI_H
 
+/// @file
+/// Strict conversion of decimal text to integers.
+
 #include <ace/OS_NS_errno.h>
 
 #include <cerrno>
@@ -11,6 +14,7 @@
 template <typename U, bool = std::is_pointer<U>::value>
 struct natoi_traits;
 
+/// Pointers to characters of a zero-terminated text.
 template <typename U>
 struct natoi_traits<U, true>
 {

@@ -1,6 +1,9 @@
 #ifndef SCRT_SNPRINTF_T_H
 #define SCRT_SNPRINTF_T_H
 
+/// @file
+/// Formatted text in a buffer that grows when it has to.
+
 #include "scrt/inline_util.h"
 
 #include <ace/OS_NS_stdlib.h>
@@ -28,6 +31,8 @@ public:
 
   /// The text, valid until the next formatting or the end of the object. Undefined content after a formatting error.
   const T* c_str() const { return ptr_ ? ptr_ : buf_; }
+
+  /// The same text, which the caller may change within its length.
   T* data() { return ptr_ ? ptr_ : buf_; }
 
   /// The length of the text in characters; negative after a formatting error, 0 when memory ran out.
@@ -42,10 +47,10 @@ public:
   int vset(const char* fmt, void* args);
 
 protected:
-  T buf_[N];
-  int len_;
-  T* ptr_;
-  unsigned size_;
+  T buf_[N];      ///< the text as long as it has not outgrown this
+  int len_;       ///< what length() returns
+  T* ptr_;        ///< the text once it has outgrown buf_, owned; else null
+  unsigned size_; ///< room at ptr_ in characters, 0 while that is null
 };
 
 template <unsigned N, typename T>
@@ -75,20 +80,21 @@ int snprintf_t<N, T>::vset(const char* fmt, void* args)
 
   for (;;) {
     len_ = vformat(data(), size, fmt, args);
-    if (len_ < static_cast<int>(size))
+    if (len_ < 0 || static_cast<unsigned>(len_) < size)
       return len_;
 
     // One more than the room is the guess of libraries that cannot tell the length: take a good step then.
-    if (len_ == static_cast<int>(size) + 1)
-      len_ = 2 * len_;
+    unsigned length = static_cast<unsigned>(len_);
+    if (length == size + 1)
+      length *= 2;
 
-    T* const t = static_cast<T*>(ACE_OS::realloc(ptr_, (static_cast<std::size_t>(len_) + 1) * sizeof(T)));
+    T* const t = static_cast<T*>(ACE_OS::realloc(ptr_, (static_cast<std::size_t>(length) + 1) * sizeof(T)));
     if (!t) {
       len_ = 0;
       return -1;
     }
     ptr_ = t;
-    size = size_ = static_cast<unsigned>(len_) + 1;
+    size = size_ = length + 1;
   }
 }
 

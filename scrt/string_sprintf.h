@@ -1,6 +1,9 @@
 #ifndef SCRT_STRING_SPRINTF_H
 #define SCRT_STRING_SPRINTF_H
 
+/// @file
+/// Formatted text in a string.
+
 #include "scrt/inline_util.h"
 
 #include <cstdarg>
@@ -16,14 +19,14 @@ template <typename T>
 int string_vsprintf(std::basic_string<T>& s, const T* fmt, void* args, bool append)
 {
   const std::size_t pos = append ? s.size() : 0;
-  int size = static_cast<int>(s.size() - pos);
+  std::size_t size = s.size() - pos;
   if (size < 128) {
     size = 128;
     s.resize(pos + 128);
   }
 
   for (;;) {
-    int len = vformat(&s[pos], static_cast<std::size_t>(size), fmt, args);
+    const int len = vformat(&s[pos], size, fmt, args);
     if (len < 0) {
       if (pos == 0)
         std::basic_string<T>().swap(s);
@@ -31,16 +34,18 @@ int string_vsprintf(std::basic_string<T>& s, const T* fmt, void* args, bool appe
         s.resize(pos);
       return len;
     }
-    if (len < size) {
-      s.resize(pos + static_cast<std::size_t>(len));
+
+    std::size_t length = static_cast<std::size_t>(len);
+    if (length < size) {
+      s.resize(pos + length);
       return static_cast<int>(s.size());
     }
 
     // One more than the room is the guess of libraries that cannot tell the length: take a step beyond it then.
-    if (len == size + 1)
-      len += 128;
-    size = len + 1;
-    s.resize(pos + static_cast<std::size_t>(size));
+    if (length == size + 1)
+      length += 128;
+    size = length + 1;
+    s.resize(pos + size);
   }
 }
 

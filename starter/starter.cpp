@@ -28,18 +28,24 @@ template <>
 }
 } // namespace std
 
+#include "scrt/environ.h"
 #include "scrt/log.h"
 #include "scrt/make_reactor.h"
 #include "scrt/natoi.h"
+#include "scrt/sysconf_helper.h"
+#include "starter/handler_memory.h"
 #include "starter/open_service_config.h"
+#include "starter/systemd_handler.h"
 
 #include <ace/ACE.h>
 #include <ace/Get_Opt.h>
 #include <ace/OS_NS_Thread.h>
 #include <ace/OS_NS_string.h>
 #include <ace/OS_NS_sys_stat.h>
+#include <ace/OS_NS_sys_utsname.h>
 #include <ace/OS_NS_unistd.h>
 #include <ace/Reactor.h>
+#include <ace/Select_Reactor.h>
 #include <ace/Service_Config.h>
 #include <ace/Signal.h>
 #include <ace/Thread_Manager.h>
@@ -57,10 +63,18 @@ template <>
 #include <vector>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <unistd.h>
+
+#if __has_include("starter/version.h")
+#include "starter/version.h" // written by the build
+#else
+#define STARTER_VERSION "0"
+#define STARTER_REVISION "unknown"
+#endif
 
 namespace std
 {
@@ -329,11 +343,19 @@ static ACE_Reactor* get_reactor(int argc, char** argv, unsigned& threads)
 
 using pthread_getname_np_t = int (*)(pthread_t, char*, std::size_t);
 
-enum { THREAD_NAME_SIZE = 16, FAULT_GUARD_SEC = 3 };
+enum { THREAD_NAME_SIZE = 16, FAULT_GUARD_SEC = 5 };
+
+// An alarm and a used-up processor time are treated as faults on purpose.
+static constexpr int FAULT_SIGNALS[] = {SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCPU, SIGBUS, SIGABRT};
 
 static std::sig_atomic_t finished; // 1 from the first termination that found the event loop running
 static pthread_getname_np_t pthread_getname;
-static std::atomic<pid_t> faulting_thread; // the thread whose fault ends the process, 0 while there is none
+
+// The fault that ends the process: its thread, 0 while there is none, what it was, and whether that has been logged.
+static std::atomic<pid_t> faulting_thread;
+static int fault_signo;
+static char fault_thread_name[THREAD_NAME_SIZE];
+static std::atomic<bool> fault_logged;
 
 static void get_thread_name(char (&thread_name)[THREAD_NAME_SIZE])
 {
@@ -343,52 +365,112 @@ static void get_thread_name(char (&thread_name)[THREAD_NAME_SIZE])
     (void)pthread_getname(ACE_OS::thr_self(), thread_name, sizeof thread_name); // failing, it leaves "unknown"
 }
 
+// Whether there is a process-wide reactor yet. Its accessor would make one, which is no work for a handler: the thread
+// that it interrupts may be making it, and would then put its own in the place of one whose loop has been ended.
+class Reactor_Slot : private ACE_Reactor
+{
+public:
+  static bool is_filled() { return reactor_ != nullptr; }
+};
+
+// What end_reactor_event_loop does, without the reactor's token. That one is guarded by a plain mutex, and the thread
+// that is interrupted may be inside of it: waiting for the token from here, it would wait for itself.
+class Select_Loop : private ACE_Select_Reactor
+{
+public:
+  static void end(ACE_Reactor& r, ACE_Select_Reactor& impl)
+  {
+    ACE_Time_Value no_wait(ACE_Time_Value::zero);
+
+    impl.*(&Select_Loop::deactivated_) = 1;
+    (void)r.notify(nullptr, ACE_Event_Handler::NULL_MASK, &no_wait); // a full pipe wakes the loop just as well
+  }
+};
+
+static void end_event_loop(ACE_Reactor& r)
+{
+  if (ACE_Select_Reactor* const impl = dynamic_cast<ACE_Select_Reactor*>(r.implementation()))
+    Select_Loop::end(r, *impl);
+  else
+    (void)r.end_reactor_event_loop(); // main looks at the loop, not at this result
+}
+
 static void sig_terminate(int signo)
 {
   const ACE_Errno_Guard guard(errno);
+  const Handler_Memory_Guard memory;
   char thread_name[THREAD_NAME_SIZE];
   get_thread_name(thread_name);
 
   LOG_RECORD(LM_INFO, "Signal %d (%s) caught in [%s].\n", signo, strsignal(signo), thread_name);
 
-  if (finished == 0 && !ACE_Reactor::instance()->reactor_event_loop_done()) {
+  if (finished != 0)
+    return;
+  if (!Reactor_Slot::is_filled()) {
+    finished = 1; // main ends the loop of the reactor that comes
+    return;
+  }
+  if (!ACE_Reactor::instance()->reactor_event_loop_done()) {
     finished = 1;
-    (void)ACE_Reactor::instance()->end_reactor_event_loop(); // main looks at the loop, not at this result
+    end_event_loop(*ACE_Reactor::instance());
   }
 }
 
-// Let only the first fault of the process go on, and see to it that the process ends whatever that one runs into.
-static void enter_fault(int signo)
+// The first fault of the process writes the record and leaves; this is where every later one ends. It waits for that,
+// unless it shows that the first one cannot get on: it is on the same thread, or it is the alarm.
+[[noreturn]] static void give_up_fault(int signo)
 {
-  pid_t first = 0;
-  if (!faulting_thread.compare_exchange_strong(first, gettid())) {
-    // The way out has failed under the first one, or its time is up.
-    if (first == gettid() || signo == SIGALRM)
-      _exit(0);
-
-    // The exit handlers take the framework down under the threads that still run. What those make of it is no news
-    // and must not cut the exit short.
+  if (faulting_thread != gettid() && signo != SIGALRM)
     for (;;)
       pause();
-  }
 
-  // Armed before the record is written: when the fault is the allocator's, the record waits for its lock for ever.
-  // The alarm signal itself may be the fault, so it is let through to this thread.
-  sigset_t alarm_set;
-  sigemptyset(&alarm_set);
-  sigaddset(&alarm_set, SIGALRM);
-  (void)pthread_sigmask(SIG_UNBLOCK, &alarm_set, nullptr); // cannot fail with these arguments
-  (void)alarm(FAULT_GUARD_SEC);                            // nobody else's alarm matters any more
+  // Most likely the fault is the allocator's, and the back trace, which allocates, waits for its lock.
+  if (!fault_logged.exchange(true)) {
+    (void)alarm(1); // should this record hang too
+    LOG_RECORD(LM_ALERT, "Signal %d (%s) caught in [%s], the back trace:\n.\n", fault_signo, strsignal(fault_signo),
+               fault_thread_name);
+  }
+  _exit(0);
+}
+
+// Whatever the record and the exit run into, the process ends: another fault of this thread gets through to its
+// handler, the same signal included, and the alarm comes when nothing else does.
+static void guard_fault()
+{
+  sigset_t faults;
+  sigemptyset(&faults);
+  for (const int fault : FAULT_SIGNALS)
+    sigaddset(&faults, fault);
+
+  (void)pthread_sigmask(SIG_UNBLOCK, &faults, nullptr); // cannot fail with these arguments
+  (void)alarm(FAULT_GUARD_SEC);                         // nobody else's alarm matters any more
+}
+
+// The exit handlers take the framework down while loop threads still run. What those stand on stays as it is: taken
+// away, it makes them fault too, with locks that the exit waits for.
+static void keep_loop_standing()
+{
+  if (Reactor_Slot::is_filled())
+    ACE_Reactor::instance(ACE_Reactor::instance(), false);
+  ACE_Thread_Manager::instance(ACE_Thread_Manager::instance()); // what is set this way is not deleted
 }
 
 static void sig_abnormal_terminate(int signo)
 {
-  enter_fault(signo);
-  char thread_name[THREAD_NAME_SIZE];
-  get_thread_name(thread_name);
+  const Handler_Memory_Guard memory;
 
-  LOG_RECORD(LM_ALERT, "Signal %d (%s) caught in [%s], the back trace:\n%?.\n", signo, strsignal(signo), thread_name);
+  pid_t none = 0;
+  if (!faulting_thread.compare_exchange_strong(none, gettid()))
+    give_up_fault(signo);
+  fault_signo = signo;
+  get_thread_name(fault_thread_name);
+  guard_fault();
 
+  LOG_RECORD(LM_ALERT, "Signal %d (%s) caught in [%s], the back trace:\n%?.\n", signo, strsignal(signo),
+             fault_thread_name);
+  fault_logged = true;
+
+  keep_loop_standing();
   // Status 0 for a fault too, and no core image: supervisors restart the process in any case and take the record
   // as the account of what happened.
   std::exit(0);
@@ -398,13 +480,17 @@ static void sig_reconfig(int signo)
 {
   const ACE_Errno_Guard guard(errno);
 
-  LOG_RECORD(LM_INFO, "Signal %d (%s) caught, and reconfiguring ... \n", signo, strsignal(signo));
+  {
+    const Handler_Memory_Guard memory; // not for the services: they stay
+    LOG_RECORD(LM_INFO, "Signal %d (%s) caught, and reconfiguring ... \n", signo, strsignal(signo));
+  }
   ACE_Service_Config::reconfigure();
 }
 
 static void sig_usr2(int)
 {
   const ACE_Errno_Guard guard(errno);
+  const Handler_Memory_Guard memory;
   const bool on = ACE::debug();
 
   LOG_RECORD(LM_INFO, "%s ACE::debug.\n", on ? "Disable" : "Enable");
@@ -426,8 +512,8 @@ void init_signal_handlers()
   const ACE_Sig_Action term_action(sset, sig_terminate, no_mask, 0);
 
   sset.empty_set();
-  for (const int signo : {SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCPU, SIGBUS, SIGABRT})
-    sset.sig_add(signo);
+  for (const int fault : FAULT_SIGNALS)
+    sset.sig_add(fault);
   const ACE_Sig_Action abnormal_term_action(sset, sig_abnormal_terminate, no_mask, 0);
 
   sset.empty_set();
@@ -482,6 +568,61 @@ static bool do_open_service(int argc, char** argv)
   return ACE_Service_Config::open(argc, argv, ACE_DEFAULT_LOGGER_KEY, false, false, true) == 0;
 }
 
+// ---- What is known of the machine and the product
+
+short get_vm_swappiness()
+{
+  const int fd = ::open("/proc/sys/vm/swappiness", O_RDONLY);
+  if (fd == -1)
+    return -1;
+
+  int e = 0;
+  short rc = -1;
+  char buf[4];
+  const ssize_t n = ::read(fd, buf, sizeof buf - 1);
+  if (n < 0)
+    e = errno;
+  else if (n > 0) {
+    buf[n] = '\0';
+    rc = natoi<short, char*>(buf, nullptr, nullptr);
+  }
+
+  ::close(fd);
+  if (e != 0)
+    errno = e;
+  return rc;
+}
+
+static void log_system_info()
+{
+  const short swappiness = get_vm_swappiness();
+  if (swappiness < 0)
+    LOG_RECORD(LM_ERROR, "Failed to get vm swappiness from /proc/sys/vm/swappiness, errno=%d, %m\n",
+               ACE_OS::last_error());
+
+  struct utsname uts;
+  if (ACE_OS::uname(&uts) != 0)
+    return;
+
+  const int processors = static_cast<int>(ACE_OS::num_processors());
+  const ACE_UINT64 memory = (get_system_memory() + 0x20000000) >> 30; // to the nearest GiB, halves up
+  LOG_RECORD(LM_INFO,
+             "system info: sysname=%s, nodename=%s, release=%s, version=%s, machine=%s, processors=%d, memory=%QG, "
+             "nofile=%d, swappiness=%d\n",
+             uts.sysname, uts.nodename, uts.release, uts.version, uts.machine, processors, memory, ACE::max_handles(),
+             static_cast<int>(swappiness));
+}
+
+static void log_product_info()
+{
+  const std::string component = get_env_r("COMPONENT");
+
+  if (!component.empty())
+    LOG_RECORD(LM_INFO, "tessarin3-%s " STARTER_VERSION " (rev " STARTER_REVISION ") is started.\n", component.c_str());
+  else
+    LOG_RECORD(LM_INFO, "tessarin3 " STARTER_VERSION " (rev " STARTER_REVISION ") is started.\n");
+}
+
 // ---- The process
 
 static int tried_throw; // entries into handle_terminate; one thread ends the process, so no atomic
@@ -513,7 +654,7 @@ static void* event_loop(void* arg)
 
 static void run_event_loop(unsigned threads)
 {
-  // A termination that interrupted the making of the default reactor has ended the loop of one that is gone since.
+  // A termination that arrived before there was a reactor has left it to us to end the loop.
   if (finished != 0 && !ACE_Reactor::instance()->reactor_event_loop_done())
     ACE_Reactor::instance()->end_reactor_event_loop();
 
@@ -547,6 +688,9 @@ int main(int argc, char** argv)
 
   init_signal_handlers(); // before services load: their threads start under our dispositions
   open_service_config(argc, argv, true, do_open_service);
+  log_system_info();
+  new_event_handler<Systemd_Handler>();
+  log_product_info(); // the last record before the loop runs
 
   run_event_loop(threads);
 

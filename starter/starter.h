@@ -10,6 +10,11 @@
 /// a text without any digits is id 0 if it is empty. `s` must not be null. May set `errno` to ERANGE. Any thread.
 ACE_INT64 parse_uid_gid(const char* s);
 
+/// The kernel's setting vm.swappiness, 0 for a text that does not begin with digits; only its first three characters
+/// are looked at, which hold every valid setting. -1 when it cannot be read, with the `errno` of open(2) or read(2), or
+/// when there is no text, which leaves `errno` alone. Logs nothing. Any thread.
+short get_vm_swappiness();
+
 /// The last "." in `path` and what follows it; null when `path` is null or has none. Points into `path`.
 const char* find_file_extension(const char* path);
 

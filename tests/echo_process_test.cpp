@@ -1,10 +1,10 @@
 #include "tests/support/starter_process.h"
+#include "tests/support/wait_until.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -320,12 +320,11 @@ static bool is_idle(const Starter_Process& starter)
 // Wait until the process has nothing left to do: it is seen idle many times in a row.
 static bool wait_until_idle(const Starter_Process& starter)
 {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(PATIENCE_MSEC);
-
-  for (unsigned seen = 0; seen < 50; seen = is_idle(starter) ? seen + 1 : 0)
-    if (std::chrono::steady_clock::now() > deadline)
-      return false;
-  return true;
+  unsigned seen = 0;
+  return wait_until([&] {
+    seen = is_idle(starter) ? seen + 1 : 0;
+    return seen == 50;
+  });
 }
 
 // A hang-up makes the configurator process its files again: the service makes way for a new one of its name. That

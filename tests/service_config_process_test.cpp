@@ -270,7 +270,7 @@ TEST(service_config_process, runs_without_any_service)
 static std::vector<std::string> shutdown_steps(const std::vector<std::string>& options)
 {
   Start_Options start = probed();
-  start.preload = {TESTS_SHUTDOWN_PROBE};
+  start.preload = {preload_library("shutdown_probe")};
   std::vector<std::string> args = options;
   args.insert(args.end(), {"-S", recorder("a")});
 

@@ -1,17 +1,386 @@
-#include "tests/support/starter_process.h"
+#include "tests/support/loops.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
+#include <tuple>
+
 #include <signal.h>
 
-TEST(starter_process, ends_with_status_0_on_sigterm)
+namespace
 {
-  Starter_Process starter({"--reactor", "tp", "--threads", "2"}, probed());
-  ASSERT_TRUE(starter.wait_for_threads(3)) << starter.log();
+// A signal of the C library's own is in the set when the process has ended a thread before.
+std::vector<int> signals(const Starter_Process& starter, const std::string& field)
+{
+  std::vector<int> result = signals_in_mask(starter.status_field(field));
+  result.erase(std::remove_if(result.begin(), result.end(), [](int signo) { return signo == 32 || signo == 33; }),
+               result.end());
+  return result;
+}
 
+std::vector<int> sorted(std::vector<int> signals)
+{
+  std::sort(signals.begin(), signals.end());
+  return signals;
+}
+
+const std::vector<int> CAUGHT =
+    sorted({SIGINT, SIGQUIT, SIGTERM, SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCPU, SIGBUS, SIGABRT, SIGHUP, SIGUSR2});
+const std::vector<int> IGNORED = sorted({SIGPIPE, SIGIO, SIGURG});
+
+std::string caught_in(int signo, const std::string& thread)
+{
+  return "Signal " + std::to_string(signo) + " (" + strsignal(signo) + ") caught in [" + thread + "]";
+}
+
+std::string loop_name(const testing::TestParamInfo<Loop>& info)
+{
+  return info.param.name;
+}
+
+std::vector<Record> records_with(const Starter_Process& starter, const std::string& text)
+{
+  std::vector<Record> found;
+  for (const Record& record : starter.records())
+    if (record.text.find(text) != std::string::npos)
+      found.push_back(record);
+  return found;
+}
+} // namespace
+
+class every_loop : public testing::TestWithParam<Loop>
+{
+protected:
+  // Up to where services have been loaded and the loop threads are there.
+  static bool is_up(Starter_Process& starter, const std::string& record)
+  {
+    return starter.wait_for_record(record) && wait_for_loop(starter, GetParam());
+  }
+};
+
+TEST_P(every_loop, has_the_dispositions_from_the_opening_to_the_end)
+{
+  Starter_Process starter(with_service(GetParam().args, "talker", "_make_Talker"));
+  ASSERT_TRUE(is_up(starter, "talker init.")) << starter.log();
+
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(CAUGHT, signals(starter, "SigCgt"));
+    EXPECT_EQ(IGNORED, signals(starter, "SigIgn"));
+    EXPECT_TRUE(
+        starter.wait_until([&] { return signals(starter, "SigBlk").empty(); })); // a record in the making blocks
+
+    starter.send(SIGHUP);
+    ASSERT_TRUE(starter.wait_for_record("and reconfiguring ...", static_cast<unsigned>(i) + 1)) << starter.log();
+  }
+}
+
+TEST_P(every_loop, ends_in_order_with_status_0_on_each_termination_signal)
+{
+  for (const int signo : {SIGINT, SIGQUIT, SIGTERM}) {
+    SCOPED_TRACE(strsignal(signo));
+    Starter_Process starter(with_service(GetParam().args, "talker", "_make_Talker"), probed());
+    ASSERT_TRUE(is_up(starter, "talker init.")) << starter.log();
+
+    starter.send(signo);
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    EXPECT_EQ(1u, starter.count("talker fini.")) << starter.log();
+    const std::vector<Record> found = records_with(starter, "caught in");
+    ASSERT_EQ(1u, found.size());
+    EXPECT_EQ(caught_in(signo, "starter") + ".\n", found[0].text);
+    EXPECT_EQ(8, found[0].priority);
+    EXPECT_EQ(0, found[0].status);
+    EXPECT_EQ("starter/starter.cpp", found[0].file);
+  }
+}
+
+TEST_P(every_loop, ends_under_load_on_each_termination_signal)
+{
+  for (const int signo : {SIGINT, SIGQUIT, SIGTERM}) {
+    SCOPED_TRACE(strsignal(signo));
+    Starter_Process starter(with_service(GetParam().args, "busy", "_make_Busy"));
+    ASSERT_TRUE(wait_for_loop(starter, GetParam())) << starter.log();
+
+    starter.send(signo);
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    EXPECT_EQ(1u, starter.count("caught in")) << starter.log();
+  }
+}
+
+TEST_P(every_loop, logs_a_fault_with_a_back_trace_and_ends_with_status_0)
+{
+  for (const int signo : FAULTS) {
+    SCOPED_TRACE(strsignal(signo));
+    Starter_Process starter(with_service(GetParam().args, "talker", "_make_Talker"), probed());
+    ASSERT_TRUE(is_up(starter, "talker init.")) << starter.log();
+
+    starter.send(signo);
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    const std::vector<Record> found = records_with(starter, "caught in");
+    ASSERT_EQ(1u, found.size());
+    EXPECT_EQ(0u, found[0].text.find(caught_in(signo, "starter") + ", the back trace:\n")) << found[0].text;
+    EXPECT_NE(std::string::npos, found[0].text.find("libc.so.6(")) << found[0].text; // where the thread waits
+    EXPECT_EQ(512, found[0].priority);
+    EXPECT_EQ(0, found[0].status);
+  }
+}
+
+TEST_P(every_loop, applies_an_edited_configuration_on_a_hang_up_and_goes_on)
+{
+  Temp_Dir dir;
+  const std::string file = dir.write("x.conf", dynamic_directive("First", "talker", "_make_Talker", "first"));
+  std::vector<std::string> args = GetParam().args;
+  args.insert(args.end(), {"-f", file});
+  Starter_Process starter(args, probed());
+  ASSERT_TRUE(is_up(starter, "first init.")) << starter.log();
+  const std::vector<pid_t> threads = starter.threads();
+
+  dir.write("x.conf", dynamic_directive("Second", "talker", "_make_Talker", "second"));
+  starter.send(SIGHUP);
+
+  ASSERT_TRUE(starter.wait_for_record("second init.")) << starter.log();
+  EXPECT_EQ(threads, starter.threads());
+
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("second fini.")) << starter.log();
+  const std::vector<Record> found = records_with(starter, "reconfiguring");
+  ASSERT_EQ(1u, found.size());
+  EXPECT_EQ("Signal 1 (Hangup) caught, and reconfiguring ... \n", found[0].text);
+  EXPECT_EQ(8, found[0].priority);
+  EXPECT_EQ(0, found[0].status);
+}
+
+INSTANTIATE_TEST_SUITE_P(signals, every_loop, testing::ValuesIn(LOOPS), loop_name);
+
+// ---- Faults of code that really runs
+
+TEST(fault, of_a_service_names_its_frames)
+{
+  const std::tuple<const char*, int> cases[] = {{"null", SIGSEGV}, {"division", SIGFPE}, {"instruction", SIGILL},
+                                                {"bus", SIGBUS},   {"abort", SIGABRT},   {"alarm", SIGALRM},
+                                                {"cpu", SIGXCPU}};
+
+  for (const char* const kind : {"select", "dev_poll", "tp"})
+    for (const auto& [how, signo] : cases) {
+      SCOPED_TRACE(testing::Message() << kind << ' ' << how);
+      Starter_Process starter(
+          with_service({"--reactor", kind, "--threads", kind[0] == 't' ? "4" : "1"}, "crash", "_make_Crash", how));
+
+      EXPECT_EQ(0, starter.wait_status()) << starter.log();
+      EXPECT_EQ(1u, starter.count("the back trace:")) << starter.log();
+      EXPECT_EQ(1u, starter.count(caught_in(signo, "starter") + ", the back trace:\n")) << starter.log();
+      EXPECT_NE(0u, starter.count("crash_here")) << starter.log();
+    }
+}
+
+// The back trace allocates, and waits for the allocator's lock for ever.
+TEST(fault, inside_the_allocator_ends_the_process_too)
+{
+  for (const char* const kind : {"select", "tp"}) {
+    SCOPED_TRACE(kind);
+    Starter_Process starter(
+        with_service({"--reactor", kind, "--threads", kind[0] == 't' ? "4" : "1"}, "crash", "_make_Crash", "heap"));
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    EXPECT_EQ(1u, starter.count(caught_in(SIGABRT, "starter") + ", the back trace:\n")) << starter.log();
+  }
+}
+
+TEST(fault, leaves_through_exit_handlers_and_static_destructors)
+{
+  Start_Options options;
+  options.preload = {preload_library("exit_witness")};
+
+  for (const Loop& loop : LOOPS) {
+    SCOPED_TRACE(loop.name);
+    Starter_Process starter(with_service(loop.args, "talker", "_make_Talker"), options);
+    ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
+    ASSERT_TRUE(wait_for_loop(starter, loop)) << starter.log();
+
+    starter.send(SIGSEGV);
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    EXPECT_EQ(1u, starter.count("exit handler ran")) << starter.log();
+    EXPECT_EQ(1u, starter.count("static destructor ran")) << starter.log();
+  }
+}
+
+// ---- Start-up
+
+class during_start_up : public testing::TestWithParam<Loop>
+{
+};
+
+TEST_P(during_start_up, a_termination_goes_straight_to_the_shutdown)
+{
+  Temp_Dir dir;
+  Starter_Process starter(with_service(GetParam().args, "gate", "_make_Gate", dir / "open"));
+  ASSERT_TRUE(starter.wait_for_record("Gate is closed.")) << starter.log();
+
+  starter.send(SIGTERM);
+  ASSERT_TRUE(starter.wait_for_record("caught in [starter].")) << starter.log();
+  starter.send(SIGINT);
+  ASSERT_TRUE(starter.wait_for_record("caught in [starter].", 2)) << starter.log();
+  dir.write("open", "");
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(2u, starter.count("caught in")) << starter.log();
+  EXPECT_EQ(1u, starter.count("Gate is open, loop done 1.")) << starter.log(); // at once, before there is a loop
+  EXPECT_EQ(1u, starter.count("Gate is gone.")) << starter.log();
+}
+
+INSTANTIATE_TEST_SUITE_P(signals, during_start_up, testing::ValuesIn(LOOPS), loop_name);
+
+TEST(termination, in_the_middle_of_the_making_of_the_default_reactor_is_not_lost)
+{
+  Start_Options options;
+  options.preload = {preload_library("signal_in_socketpair")};
+
+  Starter_Process starter({}, options);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("Signal 15 (Terminated) caught in [starter].")) << starter.log();
+}
+
+TEST(termination, twice_gives_two_records_and_one_end)
+{
+  Temp_Dir dir;
+  Starter_Process starter(with_service({"--reactor", "select"}, "gate", "_make_Gate", dir / "open"));
+  ASSERT_TRUE(starter.wait_for_record("Gate is closed.")) << starter.log();
+
+  starter.send(SIGTERM);
+  ASSERT_TRUE(starter.wait_for_record("caught in")) << starter.log();
+  starter.send(SIGTERM);
+  ASSERT_TRUE(starter.wait_for_record("caught in", 2)) << starter.log();
+  dir.write("open", "");
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("Gate is gone.")) << starter.log();
+}
+
+// ---- The other signals
+
+TEST(user_signal_2, toggles_debug_output)
+{
+  Starter_Process starter(with_service({}, "talker", "_make_Talker"), probed());
+  ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
+
+  starter.send(SIGUSR2);
+  ASSERT_TRUE(starter.wait_for_record("Enable ACE::debug.\n")) << starter.log();
+  starter.send(SIGUSR2);
+  ASSERT_TRUE(starter.wait_for_record("Disable ACE::debug.\n")) << starter.log();
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+
+  const std::vector<Record> found = records_with(starter, "able ACE::debug.");
+  ASSERT_EQ(2u, found.size());
+  EXPECT_EQ(8, found[0].priority);
+  EXPECT_EQ(0, found[0].status);
+}
+
+TEST(user_signal_2, finds_debugging_on_when_the_command_line_asked_for_it)
+{
+  Starter_Process starter(with_service({"-d"}, "talker", "_make_Talker"));
+  ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
+
+  starter.send(SIGUSR2);
+
+  EXPECT_TRUE(starter.wait_for_record("Disable ACE::debug.\n")) << starter.log();
+}
+
+TEST(user_signal_1, kills_as_it_does_by_default)
+{
+  Starter_Process starter(with_service({}, "talker", "_make_Talker"));
+  ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
+
+  starter.send(SIGUSR1);
+
+  EXPECT_EQ(-SIGUSR1, starter.wait_status()) << starter.log();
+}
+
+TEST(user_signal_1, stays_ignored_when_it_was_inherited_so)
+{
+  Start_Options options;
+  options.wrapper = {"/usr/bin/env", "--ignore-signal=USR1"};
+  Starter_Process starter(with_service({}, "talker", "_make_Talker"), options);
+  ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
+
+  starter.send(SIGUSR1);
+  starter.send(SIGUSR2); // served after the first one
+  ASSERT_TRUE(starter.wait_for_record("Enable ACE::debug.")) << starter.log();
+  EXPECT_TRUE(starter.is_running());
+}
+
+TEST(ignored_signals, change_nothing)
+{
+  Starter_Process starter(with_service({}, "talker", "_make_Talker"));
+  ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
+
+  for (const int signo : IGNORED)
+    starter.send(signo);
   starter.send(SIGTERM);
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
-  for (auto& r : starter.records())
-    std::cerr << r;
+  EXPECT_EQ(1u, starter.count("Signal ")) << starter.log();
+}
+
+// ---- The hang-up signal and the configurator's own
+
+TEST(configurator_signal, keeps_what_the_configurator_gives_it)
+{
+  Starter_Process starter(with_service({"-s", "10"}, "talker", "_make_Talker"));
+  ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
+
+  starter.send(SIGUSR1);
+  starter.send(SIGHUP);
+
+  ASSERT_TRUE(starter.wait_for_record("Signal 1 (Hangup) caught, and reconfiguring ...")) << starter.log();
+  EXPECT_TRUE(starter.is_running());
+  EXPECT_EQ(0u, starter.count("Signal 10")) << starter.log();
+}
+
+TEST(configurator_signal, is_the_users_own_wish_for_the_hang_up_too)
+{
+  Starter_Process starter(with_service({"-s", "1"}, "talker", "_make_Talker"));
+  ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
+
+  starter.send(SIGHUP);
+  starter.send(SIGTERM);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(0u, starter.count("reconfiguring")) << starter.log();
+}
+
+// ---- Thread names
+
+TEST(thread_name, of_15_characters_is_shown_whole)
+{
+  Starter_Process starter(with_service({}, "named", "_make_Named", "fifteen_letters"));
+  ASSERT_TRUE(starter.wait_for_record("Thread is named.")) << starter.log();
+
+  starter.send_to_thread(starter.threads().back(), SIGTERM);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("caught in [fifteen_letters].")) << starter.log();
+}
+
+TEST(thread_name, is_unknown_to_a_c_library_that_cannot_tell)
+{
+  Start_Options options;
+  options.preload = {preload_library("no_thread_name")};
+
+  for (const int signo : {SIGTERM, SIGSEGV}) {
+    SCOPED_TRACE(strsignal(signo));
+    Starter_Process starter(with_service({}, "talker", "_make_Talker"), options);
+    ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
+
+    starter.send(signo);
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    EXPECT_EQ(1u, starter.count("caught in [unknown]")) << starter.log();
+  }
 }

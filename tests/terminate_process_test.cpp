@@ -81,7 +81,7 @@ TEST(terminate_process, records_only_the_abort_without_an_exception)
 TEST(terminate_process, aborts_plainly_before_the_dispositions_are_in_force)
 {
   Start_Options options = probed();
-  options.preload = {TESTS_THROW_PROBE};
+  options.preload = {preload_library("throw_probe")};
 
   Starter_Process starter({"--background"}, options);
 

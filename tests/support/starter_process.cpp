@@ -1,5 +1,7 @@
 #include "tests/support/starter_process.h"
 
+#include "tests/support/wait_until.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -13,6 +15,7 @@
 #include <grp.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,6 +31,33 @@ std::string executable()
   return name && *name ? name : STARTER_BUILT_EXECUTABLE;
 }
 
+static std::string make_preload(const Start_Options& options)
+{
+  std::vector<std::string> libraries = options.preload;
+  if (options.probe)
+    libraries.push_back(TESTS_LOG_PROBE);
+
+  std::string preload;
+  for (const std::string& library : libraries)
+    preload += (preload.empty() ? "" : ":") + library;
+  return preload;
+}
+
+// The words that start the program. A wrapper preloads nothing itself: those libraries belong to the program, and
+// one built with a sanitizer does not get along with every tool.
+static std::vector<std::string> make_words(const std::vector<std::string>& args, const Start_Options& options)
+{
+  std::vector<std::string> words = options.wrapper;
+  if (words.empty())
+    words.push_back(options.argv0);
+  else
+    for (const std::string& word : {std::string("env"), "LD_PRELOAD=" + make_preload(options), executable()})
+      words.push_back(word);
+
+  words.insert(words.end(), args.begin(), args.end());
+  return words;
+}
+
 static std::vector<std::string> make_environment(const Start_Options& options, const Temp_Dir& dir)
 {
   std::map<std::string, std::string> env{{"PATH", "/usr/sbin:/usr/bin:/sbin:/bin"}};
@@ -35,13 +65,10 @@ static std::vector<std::string> make_environment(const Start_Options& options, c
     if (const char* const value = std::getenv(name))
       env[name] = value;
 
-  std::vector<std::string> preload = options.preload;
-  if (options.probe) {
-    preload.push_back(TESTS_LOG_PROBE);
+  if (options.probe)
     env["STARTER_LOG_PROBE"] = dir / "records";
-  }
-  for (const std::string& library : preload)
-    env["LD_PRELOAD"] += (env["LD_PRELOAD"].empty() ? "" : ":") + library;
+  if (const std::string preload = make_preload(options); options.wrapper.empty() && !preload.empty())
+    env["LD_PRELOAD"] = preload;
 
   for (const auto& [name, value] : options.env)
     env[name] = value;
@@ -73,11 +100,11 @@ static void become(const Start_Options& options)
 
 Starter_Process::Starter_Process(const std::vector<std::string>& args, const Start_Options& options)
 {
-  std::vector<std::string> words = options.wrapper;
-  const std::string program = words.empty() ? executable() : words.front();
-  words.push_back(words.empty() ? options.argv0 : executable());
-  words.insert(words.end(), args.begin(), args.end());
+  std::vector<std::string> words = make_words(args, options);
+  const std::string program = options.wrapper.empty() ? executable() : words.front();
   std::vector<std::string> env = make_environment(options, dir_);
+  if (options.probe)
+    chmod(dir_.write("records", "").c_str(), 0666); // an account that the process becomes must be able to append
   const std::vector<char*> argv = make_pointers(words);
   const std::vector<char*> envp = make_pointers(env);
 
@@ -202,7 +229,12 @@ int Starter_Process::wait_status()
 
 std::string Starter_Process::status_field(const std::string& name) const
 {
-  std::istringstream status(read_file("/proc/" + std::to_string(pid_) + "/status"));
+  return process_status_field(pid_, name);
+}
+
+std::string process_status_field(pid_t pid, const std::string& name)
+{
+  std::istringstream status(read_file("/proc/" + std::to_string(pid) + "/status"));
   for (std::string line; std::getline(status, line);)
     if (line.compare(0, name.size() + 1, name + ':') == 0) {
       const std::size_t first = line.find_first_not_of(" \t", name.size() + 1);
@@ -219,22 +251,72 @@ std::vector<pid_t> Starter_Process::threads() const
   for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task", ignored))
     tids.push_back(static_cast<pid_t>(std::stol(entry.path().filename())));
 
-  std::sort(tids.begin(), tids.end(), [this](pid_t l, pid_t r) {
-    return (l == pid_) != (r == pid_) ? l == pid_ : l < r;
-  });
+  std::sort(tids.begin(), tids.end(),
+            [this](pid_t l, pid_t r) { return (l == pid_) != (r == pid_) ? l == pid_ : l < r; });
   return tids;
+}
+
+bool waits_in_select(long call)
+{
+#ifdef SYS_select
+  if (call == SYS_select)
+    return true;
+#endif
+  return call == SYS_pselect6;
+}
+
+bool waits_in_epoll(long call)
+{
+#ifdef SYS_epoll_wait
+  if (call == SYS_epoll_wait)
+    return true;
+#endif
+  return call == SYS_epoll_pwait;
+}
+
+// The number of the system call that a process waits in, -1 while it runs.
+static long waiting_call(pid_t pid)
+{
+  long call = -1;
+  std::istringstream(read_file("/proc/" + std::to_string(pid) + "/syscall")) >> call;
+  return call;
+}
+
+bool is_in_event_loop(pid_t pid)
+{
+  // One that is started through another program is not ours until that one has given way.
+  const std::string name = std::filesystem::path(executable()).filename();
+  if (process_status_field(pid, "Name") != name.substr(0, 15))
+    return false;
+
+  const std::string caught = process_status_field(pid, "SigCgt");
+  if (caught.empty() || (std::stoull(caught, nullptr, 16) >> (SIGTERM - 1) & 1) == 0)
+    return false;
+
+  const long call = waiting_call(pid);
+  return waits_in_epoll(call) || waits_in_select(call) || call == SYS_futex;
+}
+
+bool Starter_Process::wait_for_event_loop()
+{
+  const bool stopped = wait_until([this] { return is_in_event_loop(pid_) || !is_running(); });
+  return stopped && is_running();
+}
+
+long Starter_Process::waiting_call() const
+{
+  return ::waiting_call(pid_);
+}
+
+bool Starter_Process::wait_until(const std::function<bool()>& condition)
+{
+  // The log is read meanwhile, or a full pipe would hold the process back.
+  return ::wait_until([this, &condition] { return log(), condition(); });
 }
 
 bool Starter_Process::wait_for_threads(unsigned count)
 {
-  const Clock::time_point deadline = Clock::now() + PATIENCE;
-
-  while (threads().size() != count) {
-    if (Clock::now() > deadline)
-      return false;
-    read_log(static_cast<int>(POLL_INTERVAL.count()));
-  }
-  return true;
+  return wait_until([this, count] { return threads().size() == count; });
 }
 
 std::vector<Record> Starter_Process::records() const
@@ -251,6 +333,25 @@ std::vector<Record> Starter_Process::records() const
   return records;
 }
 
+static bool starts_with(const std::string& text, const std::string& start)
+{
+  return text.compare(0, start.size(), start) == 0;
+}
+
+std::vector<std::string> Starter_Process::command_line_records() const
+{
+  std::vector<std::string> lines;
+  for (const Record& record : records()) {
+    if (starts_with(record.text, "system info:") || starts_with(record.text, "Failed to get vm swappiness") ||
+        starts_with(record.text, "Signal "))
+      break;
+    if (starts_with(record.file, "starter/") || starts_with(record.file, "scrt/"))
+      lines.push_back(std::to_string(record.priority) + ' ' + std::to_string(record.status) + ' ' + record.file + ' ' +
+                      record.text);
+  }
+  return lines;
+}
+
 std::vector<int> signals_in_mask(const std::string& hex)
 {
   const unsigned long long mask = std::stoull(hex, nullptr, 16);
@@ -261,9 +362,22 @@ std::vector<int> signals_in_mask(const std::string& hex)
   return signals;
 }
 
+Start_Options with_fault(const std::string& variable, const std::string& value)
+{
+  Start_Options options = probed();
+  options.preload.push_back(preload_library("faults"));
+  options.env[variable] = value;
+  return options;
+}
+
 std::string service_library(const std::string& target)
 {
   return std::string(TESTS_SERVICE_DIR) + "/lib" + target + ".so";
+}
+
+std::string preload_library(const std::string& target)
+{
+  return std::string(TESTS_PRELOAD_DIR) + "/lib" + target + ".so";
 }
 
 std::string dynamic_directive(const std::string& service, const std::string& target, const std::string& factory,

@@ -4,6 +4,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -68,17 +69,33 @@ public:
   /// Whether the process has not ended yet.
   bool is_running();
 
-  /// The value of a line such as "SigCgt" in /proc/PID/status, without the blanks around it.
+  /// process_status_field of the process.
   std::string status_field(const std::string& name) const;
 
   /// The ids of its threads, the main thread's first.
   std::vector<pid_t> threads() const;
 
+  /// Wait until the main thread rests in the event loop, or in waiting for the threads that run it: the command line
+  /// has been acted on by then. A signal before that may meet the process inside the allocator, which its handlers
+  /// need. False when the process ends or a minute passes before that.
+  bool wait_for_event_loop();
+
+  /// The number of the system call that the main thread waits in, -1 while it runs.
+  long waiting_call() const;
+
   /// Wait until the process has `count` threads. False when a minute passes before that.
   bool wait_for_threads(unsigned count);
 
-  /// The records as the probe saw them, in order. Only with Start_Options::probe.
+  /// Wait until `condition` holds. False when a minute passes before that.
+  bool wait_until(const std::function<bool()>& condition);
+
+  /// The records as the probe saw them, in order; complete once the process has ended, as the text of a record is in
+  /// log() a moment before. Only with Start_Options::probe.
   std::vector<Record> records() const;
+
+  /// Of records(), those that the program itself has written on its command line: what comes before the system record
+  /// and the first signal. Each as one line of priority, status, file and text.
+  std::vector<std::string> command_line_records() const;
 
 private:
   bool read_log(int timeout_msec);
@@ -91,11 +108,28 @@ private:
   int status_ = 0;
 };
 
+/// The value of a line such as "SigCgt" in /proc/PID/status, without the blanks around it.
+std::string process_status_field(pid_t pid, const std::string& name);
+
+/// Whether the system call of this number is the wait of a reactor that is built on select, or on epoll.
+bool waits_in_select(long call);
+bool waits_in_epoll(long call);
+
+/// Whether the process `pid` is the program under test and its main thread rests in the event loop, or in waiting for
+/// the threads that run it.
+bool is_in_event_loop(pid_t pid);
+
 /// The signals whose bits are set in a mask as /proc/PID/status prints it.
 std::vector<int> signals_in_mask(const std::string& hex);
 
+/// The usual way of starting, with the probe and the call failing that `variable` chooses in the library "faults".
+Start_Options with_fault(const std::string& variable, const std::string& value = "1");
+
 /// The path of a service library built with the tests, by the name of its target.
 std::string service_library(const std::string& target);
+
+/// The path of a library to preload that was built with the tests, by the name of its target.
+std::string preload_library(const std::string& target);
 
 /// A configuration directive that loads `factory` of the library `target` under the name `service`.
 std::string dynamic_directive(const std::string& service, const std::string& target, const std::string& factory,

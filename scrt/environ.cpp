@@ -1,0 +1,85 @@
+#include "scrt/environ.h"
+
+#include "scrt/log.h"
+#include "scrt/snprintf_t.h"
+
+#include <ace/Guard_T.h>
+#include <ace/OS_NS_stdlib.h>
+#include <ace/RW_Thread_Mutex.h>
+
+// Constructed before, and destroyed after, static objects of usual priority, so that these can use the environment.
+[[gnu::init_priority(101)]] static ACE_RW_Thread_Mutex g_env_mutex;
+
+std::string get_env_r(const char* name)
+{
+  std::string buf;
+  if (!name || !*name) {
+    LOG_FAILED(LM_EMERGENCY, "Unexpected error in %N:%l, name is NULL or \"\":\n%?\n");
+    return buf;
+  }
+
+  const ACE_Read_Guard<ACE_RW_Thread_Mutex> g(g_env_mutex);
+  if (!g.locked())
+    return buf;
+
+  if (const char* const env = ACE_OS::getenv(name))
+    buf = env;
+  return buf;
+}
+
+static bool set_env_i(const char* name, const char* val)
+{
+  if (val)
+    return ACE_OS::setenv(name, val, 1) == 0;
+
+  // Kept as it is: removal answers the other way round. Callers get false when the variable is gone.
+  return ACE_OS::unsetenv(name) != 0;
+}
+
+bool set_env(const char* name, const char* val)
+{
+  if (!name || !*name) {
+    LOG_FAILED(LM_EMERGENCY, "Unexpected error in %N:%l, name is NULL or \"\":\n%?\n");
+    return false;
+  }
+
+  const ACE_Write_Guard<ACE_RW_Thread_Mutex> g(g_env_mutex);
+  return g.locked() && set_env_i(name, val);
+}
+
+static bool set_env_list_i(const char* name, const char* first, const char* second)
+{
+  const snprintf_t<4096, char> buf("%s:%s", first, second);
+
+  return set_env_i(name, buf.c_str()); // short of memory, with as much of the text as there was room for
+}
+
+bool append_env(const char* name, const char* val)
+{
+  if (!name || !*name) {
+    LOG_FAILED(LM_EMERGENCY, "Unexpected error in %N:%l, name is NULL or \"\":\n%?\n");
+    return false;
+  }
+
+  const ACE_Write_Guard<ACE_RW_Thread_Mutex> g(g_env_mutex);
+  if (!g.locked())
+    return false;
+
+  const char* const old = ACE_OS::getenv(name);
+  return old && *old ? set_env_list_i(name, old, val) : set_env_i(name, val);
+}
+
+bool prepend_env(const char* name, const char* val)
+{
+  if (!name || !*name) {
+    LOG_FAILED(LM_EMERGENCY, "Unexpected error in %N:%l, name is NULL or \"\":\n%?\n");
+    return false;
+  }
+
+  const ACE_Write_Guard<ACE_RW_Thread_Mutex> g(g_env_mutex);
+  if (!g.locked())
+    return false;
+
+  const char* const old = ACE_OS::getenv(name);
+  return old && *old ? set_env_list_i(name, val, old) : set_env_i(name, val);
+}

@@ -1,0 +1,6 @@
+int between(void);
+
+int between(void)
+{
+  return 0;
+}

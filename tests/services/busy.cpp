@@ -1,0 +1,91 @@
+// A service that keeps every loop thread busy: bytes that go round through pipes for ever, each hop allocating and
+// freeing memory, and a timer that never rests. Its argument is the number of bytes on the way, 8 by default.
+
+#include <ace/Event_Handler.h>
+#include <ace/OS_NS_stdlib.h>
+#include <ace/Reactor.h>
+#include <ace/Service_Object.h>
+#include <ace/svc_export.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+class Hop : public ACE_Event_Handler
+{
+public:
+  explicit Hop(ACE_Reactor* r) : ACE_Event_Handler(r) {}
+  ~Hop() override
+  {
+    ::close(fds_[0]);
+    ::close(fds_[1]);
+  }
+
+  int open() { return ::pipe2(fds_, O_CLOEXEC | O_NONBLOCK); }
+  int push() { return ::write(fds_[1], "x", 1) == 1 ? 0 : -1; }
+
+  ACE_HANDLE get_handle() const override { return fds_[0]; }
+
+  int handle_input(ACE_HANDLE) override
+  {
+    char byte;
+    if (::read(fds_[0], &byte, 1) == 1) {
+      const std::string text(100 + static_cast<std::size_t>(count_++ % 4000), byte);
+      return text.empty() ? -1 : push();
+    }
+    return 0;
+  }
+
+  int handle_timeout(const ACE_Time_Value&, const void*) override { return 0; }
+
+private:
+  int fds_[2] = {-1, -1};
+  unsigned count_ = 0;
+};
+
+class Busy : public ACE_Service_Object
+{
+public:
+  int init(int argc, char** argv) override;
+  int fini() override;
+
+private:
+  std::vector<std::unique_ptr<Hop>> hops_;
+  long timer_ = -1;
+};
+
+int Busy::init(int argc, char** argv)
+{
+  const int count = argc > 0 ? ACE_OS::atoi(argv[0]) : 8;
+  ACE_Reactor* const r = ACE_Reactor::instance();
+
+  for (int i = 0; i < count; ++i) {
+    hops_.push_back(std::make_unique<Hop>(r));
+    if (hops_.back()->open() != 0 || r->register_handler(hops_.back().get(), ACE_Event_Handler::READ_MASK) != 0)
+      return -1;
+    hops_.back()->push();
+  }
+  const ACE_Time_Value interval(0, 100);
+  timer_ = hops_.empty() ? -1 : r->schedule_timer(hops_.front().get(), nullptr, interval, interval);
+  return 0;
+}
+
+int Busy::fini()
+{
+  ACE_Reactor* const r = ACE_Reactor::instance();
+
+  if (timer_ != -1)
+    r->cancel_timer(timer_);
+  for (const auto& hop : hops_)
+    r->remove_handler(hop.get(), ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
+  hops_.clear();
+  return 0;
+}
+} // namespace
+
+ACE_FACTORY_DEFINE(ACE_Local_Service, Busy)

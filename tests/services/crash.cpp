@@ -1,0 +1,85 @@
+// A service that faults in a loop thread, a moment after it was loaded, in the way its argument names.
+
+#include <ace/OS_NS_string.h>
+#include <ace/Reactor.h>
+#include <ace/Service_Object.h>
+#include <ace/svc_export.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+// The frame that a back trace is searched for; optimised, parts of it lose their name or the whole frame goes.
+extern "C" __attribute__((visibility("default"), optimize(0))) void crash_here(const char* how)
+{
+  volatile int zero = 0;
+
+  if (ACE_OS::strcmp(how, "null") == 0)
+    *reinterpret_cast<volatile int*>(static_cast<volatile char*>(nullptr) + zero) = 1;
+  else if (ACE_OS::strcmp(how, "division") == 0)
+    zero = 7 / zero;
+  else if (ACE_OS::strcmp(how, "instruction") == 0)
+    asm volatile("ud2");
+  else if (ACE_OS::strcmp(how, "bus") == 0) {
+    // A page of a file that ends before it.
+    char name[] = "/tmp/starter-crash-XXXXXX";
+    const int fd = ::mkstemp(name);
+    ::unlink(name);
+    volatile char* const page = static_cast<char*>(::mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 0));
+    zero = page[0];
+  } else if (ACE_OS::strcmp(how, "abort") == 0)
+    std::abort();
+  else if (ACE_OS::strcmp(how, "alarm") == 0)
+    ::raise(SIGALRM);
+  else if (ACE_OS::strcmp(how, "cpu") == 0)
+    ::raise(SIGXCPU);
+  else if (ACE_OS::strcmp(how, "heap") == 0) {
+    // The C library notices in the middle of the allocator, with its lock held, and aborts.
+    char* const first = static_cast<char*>(std::malloc(2000));
+    void* const second = std::malloc(2000);
+    void* const third = std::malloc(2000);
+    const volatile std::size_t too_much = 2000 + 64; // or the compiler sees through it
+    std::memset(first, 'x', too_much);
+    std::free(third);
+    std::free(second);
+    std::free(first);
+    for (std::size_t size = 1500; size < 1500000; size += 1000)
+      if (!std::malloc(size))
+        return;
+  }
+}
+
+namespace
+{
+class Crash : public ACE_Service_Object
+{
+public:
+  int init(int argc, char** argv) override
+  {
+    how_ = argc > 0 ? argv[0] : "null";
+    ACE_Reactor* const r = ACE_Reactor::instance();
+    return r->schedule_timer(this, nullptr, ACE_Time_Value(0, 1000)) == -1 ? -1 : 0;
+  }
+
+  int fini() override
+  {
+    ACE_Reactor::instance()->cancel_timer(this);
+    return 0;
+  }
+
+  int handle_timeout(const ACE_Time_Value&, const void*) override
+  {
+    crash_here(how_.c_str());
+    return 0;
+  }
+
+private:
+  std::string how_;
+};
+} // namespace
+
+ACE_FACTORY_DEFINE(ACE_Local_Service, Crash)

@@ -1,0 +1,59 @@
+// A client library of the init system's for tests, chosen by LIBSYSTEMD_FILENAME. It answers as environment variables
+// say, and appends what it is called with to a file, ";" behind each call. Built in variants without one function.
+//
+//   FAKE_SD_BOOTED    what sd_booted returns, 1 by default
+//   FAKE_SD_WATCHDOG  what sd_watchdog_enabled returns, 1 by default, with the period in WATCHDOG_USEC
+//   FAKE_SD_NOTIFY    what sd_notify returns, 1 by default
+//   FAKE_SD_CALLS     the file that calls are written to
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+// No code of the C++ library's: some of it would keep this library from being unloaded.
+static void write_call(const char* format, int number = 0, const char* text = "")
+{
+  const char* const name = std::getenv("FAKE_SD_CALLS");
+  const int fd = name ? ::open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666) : -1;
+  if (fd == -1)
+    return;
+  if (dprintf(fd, format, number, text) < 0)
+    std::perror(name);
+  ::close(fd);
+}
+
+static int setting(const char* name)
+{
+  const char* const value = std::getenv(name);
+  return value ? std::atoi(value) : 1;
+}
+
+#ifndef FAKE_SD_WITHOUT_BOOTED
+extern "C" int sd_booted()
+{
+  write_call("sd_booted;");
+  return setting("FAKE_SD_BOOTED");
+}
+#endif
+
+#ifndef FAKE_SD_WITHOUT_NOTIFY
+extern "C" int sd_notify(int unset_environment, const char* state)
+{
+  write_call("sd_notify %d %s;", unset_environment, state);
+  return setting("FAKE_SD_NOTIFY");
+}
+#endif
+
+#ifndef FAKE_SD_WITHOUT_WATCHDOG
+extern "C" int sd_watchdog_enabled(int unset_environment, uint64_t* usec)
+{
+  write_call("sd_watchdog_enabled %d;", unset_environment);
+  const char* const period = std::getenv("WATCHDOG_USEC");
+  if (period)
+    *usec = std::strtoull(period, nullptr, 10);
+  return setting("FAKE_SD_WATCHDOG");
+}
+#endif

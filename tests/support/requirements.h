@@ -1,0 +1,40 @@
+#ifndef TESTS_SUPPORT_REQUIREMENTS_H
+#define TESTS_SUPPORT_REQUIREMENTS_H
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include <unistd.h>
+
+/// Leave a test, or a fixture's SetUp, that cannot run here for want of `what`. It is skipped with a message, but
+/// fails where the environment variable CI is set: there, every test runs.
+#define NEEDS(condition, what)                                                                                         \
+  do {                                                                                                                 \
+    if (condition)                                                                                                     \
+      break;                                                                                                           \
+    if (std::getenv("CI"))                                                                                             \
+      FAIL() << "This test needs " << (what);                                                                          \
+    GTEST_SKIP() << "This test needs " << (what);                                                                      \
+  } while (false)
+
+inline bool is_root()
+{
+  return geteuid() == 0;
+}
+
+/// Whether a process may be traced here, by strace.
+inline bool can_trace()
+{
+  static const bool can = std::system("strace -D -o /dev/null true >/dev/null 2>&1") == 0;
+  return can;
+}
+
+/// Whether a process may have mounts of its own here.
+inline bool can_mount()
+{
+  static const bool can = std::system("unshare --mount mount --bind /etc/passwd /etc/passwd >/dev/null 2>&1") == 0;
+  return can;
+}
+
+#endif // TESTS_SUPPORT_REQUIREMENTS_H

@@ -1,0 +1,33 @@
+#ifndef TESTS_SUPPORT_SYSCALL_TRACE_H
+#define TESTS_SUPPORT_SYSCALL_TRACE_H
+
+#include "tests/support/starter_process.h"
+
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+/// The system calls of a process under test and of those that descend from it, written down by strace.
+class Syscall_Trace
+{
+public:
+  /// `names` are the calls of interest, as strace's option "-e trace=" takes them.
+  explicit Syscall_Trace(const std::string& names) : names_(names) {}
+
+  /// Have the process that `options` describe traced, inside the wrapper they name already. Its process id stays
+  /// what it would be. One process a trace.
+  void apply_to(Start_Options& options) const;
+
+  /// The calls that the process or thread `pid` made, in order, such as "setgid(12) = 0". Waits for its end, so that
+  /// none is missing.
+  std::vector<std::string> calls(pid_t pid) const;
+
+private:
+  std::string file() const { return dir_ / "trace"; }
+
+  Temp_Dir dir_;
+  std::string names_;
+};
+
+#endif // TESTS_SUPPORT_SYSCALL_TRACE_H
