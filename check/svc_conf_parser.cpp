@@ -215,7 +215,10 @@ void Parser::next()
 {
   if (quiet_ > 0)
     --quiet_;
+  const int line = token_.line;
   token_ = lexer_.next();
+  if (token_.kind == END)
+    token_.line = line; // nobody looks for an error in the empty lines at the end
 }
 
 bool Parser::accept(int kind)
