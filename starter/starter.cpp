@@ -35,10 +35,10 @@ template <>
 #include "scrt/sysconf_helper.h"
 #include "starter/handler_memory.h"
 #include "starter/open_service_config.h"
+#include "starter/options.h"
 #include "starter/systemd_handler.h"
 
 #include <ace/ACE.h>
-#include <ace/Get_Opt.h>
 #include <ace/OS_NS_Thread.h>
 #include <ace/OS_NS_string.h>
 #include <ace/OS_NS_sys_stat.h>
@@ -99,55 +99,6 @@ void init_stl_symbols()
   const std::string bar("bar");
 
   (void)std::less<std::string>()(foo, bar); // only instantiated, never asked
-}
-
-// ---- The command line
-
-struct Starter_Options
-{
-  const char* type = nullptr;
-  unsigned n = 0;
-  bool background = false;
-  const char* opt_user = nullptr;
-  const char* opt_group = nullptr;
-  std::vector<const char*> opt_groups;
-};
-
-static void set_option(Starter_Options& options, const char* name, char* value)
-{
-  if (ACE_OS::strcmp(name, "threads") == 0)
-    options.n = natoi<unsigned, char*>(value, nullptr, nullptr);
-  else if (ACE_OS::strcmp(name, "reactor") == 0)
-    options.type = value;
-  else if (ACE_OS::strcmp(name, "background") == 0)
-    options.background = true;
-  else if (ACE_OS::strcmp(name, "user") == 0)
-    options.opt_user = value;
-  else if (ACE_OS::strcmp(name, "primary-group") == 0)
-    options.opt_group = value;
-  else
-    options.opt_groups.push_back(value);
-}
-
-// The options that are ours; everything else on the line is somebody else's and passed over without a word.
-static Starter_Options parse_options(int argc, char** argv)
-{
-  // No short options. The '-' asks for the order of the command line once more: without it POSIXLY_CORRECT in the
-  // environment would end the options at the first stray word.
-  ACE_Get_Opt opt(argc, argv, "-", 1, 0, ACE_Get_Opt::RETURN_IN_ORDER, 0);
-  opt.long_option("threads", ACE_Get_Opt::ARG_REQUIRED);
-  opt.long_option("reactor", ACE_Get_Opt::ARG_REQUIRED);
-  opt.long_option("background", ACE_Get_Opt::NO_ARG);
-  opt.long_option("user", ACE_Get_Opt::ARG_REQUIRED);
-  opt.long_option("primary-group", ACE_Get_Opt::ARG_REQUIRED);
-  opt.long_option("group", ACE_Get_Opt::ARG_REQUIRED);
-
-  Starter_Options options;
-  for (int c; (c = opt()) != -1;)
-    if (c == 0)
-      set_option(options, opt.long_option(), opt.opt_arg());
-
-  return options;
 }
 
 // ---- User and groups
