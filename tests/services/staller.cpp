@@ -1,5 +1,5 @@
 // A service that keeps a loop thread from its work until it is told to let go. Its argument is a FIFO: the byte 's'
-// stalls the thread that reads it, the byte 'g' lets it go on.
+// stalls the thread that reads it, the byte 'g' lets it go on. With a second argument it holds the start-up too.
 
 #include <ace/Log_Msg.h>
 #include <ace/OS_NS_sys_time.h>
@@ -24,16 +24,22 @@ public:
 
 private:
   bool is_told(char what) const;
+  void wait_for_news() const;
 
   int fd_ = -1;
 };
 
 int Staller::init(int argc, char** argv)
 {
-  if (argc != 1)
+  if (argc < 1)
     return -1;
 
   fd_ = ::open(argv[0], O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (argc > 1) {
+    ACE_DEBUG((LM_INFO, "The staller holds the start.\n"));
+    while (!is_told('g'))
+      wait_for_news();
+  }
   if (fd_ == -1 || ACE_Reactor::instance()->register_handler(this, ACE_Event_Handler::READ_MASK) != 0)
     return -1;
 
@@ -59,6 +65,12 @@ bool Staller::is_told(char what) const
   return ::read(fd_, &byte, 1) == 1 && byte == what;
 }
 
+void Staller::wait_for_news() const
+{
+  pollfd fd{fd_, POLLIN, 0};
+  ::poll(&fd, 1, 50);
+}
+
 int Staller::handle_input(ACE_HANDLE)
 {
   if (!is_told('s'))
@@ -68,8 +80,7 @@ int Staller::handle_input(ACE_HANDLE)
   const ACE_Time_Value later = ACE_OS::gettimeofday() + ACE_Time_Value(3);
   bool is_later = false;
   while (!is_told('g')) {
-    pollfd fd{fd_, POLLIN, 0};
-    ::poll(&fd, 1, 50);
+    wait_for_news();
     if (!is_later && ACE_OS::gettimeofday() > later) {
       ACE_DEBUG((LM_INFO, "The loop has been stalled for 3 s.\n"));
       is_later = true;

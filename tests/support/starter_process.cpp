@@ -25,7 +25,7 @@ using Clock = std::chrono::steady_clock;
 static constexpr std::chrono::seconds PATIENCE(60); // long enough for a loaded machine under a sanitizer
 static constexpr std::chrono::milliseconds POLL_INTERVAL(2);
 
-static std::string executable()
+std::string starter_executable()
 {
   const char* const name = std::getenv("STARTER_EXECUTABLE");
   return name && *name ? name : STARTER_BUILT_EXECUTABLE;
@@ -51,7 +51,7 @@ static std::vector<std::string> make_words(const std::vector<std::string>& args,
   if (words.empty())
     words.push_back(options.argv0);
   else
-    for (const std::string& word : {std::string("env"), "LD_PRELOAD=" + make_preload(options), executable()})
+    for (const std::string& word : {std::string("env"), "LD_PRELOAD=" + make_preload(options), starter_executable()})
       words.push_back(word);
 
   words.insert(words.end(), args.begin(), args.end());
@@ -101,7 +101,7 @@ static void become(const Start_Options& options)
 Starter_Process::Starter_Process(const std::vector<std::string>& args, const Start_Options& options)
 {
   std::vector<std::string> words = make_words(args, options);
-  const std::string program = options.wrapper.empty() ? executable() : words.front();
+  const std::string program = options.wrapper.empty() ? starter_executable() : words.front();
   std::vector<std::string> env = make_environment(options, dir_);
   if (options.probe)
     chmod(dir_.write("records", "").c_str(), 0666); // an account that the process becomes must be able to append
@@ -285,7 +285,7 @@ static long waiting_call(pid_t pid)
 bool is_in_event_loop(pid_t pid)
 {
   // One that is started through another program is not ours until that one has given way.
-  const std::string name = std::filesystem::path(executable()).filename();
+  const std::string name = std::filesystem::path(starter_executable()).filename();
   if (process_status_field(pid, "Name") != name.substr(0, 15))
     return false;
 

@@ -116,6 +116,9 @@ bool waits_in_epoll(long call);
 /// the threads that run it.
 bool is_in_event_loop(pid_t pid);
 
+/// The path of the executable under test.
+std::string starter_executable();
+
 /// The signals whose bits are set in a mask as /proc/PID/status prints it.
 std::vector<int> signals_in_mask(const std::string& hex);
 

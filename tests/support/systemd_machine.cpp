@@ -1,0 +1,179 @@
+#include "tests/support/systemd_machine.h"
+
+#include "tests/support/wait_until.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static const char INIT[] = "/lib/systemd/systemd";
+
+// Run in mounts of its own. Makes a control group for the machine below the one of the test, removes it at the end,
+// and takes the machine along when it is killed itself.
+static const char OUTER_SCRIPT[] = R"(
+set -e
+dir=$1
+mkdir $dir/cgroup
+mount -t cgroup2 cgroup2 $dir/cgroup
+home=$dir/cgroup$(sed -n 's/^0:://p' /proc/self/cgroup)
+own=$home/starter-test-$$
+mkdir $own
+echo $$ >$own/cgroup.procs
+
+setpriv --pdeathsig KILL unshare --pid --fork --kill-child --mount --uts --ipc --cgroup sh -c "$INNER_SCRIPT" sh "$@" || :
+
+echo $$ >$home/cgroup.procs
+until find $own -depth -type d -exec rmdir {} + 2>/dev/null; do sleep 0.01; done
+)";
+
+// Process 1 before it becomes systemd. The old /proc, still there, knows it by the number that it has outside.
+static const char INNER_SCRIPT[] = R"(
+set -e
+dir=$1 console=$2 init=$3
+read pid rest </proc/self/stat
+echo $pid >$dir/pid.new
+
+mkdir $dir/dev
+mount -t tmpfs -o mode=755 tmpfs $dir/dev
+for node in null zero full random urandom tty; do
+  : >$dir/dev/$node
+  mount --bind /dev/$node $dir/dev/$node
+done
+: >$dir/dev/console
+mount --bind $console $dir/dev/console
+mount --move $dir/dev /dev
+
+mount -t proc proc /proc
+mount --bind /proc/sys /proc/sys
+mount -o remount,bind,ro /proc/sys
+mount -t tmpfs tmpfs /run
+mount -t cgroup2 cgroup2 /sys/fs/cgroup
+
+mount --bind /tmp /tmp
+mount -o remount,bind,ro /tmp
+mount -o remount,bind,ro /
+mount --bind $dir $dir
+mount -o remount,bind,rw $dir
+
+mv $dir/pid.new $dir/pid
+exec env -i container=test PATH=/usr/sbin:/usr/bin:/sbin:/bin SYSTEMD_UNIT_PATH=$dir/units \
+  $init --system --unit=test.target --log-target=console --log-color=no --show-status=no
+)";
+
+bool Systemd_Machine::is_installed()
+{
+  return access(INIT, X_OK) == 0;
+}
+
+Systemd_Machine::Systemd_Machine()
+{
+  add_unit("test.target", "[Unit]\nDefaultDependencies=no\n");
+
+  console_fd_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+  if (console_fd_ == -1 || grantpt(console_fd_) != 0 || unlockpt(console_fd_) != 0)
+    throw std::runtime_error("no terminal");
+  reader_ = std::thread(&Systemd_Machine::read_console, this);
+}
+
+Systemd_Machine::~Systemd_Machine()
+{
+  if (init_ != -1)
+    kill(init_, SIGKILL);
+  else if (outer_ != -1)
+    kill(outer_, SIGKILL);
+  if (outer_ != -1)
+    waitpid(outer_, nullptr, 0);
+
+  ended_ = true;
+  reader_.join();
+  close(console_fd_);
+}
+
+// All the time: a full terminal would hold systemd back.
+void Systemd_Machine::read_console()
+{
+  while (!ended_) {
+    pollfd fd{console_fd_, POLLIN, 0};
+    char buf[4096];
+    const ssize_t n = poll(&fd, 1, 20) == 1 ? read(console_fd_, buf, sizeof buf) : 0;
+    if (n > 0) {
+      const std::lock_guard<std::mutex> guard(mutex_);
+      console_.append(buf, static_cast<std::size_t>(n));
+    } else if (n < 0)
+      usleep(1000); // nobody has opened the other end yet, or any more
+  }
+}
+
+std::string Systemd_Machine::console() const
+{
+  const std::lock_guard<std::mutex> guard(mutex_);
+  return console_;
+}
+
+void Systemd_Machine::start()
+{
+  const std::string console = ptsname(console_fd_);
+  const pid_t parent = getpid();
+
+  outer_ = fork();
+  if (outer_ != 0)
+    return;
+
+  setpgid(0, 0);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent)
+    _exit(1);
+  const int fd = open(console.c_str(), O_RDWR | O_NOCTTY);
+  dup2(fd, STDIN_FILENO);
+  dup2(fd, STDOUT_FILENO);
+  dup2(fd, STDERR_FILENO);
+  setenv("INNER_SCRIPT", INNER_SCRIPT, 1);
+  unsetenv("LD_PRELOAD");
+  execlp("unshare", "unshare", "--mount", "--propagation", "private", "sh", "-c", OUTER_SCRIPT, "sh",
+         dir_.path().c_str(), console.c_str(), INIT, static_cast<char*>(nullptr));
+  _exit(127);
+}
+
+bool Systemd_Machine::boot()
+{
+  start();
+
+  if (!wait_until([this] { return !read_file(dir_ / "pid").empty(); }))
+    return false;
+  init_ = static_cast<pid_t>(std::stol(read_file(dir_ / "pid")));
+
+  return wait_until([this] { return run("systemctl is-system-running 2>/dev/null") == "running"; });
+}
+
+std::string Systemd_Machine::make_command(const std::string& command) const
+{
+  const std::string script = dir_.write("command", command + '\n');
+  return "nsenter -t " + std::to_string(init_) + " -a sh " + script;
+}
+
+std::string Systemd_Machine::run(const std::string& command) const
+{
+  std::string output;
+  FILE* const pipe = popen(make_command(command).c_str(), "re");
+  std::array<char, 4096> buf;
+  while (std::fgets(buf.data(), static_cast<int>(buf.size()), pipe))
+    output += buf.data();
+  pclose(pipe);
+
+  if (!output.empty() && output.back() == '\n')
+    output.pop_back();
+  return output;
+}
+
+bool Systemd_Machine::succeeds(const std::string& command) const
+{
+  return std::system(make_command(command).c_str()) == 0;
+}

@@ -1,0 +1,61 @@
+#ifndef TESTS_SUPPORT_SYSTEMD_MACHINE_H
+#define TESTS_SUPPORT_SYSTEMD_MACHINE_H
+
+#include "tests/support/temp_dir.h"
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include <sys/types.h>
+
+/// systemd as process 1 of namespaces of its own, with no other units than the test's. It sees the files of this
+/// machine, but can write to none outside of dir(), and has its own /dev, /proc, /run and control group. Needs root.
+/// The destructor kills process 1, and with it everything that was started there.
+class Systemd_Machine
+{
+public:
+  Systemd_Machine();
+  ~Systemd_Machine();
+
+  Systemd_Machine(const Systemd_Machine&) = delete;
+  Systemd_Machine& operator=(const Systemd_Machine&) = delete;
+
+  /// Whether systemd is installed here.
+  static bool is_installed();
+
+  /// The directory that processes of the machine share with the test.
+  const Temp_Dir& dir() const { return dir_; }
+
+  /// Provide the unit `name`; before boot(). "test.target" is what is booted to, an empty one unless provided.
+  void add_unit(const std::string& name, const std::string& content) const { dir_.write("units/" + name, content); }
+
+  /// Start systemd and wait until it serves. False when that takes a minute; see console().
+  bool boot();
+
+  /// Run `command`, a shell's, in the machine. Returns what it prints, without the last newline.
+  std::string run(const std::string& command) const;
+
+  /// The same, whether it succeeds.
+  bool succeeds(const std::string& command) const;
+
+  /// What systemd has written to its console.
+  std::string console() const;
+
+private:
+  void start();
+  void read_console();
+  std::string make_command(const std::string& command) const;
+
+  Temp_Dir dir_;
+  int console_fd_ = -1;
+  pid_t outer_ = -1; ///< the shell that keeps house, outside of the machine
+  pid_t init_ = -1;  ///< the machine's process 1
+  std::string console_;
+  mutable std::mutex mutex_; ///< guards console_
+  std::atomic<bool> ended_{false};
+  std::thread reader_;
+};
+
+#endif // TESTS_SUPPORT_SYSTEMD_MACHINE_H

@@ -1,0 +1,186 @@
+#include "tests/support/requirements.h"
+#include "tests/support/starter_process.h"
+#include "tests/support/systemd_machine.h"
+#include "tests/support/wait_until.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <set>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+// The program as a service of systemd's, with a watchdog and a service in it that stalls the loop when it is told to.
+class systemd_boot : public testing::Test
+{
+protected:
+  void SetUp() override
+  {
+    NEEDS(is_root(), "root, for namespaces of its own");
+    NEEDS(Systemd_Machine::is_installed(), "systemd");
+
+    const std::string fifo = machine_.dir() / "fifo";
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    fifo_fd_ = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+    machine_.dir().write("svc.conf", dynamic_directive("Staller", "staller", "_make_Staller", fifo));
+    machine_.dir().write("held.conf", dynamic_directive("Staller", "staller", "_make_Staller", fifo + " held"));
+  }
+
+  ~systemd_boot() override
+  {
+    if (fifo_fd_ != -1)
+      close(fifo_fd_);
+    if (HasFailure())
+      std::cerr << "The console:\n" << machine_.console() << "\nThe log:\n" << log() << '\n';
+  }
+
+  // Boot with the unit test.service. `settings` are lines of its section [Service].
+  void boot(const std::string& settings, const std::string& arguments)
+  {
+    std::string unit = "[Unit]\nDefaultDependencies=no\n[Service]\nType=notify\n" + settings;
+    for (const char* const name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"})
+      if (const char* const value = std::getenv(name))
+        unit += std::string("Environment=") + name + '=' + value + '\n';
+    unit += "StandardOutput=null\nStandardError=append:" + machine_.dir() / "log" + "\n";
+    unit += "ExecStart=" + starter_executable() + ' ' + arguments + '\n';
+    unit += "ExecReload=/bin/kill -HUP $MAINPID\n";
+    machine_.add_unit("test.service", unit);
+    // Mentioned by a unit that runs, it stays known when it has ended, with its result.
+    machine_.add_unit("test.target", "[Unit]\nDefaultDependencies=no\nAfter=test.service\n");
+    ASSERT_TRUE(machine_.boot());
+  }
+
+  std::string conf(const std::string& name) const { return "-f " + machine_.dir() / name; }
+
+  std::string show(const std::string& property) const
+  {
+    return machine_.run("systemctl show --value -p " + property + " test.service");
+  }
+
+  bool wait_for(const std::string& property, const std::string& value) const
+  {
+    return wait_until([&] { return show(property) == value; });
+  }
+
+  std::string log() const { return read_file(machine_.dir() / "log"); }
+
+  bool wait_for_record(const std::string& text) const
+  {
+    return wait_until([&] { return log().find(text) != std::string::npos; });
+  }
+
+  // Wait until systemd has got `count` keep-alives more.
+  bool wait_for_keep_alives(unsigned count) const
+  {
+    std::set<std::string> times{show("WatchdogTimestampMonotonic")};
+    return wait_until([&] {
+      times.insert(show("WatchdogTimestampMonotonic"));
+      return times.size() > count;
+    });
+  }
+
+  void tell_staller(char what) const { ASSERT_EQ(1, write(fifo_fd_, &what, 1)); }
+
+  Systemd_Machine machine_;
+  int fifo_fd_ = -1;
+};
+
+TEST_F(systemd_boot, makes_the_unit_active_when_readiness_is_reported_and_not_before)
+{
+  boot("WatchdogSec=30\n", conf("held.conf"));
+  ASSERT_TRUE(machine_.succeeds("systemctl start --no-block test.service"));
+
+  ASSERT_TRUE(wait_for_record("The staller holds the start."));
+  EXPECT_EQ("activating", show("ActiveState"));
+
+  tell_staller('g');
+  EXPECT_TRUE(wait_for("ActiveState", "active"));
+  EXPECT_TRUE(wait_for_record("<6>Notify systemd every 10000 ms.\n"));
+  EXPECT_TRUE(wait_for_record(") is started.\n"));
+}
+
+TEST_F(systemd_boot, gives_up_a_unit_that_does_not_report_readiness)
+{
+  boot("WatchdogSec=30\nEnvironment=LIBSYSTEMD_FILENAME=0\nTimeoutStartSec=2\n", conf("svc.conf"));
+
+  EXPECT_FALSE(machine_.succeeds("systemctl start test.service 2>/dev/null"));
+  EXPECT_EQ("timeout", show("Result"));
+  EXPECT_NE(std::string::npos, log().find(") is started.\n"));
+}
+
+TEST_F(systemd_boot, gives_up_a_unit_without_a_watchdog)
+{
+  boot("TimeoutStartSec=2\n", conf("svc.conf"));
+
+  EXPECT_FALSE(machine_.succeeds("systemctl start test.service 2>/dev/null"));
+  EXPECT_EQ("timeout", show("Result"));
+  EXPECT_NE(std::string::npos, log().find("systemd watchdog is not enabled.\n"));
+}
+
+TEST_F(systemd_boot, keeps_the_unit_active_over_several_watchdog_periods)
+{
+  boot("WatchdogSec=3\nEnvironment=SD_NOTIFY_INTERVAL=1\nRestart=always\n",
+       "--reactor tp --threads 2 " + conf("svc.conf"));
+  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
+  const std::string pid = show("MainPID");
+
+  EXPECT_TRUE(wait_for_keep_alives(9));
+
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_EQ("0", show("NRestarts"));
+  EXPECT_EQ(pid, show("MainPID"));
+}
+
+TEST_F(systemd_boot, kills_and_restarts_a_service_that_stalls_the_loop)
+{
+  boot("WatchdogSec=3\nEnvironment=SD_NOTIFY_INTERVAL=1\nRestart=on-watchdog\n", conf("svc.conf"));
+  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
+  const std::string pid = show("MainPID");
+
+  tell_staller('s');
+
+  ASSERT_TRUE(wait_for("NRestarts", "1"));
+  EXPECT_TRUE(wait_for("ActiveState", "active"));
+  EXPECT_NE(pid, show("MainPID"));
+  EXPECT_NE(std::string::npos, machine_.console().find("Watchdog timeout"));
+  EXPECT_NE(std::string::npos, log().find("The loop is stalled.\n"));
+  EXPECT_NE(std::string::npos, log().find("Signal 6 (Aborted) caught"));
+  EXPECT_TRUE(wait_for_keep_alives(2)) << "the new process is not fed";
+}
+
+TEST_F(systemd_boot, reloads_the_service_without_losing_a_thread)
+{
+  boot("WatchdogSec=3\nEnvironment=SD_NOTIFY_INTERVAL=1\nRestart=always\n",
+       "--reactor tp --threads 3 " + conf("svc.conf"));
+  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
+  const std::string pid = show("MainPID");
+  const std::string threads = "sed -n 's/^Threads:[^0-9]*//p' /proc/" + pid + "/status";
+  ASSERT_TRUE(wait_until([&] { return machine_.run(threads) == "4"; })) << machine_.run(threads);
+
+  EXPECT_TRUE(machine_.succeeds("systemctl reload test.service"));
+
+  EXPECT_TRUE(wait_for_record("Signal 1 (Hangup) caught, and reconfiguring ... \n"));
+  EXPECT_TRUE(wait_for_record("The staller is gone.\nThe staller is there.\n"));
+  EXPECT_TRUE(wait_for_keep_alives(2));
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_EQ(pid, show("MainPID"));
+  EXPECT_EQ("4", machine_.run(threads));
+}
+
+TEST_F(systemd_boot, stops_the_service_in_order)
+{
+  boot("WatchdogSec=30\nRestart=always\n", "--reactor tp --threads 2 " + conf("svc.conf"));
+  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
+  ASSERT_TRUE(wait_for_record(") is started.\n"));
+
+  EXPECT_TRUE(machine_.succeeds("systemctl stop test.service"));
+
+  EXPECT_EQ("inactive", show("ActiveState"));
+  EXPECT_EQ("success", show("Result"));
+  EXPECT_EQ("1", show("ExecMainCode")) << "CLD_EXITED";
+  EXPECT_EQ("0", show("ExecMainStatus"));
+  EXPECT_NE(std::string::npos, log().find("Signal 15 (Terminated) caught in [starter].\nThe staller is gone.\n"));
+}
