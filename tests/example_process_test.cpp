@@ -269,6 +269,23 @@ TEST(example_process, stream_logs_lines_before_and_after_a_hang_up)
   }
 }
 
+// Why the example removes the stream in a file of its own.
+TEST(example_process, stream_gets_no_module_after_an_error_in_the_same_file)
+{
+  Start_Options options;
+  options.env["LD_LIBRARY_PATH"] = TESTS_EXAMPLE_LIBRARY_DIR;
+  const Temp_Dir dir;
+  const std::string conf =
+      dir.write("services", "remove Pipeline\n" + read_file(TESTS_EXAMPLE_DIR "/stream/conf.d/20-stream.conf"));
+
+  Starter_Process starter({"-f", conf}, options);
+  ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+  starter.send(SIGTERM);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(0u, starter.count("The receiver takes lines")) << starter.log();
+}
+
 // ---- Arguments
 
 TEST(example_process, says_which_arguments_it_takes)
