@@ -59,10 +59,11 @@ inline bool find_service_configs(const char* prefix, std::set<std::string>& svc_
 /// Build the service configurator's argument vector from the command line and hand it to `open_service`, any callable
 /// taking (int, char**) and returning bool; the result is the callable's. The vector lives until the callable returns.
 ///
-/// `argv` holds `argc` arguments. With `skip_first_arg` its first one is the program name and leads the new vector;
-/// otherwise "dummy" does, and every argument is parsed. -b, -d, -n, -y and, with their values, -k, -p, -s, -S and -f
-/// are passed on, one letter an argument. Of -f, a directory stands for its regular files with the extension "conf",
-/// in byte-wise order; anything else is passed on as a file. Everything else is dropped, "--" ends the options.
+/// `argv` holds `argc` arguments. With `skip_first_arg` its first one is the program name and leads the new vector,
+/// unless it is empty; otherwise "dummy" does. Without `skip_first_arg` every argument is parsed.
+/// -b, -d, -n, -y and, with their values, -k, -p, -s, -S and -f are passed on, one letter an argument. Of -f, a
+/// directory stands for its regular files with the extension "conf", in byte-wise order; anything else is passed on as
+/// a file. Everything else is dropped, "--" ends the options.
 /// In every text the framework replaces the first $NAME by that environment variable, if it is set.
 /// Main thread, before any other exists. Logs nothing.
 template <typename T>
@@ -76,7 +77,8 @@ bool open_service_config(int argc, char** argv, bool skip_first_arg, T open_serv
   ACE_Get_Opt opt(argc, argv, "-bdf:k:nyp:s:S:", skip_first_arg ? 1 : 0, 0, ACE_Get_Opt::RETURN_IN_ORDER, 0);
   opt.long_option("thread-pool", ACE_Get_Opt::ARG_REQUIRED); // known, so that its value is dropped with it
 
-  if (skip_first_arg && argc > 0 && is_safe_to_substitute(argv[0]))
+  // An empty name would vanish, and an option be taken for the name.
+  if (skip_first_arg && argc > 0 && *argv[0] && is_safe_to_substitute(argv[0]))
     args.add(argv[0], true);
   else
     args.add("dummy");

@@ -350,6 +350,8 @@ static constexpr int FAULT_SIGNALS[] = {SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCP
 
 static std::sig_atomic_t finished; // 1 from the first termination that found the event loop running
 static pthread_getname_np_t pthread_getname;
+static pthread_t main_thread;
+static std::atomic<bool> pool_is_running; // while it does, the main thread only waits
 
 // The fault that ends the process: its thread, 0 while there is none, what it was, and whether that has been logged.
 static std::atomic<pid_t> faulting_thread;
@@ -479,6 +481,13 @@ static void sig_abnormal_terminate(int signo)
 static void sig_reconfig(int signo)
 {
   const ACE_Errno_Guard guard(errno);
+
+  // The thread that takes the signal may hold a lock of the reactor, which services that make way for others need.
+  // The main thread of a pool holds none.
+  if (pool_is_running && !pthread_equal(pthread_self(), main_thread)) {
+    (void)pthread_kill(main_thread, signo); // it is there as long as the pool is
+    return;
+  }
 
   {
     const Handler_Memory_Guard memory; // not for the services: they stay
@@ -665,10 +674,13 @@ static void run_event_loop(unsigned threads)
     return;
   }
 
+  main_thread = pthread_self();
+  pool_is_running = true;
   (void)ACE_Thread_Manager::instance()->spawn_n(
       threads, event_loop, ACE_Reactor::instance(), THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED,
       ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, nullptr); // those that exist are waited for
   ACE_Thread_Manager::instance()->wait();
+  pool_is_running = false;
 }
 
 int main(int argc, char** argv)

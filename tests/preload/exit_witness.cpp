@@ -11,8 +11,7 @@ namespace
 {
 void say(const char* text)
 {
-  if (std::strcmp(program_invocation_short_name, "starter") == 0 &&
-      ::write(STDERR_FILENO, text, std::strlen(text)) < 0)
+  if (std::strcmp(program_invocation_short_name, "starter") == 0 && ::write(STDERR_FILENO, text, std::strlen(text)) < 0)
     std::abort();
 }
 

@@ -7,7 +7,6 @@
 #include <ace/Service_Object.h>
 #include <ace/svc_export.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,14 +15,13 @@
 
 namespace
 {
+// Loop threads may be in it when the service goes: it goes with the last reference.
 class Hop : public ACE_Event_Handler
 {
 public:
-  explicit Hop(ACE_Reactor* r) : ACE_Event_Handler(r) {}
-  ~Hop() override
+  explicit Hop(ACE_Reactor* r) : ACE_Event_Handler(r)
   {
-    ::close(fds_[0]);
-    ::close(fds_[1]);
+    reference_counting_policy().value(Reference_Counting_Policy::ENABLED);
   }
 
   int open() { return ::pipe2(fds_, O_CLOEXEC | O_NONBLOCK); }
@@ -43,6 +41,13 @@ public:
 
   int handle_timeout(const ACE_Time_Value&, const void*) override { return 0; }
 
+protected:
+  ~Hop() override
+  {
+    ::close(fds_[0]);
+    ::close(fds_[1]);
+  }
+
 private:
   int fds_[2] = {-1, -1};
   unsigned count_ = 0;
@@ -55,7 +60,7 @@ public:
   int fini() override;
 
 private:
-  std::vector<std::unique_ptr<Hop>> hops_;
+  std::vector<ACE_Event_Handler_var> hops_;
   long timer_ = -1;
 };
 
@@ -65,13 +70,14 @@ int Busy::init(int argc, char** argv)
   ACE_Reactor* const r = ACE_Reactor::instance();
 
   for (int i = 0; i < count; ++i) {
-    hops_.push_back(std::make_unique<Hop>(r));
-    if (hops_.back()->open() != 0 || r->register_handler(hops_.back().get(), ACE_Event_Handler::READ_MASK) != 0)
+    Hop* const hop = new Hop(r);
+    hops_.emplace_back(hop);
+    if (hop->open() != 0 || r->register_handler(hop, ACE_Event_Handler::READ_MASK) != 0)
       return -1;
-    hops_.back()->push();
+    hop->push();
   }
   const ACE_Time_Value interval(0, 100);
-  timer_ = hops_.empty() ? -1 : r->schedule_timer(hops_.front().get(), nullptr, interval, interval);
+  timer_ = hops_.empty() ? -1 : r->schedule_timer(hops_.front().handler(), nullptr, interval, interval);
   return 0;
 }
 
@@ -81,8 +87,8 @@ int Busy::fini()
 
   if (timer_ != -1)
     r->cancel_timer(timer_);
-  for (const auto& hop : hops_)
-    r->remove_handler(hop.get(), ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
+  for (const ACE_Event_Handler_var& hop : hops_)
+    r->remove_handler(hop.handler(), ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
   hops_.clear();
   return 0;
 }

@@ -1,0 +1,316 @@
+// A TCP echo service on the loopback interface: whatever a client sends comes back. It is written for a reactor with
+// any number of loop threads: no call of it blocks one, and a client costs one buffer, however little it reads.
+//
+// The reactor owns the handlers registered with it, by their reference counts. The service may end while loop threads
+// are busy with its clients (a hang-up signal reloads it): a session therefore closes its socket when the last
+// reference to it goes, and only the loop thread that is in the session touches its buffer.
+
+#include <ace/Event_Handler.h>
+#include <ace/Get_Opt.h>
+#include <ace/Global_Macros.h>
+#include <ace/Guard_T.h>
+#include <ace/INET_Addr.h>
+#include <ace/Log_Msg.h>
+#include <ace/Reactor.h>
+#include <ace/SOCK_Acceptor.h>
+#include <ace/SOCK_Stream.h>
+#include <ace/Service_Object.h>
+#include <ace/Thread_Mutex.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <set>
+#include <vector>
+
+#include <sys/socket.h>
+
+enum { DEFAULT_PORT = 7007, BUFFER_SIZE = 16384, ACCEPT_PAUSE_SEC = 1 };
+
+class Session;
+
+/// Accepts clients and knows their sessions.
+class Listener : public ACE_Event_Handler
+{
+public:
+  explicit Listener(ACE_Reactor* reactor) : ACE_Event_Handler(reactor)
+  {
+    reference_counting_policy().value(Reference_Counting_Policy::ENABLED);
+  }
+
+  /// Listen on `port` of the loopback interface, 0 for any free one. Returns 0, or -1 with errno.
+  int open(unsigned short port);
+
+  /// The port that it listens on.
+  unsigned short port() const;
+
+  /// Stop listening and end the sessions. Returns the number of sessions that were there.
+  std::size_t stop();
+
+  /// The reactor lets go of `session`.
+  void forget(Session* session);
+
+  ACE_HANDLE get_handle() const override { return acceptor_.get_handle(); }
+  int handle_input(ACE_HANDLE) override;
+  int handle_timeout(const ACE_Time_Value&, const void*) override;
+
+protected:
+  ~Listener() override { acceptor_.close(); }
+
+private:
+  void start_session(const ACE_SOCK_Stream& peer);
+  bool add(Session* session);
+  bool is_stopped();
+  void pause();
+
+  ACE_SOCK_Acceptor acceptor_;
+  ACE_Thread_Mutex lock_; // of what follows; never held in a call to the reactor, which has locks of its own
+  std::set<Session*> sessions_;
+  bool stopped_ = false;
+};
+
+/// A client. It is either read from or written to: as long as anything is left to send, it has to wait with more.
+class Session : public ACE_Event_Handler
+{
+public:
+  Session(Listener& listener, const ACE_SOCK_Stream& peer)
+      : ACE_Event_Handler(listener.reactor()), listener_(listener), listener_holder_(&listener), peer_(peer)
+  {
+    reference_counting_policy().value(Reference_Counting_Policy::ENABLED);
+    listener.add_reference();
+  }
+
+  /// Let the reactor forget this session, whatever it waits for.
+  void end() { (void)reactor()->remove_handler(this, ALL_EVENTS_MASK); } // fails when it is forgotten already
+
+  ACE_HANDLE get_handle() const override { return peer_.get_handle(); }
+  int handle_input(ACE_HANDLE) override;
+  int handle_output(ACE_HANDLE) override;
+  int handle_close(ACE_HANDLE, ACE_Reactor_Mask) override;
+
+protected:
+  ~Session() override { peer_.close(); }
+
+private:
+  void wait_for(ACE_Reactor_Mask mask);
+
+  Listener& listener_;
+  const ACE_Event_Handler_var listener_holder_; // keeps it alive
+  ACE_SOCK_Stream peer_;
+  ACE_Reactor_Mask waits_for_ = READ_MASK;
+  char buffer_[BUFFER_SIZE];
+  std::size_t begin_ = 0; // of what is left to send
+  std::size_t end_ = 0;
+};
+
+// ---- A session
+
+int Session::handle_input(ACE_HANDLE handle)
+{
+  const ssize_t n = ::recv(handle, buffer_, sizeof buffer_, 0);
+  if (n < 0 && (errno == EWOULDBLOCK || errno == EINTR))
+    return 0;
+  if (n <= 0) { // whatever the client sent before the end has come back already
+    end();
+    return 0;
+  }
+
+  begin_ = 0;
+  end_ = static_cast<std::size_t>(n);
+  return handle_output(handle);
+}
+
+int Session::handle_output(ACE_HANDLE handle)
+{
+  while (begin_ < end_) {
+    const ssize_t n = ::send(handle, buffer_ + begin_, end_ - begin_, MSG_NOSIGNAL);
+    if (n >= 0)
+      begin_ += static_cast<std::size_t>(n);
+    else if (errno == EWOULDBLOCK) {
+      wait_for(WRITE_MASK);
+      return 0;
+    } else if (errno != EINTR) {
+      end();
+      return 0;
+    }
+  }
+
+  wait_for(READ_MASK);
+  return 0;
+}
+
+void Session::wait_for(ACE_Reactor_Mask mask)
+{
+  if (mask == waits_for_)
+    return;
+
+  waits_for_ = mask;
+  (void)reactor()->mask_ops(this, mask, ACE_Reactor::SET_MASK); // fails when the session was ended meanwhile
+}
+
+int Session::handle_close(ACE_HANDLE, ACE_Reactor_Mask)
+{
+  listener_.forget(this);
+  return 0;
+}
+
+// ---- The listener
+
+int Listener::open(unsigned short port)
+{
+  const ACE_INET_Addr address(port, "127.0.0.1");
+  // The framework's own queue length is 5: clients that come at once would wait for the kernel to try again.
+  if (acceptor_.open(address, 1, PF_INET, SOMAXCONN) == -1 || acceptor_.enable(ACE_NONBLOCK) == -1 ||
+      acceptor_.enable(ACE_CLOEXEC) == -1)
+    return -1;
+
+  return reactor()->register_handler(this, ACCEPT_MASK);
+}
+
+unsigned short Listener::port() const
+{
+  ACE_INET_Addr address;
+  return acceptor_.get_local_addr(address) == 0 ? address.get_port_number() : 0;
+}
+
+int Listener::handle_input(ACE_HANDLE)
+{
+  ACE_SOCK_Stream peer;
+  if (acceptor_.accept(peer) == 0)
+    start_session(peer);
+  else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)
+    pause();
+
+  return 0; // another thread was faster, or the client has gone
+}
+
+// The client stays in the queue, and the listening socket ready: to look at once again would keep a processor busy.
+void Listener::pause()
+{
+  ACE_ERROR((LM_WARNING, "Failed to accept a client, errno=%d, %m\n", errno));
+
+  (void)reactor()->cancel_wakeup(this, ACCEPT_MASK);
+  if (reactor()->schedule_timer(this, nullptr, ACE_Time_Value(ACCEPT_PAUSE_SEC)) == -1)
+    (void)reactor()->schedule_wakeup(this, ACCEPT_MASK);
+}
+
+int Listener::handle_timeout(const ACE_Time_Value&, const void*)
+{
+  (void)reactor()->schedule_wakeup(this, ACCEPT_MASK); // fails when the service has stopped meanwhile
+  return 0;
+}
+
+void Listener::start_session(const ACE_SOCK_Stream& peer)
+{
+  Session* const session = new (std::nothrow) Session(*this, peer);
+  if (!session) {
+    ACE_SOCK_Stream(peer).close();
+    return;
+  }
+
+  const ACE_Event_Handler_var holder(session); // our reference; the reactor takes one of its own
+  if (peer.enable(ACE_NONBLOCK) == -1 || peer.enable(ACE_CLOEXEC) == -1 || !add(session))
+    return;
+
+  if (reactor()->register_handler(session, READ_MASK) == -1)
+    forget(session);
+  else if (is_stopped()) // after it had been added, before it was registered
+    session->end();
+}
+
+bool Listener::add(Session* session)
+{
+  const ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  return !stopped_ && sessions_.insert(session).second;
+}
+
+void Listener::forget(Session* session)
+{
+  const ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  sessions_.erase(session);
+}
+
+bool Listener::is_stopped()
+{
+  const ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+  return stopped_;
+}
+
+std::size_t Listener::stop()
+{
+  (void)reactor()->cancel_timer(this);
+  (void)reactor()->remove_handler(this, ACCEPT_MASK | DONT_CALL);
+  // Gives the port back at once, to a successor for instance, while a loop thread may still be about to accept.
+  (void)::shutdown(get_handle(), SHUT_RDWR);
+
+  std::vector<ACE_Event_Handler_var> holders;
+  std::vector<Session*> sessions;
+  {
+    const ACE_Guard<ACE_Thread_Mutex> guard(lock_);
+    stopped_ = true;
+    for (Session* const session : sessions_) {
+      session->add_reference();
+      holders.emplace_back(session);
+      sessions.push_back(session);
+    }
+  }
+
+  for (Session* const session : sessions)
+    session->end();
+  return sessions.size();
+}
+
+// ---- The service
+
+/// What the configuration file loads. Its argument "-p PORT" names the port, 0 for any free one.
+class Echo : public ACE_Service_Object
+{
+public:
+  int init(int argc, ACE_TCHAR* argv[]) override;
+  int fini() override;
+
+private:
+  ACE_Event_Handler_var holder_; // our reference to the listener
+  Listener* listener_ = nullptr;
+};
+
+static bool parse_port(int argc, ACE_TCHAR* argv[], unsigned short& port)
+{
+  ACE_Get_Opt opt(argc, argv, "p:", 0);
+  for (int c; (c = opt()) != -1;) {
+    char* end = nullptr;
+    const unsigned long value = c == 'p' ? std::strtoul(opt.opt_arg(), &end, 10) : 0;
+    if (c != 'p' || end == opt.opt_arg() || *end || value > 65535)
+      return false;
+    port = static_cast<unsigned short>(value);
+  }
+  return true;
+}
+
+int Echo::init(int argc, ACE_TCHAR* argv[])
+{
+  unsigned short port = DEFAULT_PORT;
+  if (!parse_port(argc, argv, port))
+    ACE_ERROR_RETURN((LM_ERROR, "Failed to start echo: it takes -p PORT, 0 to 65535\n"), -1);
+
+  listener_ = new (std::nothrow) Listener(ACE_Reactor::instance());
+  if (!listener_)
+    return -1;
+  holder_ = listener_;
+  if (listener_->open(port) == -1)
+    ACE_ERROR_RETURN((LM_ERROR, "Failed to listen on 127.0.0.1:%d, errno=%d, %m\n", port, errno), -1);
+
+  ACE_DEBUG((LM_INFO, "Echo listens on 127.0.0.1:%d.\n", listener_->port()));
+  return 0;
+}
+
+int Echo::fini()
+{
+  const std::size_t sessions = listener_->stop();
+
+  ACE_DEBUG((LM_INFO, "Echo has stopped, %u clients were connected.\n", static_cast<unsigned>(sessions)));
+  return 0;
+}
+
+ACE_FACTORY_DEFINE(ACE_Local_Service, Echo)

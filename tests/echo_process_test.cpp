@@ -1,0 +1,364 @@
+#include "tests/support/starter_process.h"
+#include "tests/support/wait_until.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using ::testing::HasSubstr;
+
+static constexpr int PATIENCE_MSEC = 60000;
+static const std::string LISTENS = "Echo listens on 127.0.0.1:";
+
+// A connection to the service; every call of it gives up after a minute.
+class Client
+{
+public:
+  explicit Client(int port) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+  {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<in_port_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(0, connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    fcntl(fd_, F_SETFL, O_NONBLOCK);
+  }
+  ~Client() { close(fd_); }
+
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  // Send `text` and read as much meanwhile. Returns what came back.
+  std::string exchange(const std::string& text)
+  {
+    std::string answer;
+    for (std::size_t sent = 0; answer.size() < text.size();) {
+      pollfd fd{fd_, static_cast<short>(POLLIN | (sent < text.size() ? POLLOUT : 0)), 0};
+      if (poll(&fd, 1, PATIENCE_MSEC) != 1)
+        break;
+      if (fd.revents & POLLOUT)
+        sent += send_some(text.data() + sent, text.size() - sent);
+      if ((fd.revents & ~POLLOUT) && !receive_some(answer))
+        break;
+    }
+    return answer;
+  }
+
+  // Send and read nothing, until the other side takes no more for a while or `limit` bytes are gone.
+  std::size_t stuff(std::size_t limit)
+  {
+    const std::string block(65536, 's');
+    std::size_t sent = 0;
+    for (pollfd fd{fd_, POLLOUT, 0}; sent < limit && poll(&fd, 1, 200) == 1;)
+      sent += send_some(block.data(), block.size());
+    return sent;
+  }
+
+  void half_close() const { shutdown(fd_, SHUT_WR); }
+
+  // What comes before the other side closes. `ended` tells whether it did.
+  std::string read_to_end(bool& ended)
+  {
+    std::string answer;
+    for (pollfd fd{fd_, POLLIN, 0}; (ended = poll(&fd, 1, PATIENCE_MSEC) == 1) && receive_some(answer);)
+      ;
+    return answer;
+  }
+
+private:
+  std::size_t send_some(const char* text, std::size_t length) const
+  {
+    const ssize_t n = send(fd_, text, length, MSG_NOSIGNAL);
+    return n > 0 ? static_cast<std::size_t>(n) : 0;
+  }
+
+  bool receive_some(std::string& text) const
+  {
+    char buf[65536];
+    const ssize_t n = recv(fd_, buf, sizeof buf, 0);
+    if (n > 0)
+      text.append(buf, static_cast<std::size_t>(n));
+    return n > 0 || (n < 0 && errno == EAGAIN);
+  }
+
+  const int fd_;
+};
+
+// The program with the echo service from the configuration directory of the example, at a free port.
+class Echo_Process
+{
+public:
+  explicit Echo_Process(const std::vector<std::string>& options) : starter_(arguments(options), environment()) {}
+
+  Starter_Process& starter() { return starter_; }
+
+  // The port that the service has told the `count`-th time, 0 when it has not.
+  int port(unsigned count = 1)
+  {
+    if (!starter_.wait_for_record(LISTENS, count))
+      return 0;
+    const std::string log = starter_.log();
+    return std::stoi(log.substr(log.rfind(LISTENS) + LISTENS.size()));
+  }
+
+private:
+  std::vector<std::string> arguments(std::vector<std::string> options) const
+  {
+    std::string conf = read_file(TESTS_ECHO_CONF);
+    const std::size_t at = conf.find("-p 7007");
+    EXPECT_NE(std::string::npos, at);
+    conf_dir_.write("conf.d/echo.conf", conf.replace(at, 7, "-p 0"));
+
+    options.insert(options.end(), {"-f", conf_dir_ / "conf.d"});
+    return options;
+  }
+
+  static Start_Options environment()
+  {
+    Start_Options options;
+    options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
+    return options;
+  }
+
+  const Temp_Dir conf_dir_;
+  Starter_Process starter_;
+};
+
+static std::string letters(std::size_t length, unsigned seed)
+{
+  std::string text(length, '\0');
+  for (char& c : text) {
+    seed = seed * 1103515245 + 12345;
+    c = static_cast<char>(seed >> 16);
+  }
+  return text;
+}
+
+static const std::vector<std::vector<std::string>> KINDS = {{"--reactor", "tp", "--threads", "4"},
+                                                            {"--reactor", "dev_poll", "--threads", "4"},
+                                                            {"--reactor", "dev_poll"},
+                                                            {"--reactor", "select"},
+                                                            {"--reactor", "priority"},
+                                                            {}};
+
+TEST(echo_process, answers_64_clients_at_once)
+{
+  for (const auto& kind : KINDS) {
+    SCOPED_TRACE(::testing::PrintToString(kind));
+    Echo_Process echo(kind);
+    const int port = echo.port();
+    ASSERT_NE(0, port) << echo.starter().log();
+
+    unsigned failed[64] = {};
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < 64; ++i)
+      threads.emplace_back([port, i, &failed] {
+        Client client(port);
+        for (const std::size_t length : {std::size_t(1), std::size_t(17), std::size_t(16384), std::size_t(100000)}) {
+          const std::string text = letters(length + i, i);
+          failed[i] += client.exchange(text) != text;
+        }
+      });
+    for (std::thread& thread : threads)
+      thread.join();
+    for (unsigned i = 0; i < 64; ++i)
+      EXPECT_EQ(0u, failed[i]) << "client " << i;
+
+    echo.starter().send(SIGTERM);
+    EXPECT_EQ(0, echo.starter().wait_status()) << echo.starter().log();
+  }
+}
+
+TEST(echo_process, sends_everything_back_to_a_client_that_has_closed_its_side)
+{
+  Echo_Process echo({"--reactor", "tp", "--threads", "4"});
+  const int port = echo.port();
+  ASSERT_NE(0, port) << echo.starter().log();
+
+  Client client(port);
+  const std::size_t sent = client.stuff(8 << 20);
+  client.half_close();
+
+  bool ended = false;
+  EXPECT_EQ(std::string(sent, 's'), client.read_to_end(ended));
+  EXPECT_TRUE(ended);
+
+  Client idle(port);
+  idle.half_close();
+  EXPECT_EQ("", idle.read_to_end(ended));
+  EXPECT_TRUE(ended);
+}
+
+// More clients than loop threads: were a thread to wait for one of them, or to store what it does not read, it showed.
+TEST(echo_process, is_not_held_up_by_clients_that_do_not_read)
+{
+  static constexpr std::size_t LIMIT = 64 << 20; // beyond what the sockets on the way can hold
+
+  for (const auto& kind : KINDS) {
+    SCOPED_TRACE(::testing::PrintToString(kind));
+    Echo_Process echo(kind);
+    const int port = echo.port();
+    ASSERT_NE(0, port) << echo.starter().log();
+
+    std::vector<std::unique_ptr<Client>> silent;
+    std::vector<std::size_t> sent;
+    for (unsigned i = 0; i < 5; ++i) {
+      silent.push_back(std::make_unique<Client>(port));
+      sent.push_back(silent.back()->stuff(LIMIT));
+      EXPECT_GT(LIMIT, sent.back());
+    }
+
+    Client client(port);
+    const std::string text = letters(300000, 1);
+    EXPECT_TRUE(text == client.exchange(text));
+
+    bool ended = false;
+    silent[0]->half_close();
+    EXPECT_TRUE(std::string(sent[0], 's') == silent[0]->read_to_end(ended));
+    EXPECT_TRUE(ended);
+    silent.pop_back(); // gone without having read anything
+    EXPECT_TRUE(text == client.exchange(text));
+
+    echo.starter().send(SIGTERM);
+    EXPECT_EQ(0, echo.starter().wait_status()) << echo.starter().log();
+  }
+}
+
+TEST(echo_process, ends_its_clients_with_the_service)
+{
+  for (const auto& kind : KINDS) {
+    SCOPED_TRACE(::testing::PrintToString(kind));
+    Echo_Process echo(kind);
+    const int port = echo.port();
+    ASSERT_NE(0, port) << echo.starter().log();
+    Client first(port);
+    Client second(port);
+    Client third(port);
+    for (Client* const client : {&first, &second, &third})
+      EXPECT_EQ("hello", client->exchange("hello"));
+
+    echo.starter().send(SIGTERM);
+
+    bool ended = false;
+    for (Client* const client : {&first, &second, &third}) {
+      EXPECT_EQ("", client->read_to_end(ended));
+      EXPECT_TRUE(ended);
+    }
+    EXPECT_EQ(0, echo.starter().wait_status()) << echo.starter().log();
+    EXPECT_THAT(echo.starter().log(), HasSubstr("Echo has stopped, 3 clients were connected.\n"));
+  }
+}
+
+TEST(echo_process, gives_its_port_back_when_it_stops)
+{
+  Echo_Process first({"--reactor", "tp", "--threads", "4"});
+  const int port = first.port();
+  ASSERT_NE(0, port) << first.starter().log();
+  Client client(port);
+  EXPECT_EQ("hello", client.exchange("hello"));
+
+  first.starter().send(SIGTERM);
+  EXPECT_EQ(0, first.starter().wait_status()) << first.starter().log();
+
+  Start_Options options;
+  options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
+  Starter_Process second({"-S", "dynamic Again Service_Object * echo:_make_Echo() \"-p " + std::to_string(port) + '"'},
+                         options);
+  EXPECT_TRUE(second.wait_for_record(LISTENS + std::to_string(port) + '.')) << second.log();
+}
+
+TEST(echo_process, refuses_a_port_that_it_cannot_have)
+{
+  Start_Options options;
+  options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
+  Echo_Process running({});
+  const std::string taken = std::to_string(running.port());
+  ASSERT_NE("0", taken) << running.starter().log();
+  const std::tuple<std::string, std::string> cases[] = {
+      {"-p " + taken, "Failed to listen on 127.0.0.1:" + taken + ", errno=98, Address already in use\n"},
+      {"-p 65536", "Failed to start echo: it takes -p PORT, 0 to 65535\n"},
+      {"-p 7x", "Failed to start echo: it takes -p PORT, 0 to 65535\n"},
+      {"-p", "Failed to start echo: it takes -p PORT, 0 to 65535\n"},
+      {"-q", "Failed to start echo: it takes -p PORT, 0 to 65535\n"}};
+
+  for (const auto& [arguments, record] : cases) {
+    SCOPED_TRACE(arguments);
+    Starter_Process starter({"-S", "dynamic Echo Service_Object * echo:_make_Echo() \"" + arguments + '"'}, options);
+    EXPECT_TRUE(starter.wait_for_record(record)) << starter.log();
+
+    starter.send(SIGTERM);
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  }
+}
+
+// Whether every thread of the process waits for something.
+static bool is_idle(const Starter_Process& starter)
+{
+  for (const pid_t tid : starter.threads()) {
+    const std::string stat =
+        read_file("/proc/" + std::to_string(starter.pid()) + "/task/" + std::to_string(tid) + "/stat");
+    if (stat.find(") S ") == std::string::npos)
+      return false;
+  }
+  return true;
+}
+
+// Wait until the process has nothing left to do: it is seen idle many times in a row.
+static bool wait_until_idle(const Starter_Process& starter)
+{
+  unsigned seen = 0;
+  return wait_until([&] {
+    seen = is_idle(starter) ? seen + 1 : 0;
+    return seen == 50;
+  });
+}
+
+// A hang-up makes the configurator process its files again: the service makes way for a new one of its name. That
+// happens in the signal's handler, so the reactor must not be in the middle of anything just then: nobody reads or
+// writes meanwhile.
+TEST(echo_process, makes_way_for_a_new_service_on_a_hang_up)
+{
+  for (const auto& kind : KINDS) {
+    SCOPED_TRACE(::testing::PrintToString(kind));
+    Echo_Process echo(kind);
+    int port = echo.port();
+    ASSERT_NE(0, port) << echo.starter().log();
+
+    for (unsigned round = 1; round <= 3; ++round) {
+      Client busy(port);
+      EXPECT_LT(0u, busy.stuff(8 << 20)); // the service has something left to send
+      Client idle(port);
+      EXPECT_EQ("hello", idle.exchange("hello"));
+      ASSERT_TRUE(wait_until_idle(echo.starter()));
+      echo.starter().send(SIGHUP);
+      port = echo.port(round + 1);
+      ASSERT_NE(0, port) << echo.starter().log();
+      ASSERT_TRUE(wait_until_idle(echo.starter()));
+
+      bool ended = false;
+      (void)busy.read_to_end(ended); // whatever was on the way
+      EXPECT_TRUE(ended);
+      EXPECT_EQ("", idle.read_to_end(ended));
+      EXPECT_TRUE(ended);
+    }
+
+    EXPECT_EQ("hello", Client(port).exchange("hello"));
+    EXPECT_EQ(3u, echo.starter().count("Echo has stopped, 2 clients were connected.\n")) << echo.starter().log();
+    echo.starter().send(SIGTERM);
+    EXPECT_EQ(0, echo.starter().wait_status()) << echo.starter().log();
+  }
+}

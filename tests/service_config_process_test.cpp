@@ -1,0 +1,303 @@
+#include "tests/support/starter_process.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <signal.h>
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+static const std::string NOT_LOCATED = "service 'Static_Service' was not located.";
+
+// The directive that loads a service which records its life under `name`.
+static std::string recorder(const std::string& name, const std::string& arguments = "")
+{
+  return dynamic_directive(name, "recorder", "_make_Recorder", name + ' ' + arguments);
+}
+
+// What the services of the tests have recorded, in order.
+static std::vector<std::string> service_records(const Starter_Process& starter)
+{
+  std::vector<std::string> texts;
+  for (const Record& record : starter.records())
+    if (record.file.compare(0, 15, "tests/services/") == 0)
+      texts.push_back(record.text.substr(0, record.text.find('\n')));
+  return texts;
+}
+
+// Starts the executable in the directory `dir`, not in the one that Starter_Process makes.
+static Start_Options probed_in(const Temp_Dir& dir)
+{
+  Start_Options options = probed();
+  options.wrapper = {"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", dir.path()};
+  return options;
+}
+
+// End the process in order once its log holds `record`.
+static void end_after(Starter_Process& starter, const std::string& record)
+{
+  ASSERT_TRUE(starter.wait_for_record(record)) << starter.log();
+  starter.send(SIGTERM);
+  ASSERT_EQ(0, starter.wait_status()) << starter.log();
+}
+
+TEST(service_config_process, loads_the_files_of_a_directory_in_byte_order_and_finalises_in_reverse)
+{
+  const Temp_Dir dir;
+  dir.write("x.d/b.conf", recorder("b"));
+  dir.write("x.d/a.conf", recorder("a1") + recorder("a2"));
+  dir.write("x.d/A.conf", recorder("A"));
+  dir.write("x.d/c.conf.bak", recorder("c"));
+
+  Starter_Process starter({"--reactor", "tp", "--threads", "2", "-f", dir / "x.d"}, probed());
+  end_after(starter, "b starts.");
+
+  EXPECT_THAT(service_records(starter),
+              ElementsAre("A starts.", "a1 starts.", "a2 starts.", "b starts.", "b stops.", "b is deleted.",
+                          "a2 stops.", "a2 is deleted.", "a1 stops.", "a1 is deleted.", "A stops.", "A is deleted."));
+}
+
+// Each file of the first directory is processed again: its services make way for new ones of the same names.
+TEST(service_config_process, loads_the_files_of_the_first_of_two_directories_again)
+{
+  const Temp_Dir dir;
+  dir.write("a.d/a.conf", recorder("a"));
+  dir.write("b.d/b.conf", recorder("b"));
+
+  Starter_Process starter({"-f", dir / "a.d", "-f", dir / "b.d"}, probed());
+  end_after(starter, "b starts.");
+
+  EXPECT_THAT(service_records(starter), ElementsAre("a starts.", "a stops.", "a is deleted.", "a starts.", "b starts.",
+                                                    "b stops.", "b is deleted.", "a stops.", "a is deleted."));
+}
+
+TEST(service_config_process, hands_the_arguments_of_a_directive_to_the_service)
+{
+  const Temp_Dir dir;
+  const std::string file = dir.write("services", recorder("a", "-x 'two words'"));
+
+  Starter_Process starter({"-f", file}, probed());
+  end_after(starter, "a starts.");
+
+  EXPECT_EQ("a starts. [-x] [two words]", service_records(starter).at(0));
+}
+
+TEST(service_config_process, processes_directives_of_the_command_line_after_the_files)
+{
+  const Temp_Dir dir;
+  const std::string file = dir.write("services", recorder("a"));
+
+  Starter_Process starter({"-S", recorder("b"), "-f", file, "-S", "remove a"}, probed());
+  end_after(starter, "a is deleted.");
+
+  EXPECT_THAT(service_records(starter),
+              ElementsAre("a starts.", "b starts.", "a stops.", "a is deleted.", "b stops.", "b is deleted."));
+}
+
+TEST(service_config_process, processes_svc_conf_when_no_file_is_given)
+{
+  const Temp_Dir dir;
+  dir.write("svc.conf", recorder("default"));
+  dir.write("empty.d/none.txt", "");
+  const std::string file = dir.write("services", recorder("a"));
+  const std::tuple<const char*, std::vector<std::string>, const char*> cases[] = {
+      {"nothing given", {}, "default starts."},
+      {"a directory without files", {"-f", "empty.d"}, "default starts."},
+      {"a file given", {"-f", file}, "a starts."},
+      {"a directive given", {"-S", recorder("a")}, "default starts."}};
+
+  for (const auto& [name, args, first] : cases) {
+    SCOPED_TRACE(name);
+    Starter_Process starter(args, probed_in(dir));
+    end_after(starter, args == std::vector<std::string>{"-S", recorder("a")} ? "a starts." : first);
+    EXPECT_EQ(first, service_records(starter).at(0));
+  }
+}
+
+TEST(service_config_process, goes_on_when_a_load_fails)
+{
+  const Temp_Dir dir;
+  const std::string not_a_library = dir.write("libnone.so", "not a library");
+  const std::string broken = "dynamic broken Service_Object * ";
+  const std::tuple<const char*, std::string, const char*> cases[] = {
+      {"an init that fails", recorder("broken", "fails"), "broken starts. [fails]"},
+      {"a library that does not load", broken + not_a_library + ":_make_Recorder() \"broken\"\n", nullptr},
+      {"a missing library", broken + dir.path() + "/libmissing.so:_make_Recorder() \"broken\"\n", nullptr},
+      {"a missing factory", dynamic_directive("broken", "recorder", "_make_Nothing", "broken"), nullptr}};
+
+  for (const auto& [name, directive, record] : cases) {
+    SCOPED_TRACE(name);
+    const std::string file = dir.write("services", recorder("a") + directive + recorder("b"));
+    Starter_Process starter({"--reactor", "select", "-f", file, "-S", recorder("c")}, probed());
+    end_after(starter, "c starts.");
+
+    std::vector<std::string> expected{"a starts.", "b starts.",     "c starts.", "c stops.",     "c is deleted.",
+                                      "b stops.",  "b is deleted.", "a stops.",  "a is deleted."};
+    if (record)
+      expected.insert(expected.begin() + 1, {record, "broken is deleted."});
+    EXPECT_EQ(expected, service_records(starter));
+  }
+}
+
+TEST(service_config_process, goes_on_after_a_syntax_error)
+{
+  const Temp_Dir dir;
+  dir.write("x.d/a.conf", "this is no directive\n");
+  dir.write("x.d/b.conf", recorder("b"));
+
+  Starter_Process starter({"-f", dir / "x.d"}, probed());
+  end_after(starter, "b starts.");
+
+  EXPECT_THAT(starter.log(), HasSubstr("on line 1: syntax error"));
+  EXPECT_THAT(service_records(starter), ElementsAre("b starts.", "b stops.", "b is deleted."));
+}
+
+// The configurator gives up at the first file that it cannot open, and says so only when debugging was asked for.
+TEST(service_config_process, goes_on_without_services_after_a_missing_file)
+{
+  const Temp_Dir dir;
+  const std::string file = dir.write("services", recorder("a"));
+  const std::vector<std::string> args{"--reactor", "tp", "--threads", "2",  "-f",
+                                      "missing",   "-f", file,        "-S", recorder("b")};
+
+  Starter_Process silent(args, probed());
+  ASSERT_TRUE(silent.wait_for_threads(3)) << silent.log();
+  silent.send(SIGTERM);
+  EXPECT_EQ(0, silent.wait_status()) << silent.log();
+  EXPECT_THAT(service_records(silent), IsEmpty());
+  EXPECT_THAT(silent.log(), Not(HasSubstr("missing")));
+
+  std::vector<std::string> debug_args = args;
+  debug_args.insert(debug_args.begin(), "-d");
+  Starter_Process debugging(debug_args, probed());
+  end_after(debugging, "missing: No such file or directory");
+  EXPECT_THAT(service_records(debugging), IsEmpty());
+}
+
+TEST(service_config_process, shows_a_failing_load_when_debugging_was_asked_for_first)
+{
+  const Temp_Dir dir;
+  const std::string directive = dynamic_directive("a", "no_such_library", "_make_Recorder");
+  const std::string file = dir.write("services", directive);
+
+  Starter_Process starter({"-d", "-f", file, "-S", recorder("b")}, probed());
+  end_after(starter, "b starts.");
+
+  EXPECT_THAT(starter.log(), HasSubstr("DLL_Handle::open (\"" + service_library("no_such_library") + "\")"));
+}
+
+TEST(service_config_process, offers_static_services_unless_told_otherwise)
+{
+  const std::tuple<std::vector<std::string>, bool> cases[] = {
+      {std::vector<std::string>{}, true}, {{"-y"}, true}, {{"-n"}, false}, {{"-n", "-y"}, true}, {{"-yn"}, false}};
+  Start_Options options = probed();
+  options.preload = {service_library("static_service")};
+
+  for (const auto& [flags, offered] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(flags));
+    std::vector<std::string> args = flags;
+    args.insert(args.end(), {"-S", "static Static_Service \"x\"", "-S", recorder("last")});
+    Starter_Process starter(args, options);
+    end_after(starter, "last starts.");
+
+    EXPECT_EQ(offered ? 1u : 0u, starter.count("The static service starts.")) << starter.log();
+    EXPECT_EQ(offered ? 0u : 1u, starter.count(NOT_LOCATED)) << starter.log();
+  }
+}
+
+TEST(service_config_process, takes_a_logger_key_without_connecting_to_it)
+{
+  Starter_Process starter({"-k", "127.0.0.1:1", "-S", recorder("a")}, probed());
+  end_after(starter, "a starts.");
+
+  EXPECT_THAT(service_records(starter), ElementsAre("a starts.", "a stops.", "a is deleted."));
+}
+
+TEST(service_config_process, writes_its_process_id_to_a_file)
+{
+  Starter_Process starter({"-p", "the pid", "-S", recorder("a")}, probed());
+  end_after(starter, "a starts.");
+
+  EXPECT_EQ(std::to_string(starter.pid()) + '\n', read_file(starter.dir() / "the pid"));
+}
+
+TEST(service_config_process, catches_the_signal_named_for_the_configurator)
+{
+  Starter_Process starter({"-s", std::to_string(SIGUSR1), "-S", recorder("a")}, probed());
+  ASSERT_TRUE(starter.wait_for_record("a starts.")) << starter.log();
+
+  EXPECT_THAT(signals_in_mask(starter.status_field("SigCgt")), ::testing::Contains(SIGUSR1));
+
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+}
+
+TEST(service_config_process, goes_on_without_services_after_an_impossible_signal_number)
+{
+  const Temp_Dir dir;
+  const std::string file = dir.write("services", recorder("a"));
+
+  for (const char* const signo : {"0", "-1", "99", "usr1"}) {
+    SCOPED_TRACE(signo);
+    Starter_Process starter({"-s", signo, "-f", file, "-S", recorder("b")}, probed());
+    end_after(starter, "cannot obtain signal handler");
+
+    EXPECT_THAT(service_records(starter), IsEmpty());
+  }
+}
+
+// Without a file to stop at, nothing else shows that the process got as far as its loop.
+TEST(service_config_process, runs_without_any_service)
+{
+  Starter_Process starter({"--reactor", "tp", "--threads", "2"}, probed());
+  ASSERT_TRUE(starter.wait_for_threads(3)) << starter.log();
+
+  starter.send(SIGTERM);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_THAT(service_records(starter), IsEmpty());
+}
+
+// The steps of the shutdown, up to the end of main; at exit the framework closes everything once more by itself.
+static std::vector<std::string> shutdown_steps(const std::vector<std::string>& options)
+{
+  Start_Options start = probed();
+  start.preload = {preload_library("shutdown_probe")};
+  std::vector<std::string> args = options;
+  args.insert(args.end(), {"-S", recorder("a")});
+
+  Starter_Process starter(args, start);
+  end_after(starter, "a starts.");
+
+  std::vector<std::string> texts;
+  for (const Record& record : starter.records())
+    if (record.file.compare(0, 6, "tests/") == 0)
+      texts.push_back(record.text);
+  return texts;
+}
+
+TEST(service_config_process, closes_the_configurator_after_its_services_and_deletes_the_replaced_reactor_last)
+{
+  for (const char* const kind : {"tp", "select", "dev_poll", "priority"}) {
+    SCOPED_TRACE(kind);
+    EXPECT_THAT(shutdown_steps({"--reactor", kind, "--threads", "2"}),
+                ElementsAre("a starts.\n", "The services are finalised.\n", "a stops.\n", "a is deleted.\n",
+                            "The configurator closes.\n", "The configurator has closed.\n",
+                            "The first reactor is deleted.\n"));
+  }
+}
+
+TEST(service_config_process, leaves_the_reactor_to_the_framework_when_it_replaced_none)
+{
+  EXPECT_THAT(shutdown_steps({}),
+              ElementsAre("a starts.\n", "The services are finalised.\n", "a stops.\n", "a is deleted.\n",
+                          "The configurator closes.\n", "The configurator has closed.\n"));
+}

@@ -1,0 +1,20 @@
+#ifndef TESTS_SUPPORT_STL_DECLARATIONS_H
+#define TESTS_SUPPORT_STL_DECLARATIONS_H
+
+// Include this before every other header: <functional> instantiates std::max, and what is instantiated can no longer
+// be declared a specialisation.
+#include <array>
+
+/// The specialisations that the program defines and services bind to: with these declarations a translation unit makes
+/// no code of its own for them.
+namespace std
+{
+template <>
+const unsigned long& max<unsigned long>(const unsigned long&, const unsigned long&);
+template <>
+const long& max<long>(const long&, const long&);
+template <>
+void swap<unsigned long>(unsigned long&, unsigned long&) noexcept;
+} // namespace std
+
+#endif // TESTS_SUPPORT_STL_DECLARATIONS_H

@@ -1,0 +1,92 @@
+#include "tests/support/starter_process.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ace/Log_Priority.h>
+
+#include <algorithm>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <signal.h>
+
+using ::testing::StartsWith;
+
+using Words = std::vector<std::string>;
+
+// The records of the program itself, those of its end among them.
+static std::vector<Record> own_records(const Starter_Process& starter)
+{
+  std::vector<Record> records = starter.records();
+  records.erase(
+      std::remove_if(records.begin(), records.end(),
+                     [](const Record& r) { return r.file != "starter/starter.cpp" || r.priority < LM_ALERT; }),
+      records.end());
+  return records;
+}
+
+// The record ends in a back trace, unless that was too long for the record.
+static void expect_record(const Record& record, int priority, const std::string& text)
+{
+  EXPECT_EQ(priority, record.priority) << record;
+  EXPECT_EQ(0, record.status) << record;
+  EXPECT_THAT(record.text, StartsWith(text));
+  EXPECT_LT(text.size() + 10, record.text.size()) << "no back trace: " << record;
+}
+
+static const Words MAIN_THREAD;
+static const Words POOL{"--reactor", "tp", "--threads", "2"};
+static const std::string STD_TEXT = "Unhandled exception is caught, thrown by the service\n";
+static const std::string OTHER_TEXT = "Unknown/unhandled exception is caught: \n";
+static const std::string ABORT_TEXT = "Signal 6 (Aborted) caught in [starter], the back trace:\n";
+
+TEST(terminate_process, records_an_uncaught_exception_and_ends_with_status_0)
+{
+  const std::tuple<const char*, Words, std::string> cases[] = {
+      {"init std", MAIN_THREAD, STD_TEXT}, {"init std", POOL, STD_TEXT},     {"timer std", MAIN_THREAD, STD_TEXT},
+      {"timer std", POOL, STD_TEXT},       {"init other", POOL, OTHER_TEXT}, {"timer other", MAIN_THREAD, OTHER_TEXT},
+      {"timer other", POOL, OTHER_TEXT}};
+
+  for (const auto& [service, options, text] : cases) {
+    SCOPED_TRACE(std::string(service) + (options.empty() ? " in the main thread" : " with a pool"));
+    Words args = options;
+    args.insert(args.end(), {"-S", dynamic_directive("T", "thrower", "_make_Thrower", service)});
+    Starter_Process starter(args, probed());
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    const std::vector<Record> records = own_records(starter);
+    ASSERT_EQ(2u, records.size()) << starter.log();
+    expect_record(records[0], LM_EMERGENCY, text);
+    expect_record(records[1], LM_ALERT, ABORT_TEXT);
+  }
+}
+
+// The handler has nothing to tell then: to rethrow nothing brings it back to itself, and it aborts.
+TEST(terminate_process, records_only_the_abort_without_an_exception)
+{
+  for (const Words& options : {MAIN_THREAD, POOL}) {
+    Words args = options;
+    args.insert(args.end(), {"-S", dynamic_directive("T", "thrower", "_make_Thrower", "timer none")});
+    Starter_Process starter(args, probed());
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    const std::vector<Record> records = own_records(starter);
+    ASSERT_EQ(1u, records.size()) << starter.log();
+    expect_record(records[0], LM_ALERT, ABORT_TEXT);
+  }
+}
+
+TEST(terminate_process, aborts_plainly_before_the_dispositions_are_in_force)
+{
+  Start_Options options = probed();
+  options.preload = {preload_library("throw_probe")};
+
+  Starter_Process starter({"--background"}, options);
+
+  EXPECT_EQ(-SIGABRT, starter.wait_status()) << starter.log();
+  const std::vector<Record> records = own_records(starter);
+  ASSERT_EQ(1u, records.size()) << starter.log();
+  expect_record(records[0], LM_EMERGENCY, "Unhandled exception is caught, thrown on the way\n");
+}
