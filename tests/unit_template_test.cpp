@@ -1,5 +1,6 @@
 // The unit template as it is installed: what systemd says of it, and instances of it under systemd itself.
 
+#include "tests/support/command.h"
 #include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
 #include "tests/support/systemd_fixture.h"
@@ -7,12 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <sstream>
 #include <string>
-
-#include <sys/wait.h>
 
 namespace fs = std::filesystem;
 
@@ -45,16 +43,9 @@ protected:
   // What systemd-analyze prints with `arguments` and an instance of the template; "" when it has nothing to say.
   std::string analyze(const std::string& arguments)
   {
-    const std::string command = "systemd-analyze " + arguments + ' ' + dir_ / "starter@one.service" + " 2>&1";
-    FILE* const pipe =
-        popen(("cd " + dir_.path() + " && cp starter@.service starter@one.service && " + command).c_str(), "re");
-    std::string output;
-    for (char buf[4096]; std::fgets(buf, sizeof buf, pipe);)
-      output += buf;
-    const int status = pclose(pipe);
-    if (status != 0)
-      output += "status " + std::to_string(WEXITSTATUS(status)) + '\n';
-    return output;
+    const Ended result = run("cd " + dir_.path() + " && cp starter@.service starter@one.service && systemd-analyze " +
+                             arguments + ' ' + dir_ / "starter@one.service");
+    return result.status == 0 ? result.output : result.output + "status " + std::to_string(result.status) + '\n';
   }
 
   const Temp_Dir dir_;
