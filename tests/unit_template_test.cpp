@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -21,11 +22,10 @@ static std::string with_replaced(std::string text, const std::string& old, const
   return text;
 }
 
-// The template, with the programs of `sbin` and the configuration in `config` instead of the installed ones.
-static std::string unit_template(const std::string& sbin, const std::string& config)
+// The template at `path`, with the programs of `sbin` and the configuration in `config` instead of the installed ones.
+static std::string unit_template_at(const std::string& path, const std::string& sbin, const std::string& config)
 {
-  return with_replaced(with_replaced(read_file(TESTS_UNIT_TEMPLATE), TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR,
-                       config);
+  return with_replaced(with_replaced(read_file(path), TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR, config);
 }
 
 // ---- What systemd says of the file
@@ -37,14 +37,16 @@ protected:
   {
     NEEDS(Systemd_Machine::is_installed(), "systemd");
 
-    dir_.write("starter@.service", unit_template(fs::path(starter_executable()).parent_path(), "/etc/starter"));
+    for (const char* const program : {"starter", "starter-check"}) // only whether they may be run is looked at
+      fs::create_symlink(starter_executable(), dir_ / program);
+    dir_.write("starter@one.service", unit_template_at(TESTS_INSTALLED_UNIT_TEMPLATE, dir_.path(), "/etc/starter"));
   }
 
   // What systemd-analyze prints with `arguments` and an instance of the template; "" when it has nothing to say.
   std::string analyze(const std::string& arguments)
   {
-    const Ended result = run("cd " + dir_.path() + " && cp starter@.service starter@one.service && systemd-analyze " +
-                             arguments + ' ' + dir_ / "starter@one.service");
+    const Ended result =
+        run("cd " + dir_.path() + " && systemd-analyze " + arguments + ' ' + dir_ / "starter@one.service");
     return result.status == 0 ? result.output : result.output + "status " + std::to_string(result.status) + '\n';
   }
 
@@ -99,11 +101,14 @@ protected:
     dir.write("etc/staller.d/staller.conf",
               with_replaced(with_replaced(staller_directive(), service_library("staller"), "/run/test/libstaller.so"),
                             dir.path(), "/run/test"));
+    dir.write("sbin/starter-check", "#!/bin/sh\necho \"checked: $*.\" >&2\nexit $(cat /run/test/findings)\n");
+    has_findings(false);
     open_to_all(dir / "etc");
     open_to_all(dir / "sbin");
 
-    machine_.add_unit("starter@.service", unit_template::read());
-    machine_.add_unit("starter@staller.service.d/test.conf", "[Service]\n" + test_settings() + settings);
+    machine_.add_unit("starter@.service", unit_template_at(TESTS_UNIT_TEMPLATE, "/run/test/sbin", "/run/test/etc"));
+    machine_.add_unit("starter@staller.service.d/test.conf",
+                      "[Service]\n" + test_settings() + without_leak_checker() + settings);
     for (const char* const target : {"sysinit.target", "basic.target", "shutdown.target", "network.target"})
       machine_.add_unit(target, "[Unit]\nDefaultDependencies=no\n");
     ASSERT_TRUE(machine_.boot());
@@ -121,6 +126,9 @@ protected:
                                   path));
   }
 
+  // What the checker of this machine says from now on.
+  void has_findings(bool has) const { machine_.dir().write("findings", has ? "1" : "0"); }
+
   void start()
   {
     ASSERT_TRUE(machine_.succeeds("systemctl start starter@staller.service"));
@@ -136,7 +144,12 @@ protected:
   std::string pid_;
 
 private:
-  static std::string read() { return ::unit_template("/run/test/sbin", "/run/test/etc"); }
+  // It needs calls that the unit refuses.
+  static std::string without_leak_checker()
+  {
+    const char* const options = std::getenv("ASAN_OPTIONS");
+    return std::string("Environment=ASAN_OPTIONS=") + (options ? options : "") + ":detect_leaks=0\n";
+  }
 
   static void open_to_all(const fs::path& dir)
   {
@@ -146,6 +159,7 @@ private:
   }
 };
 
+static const char CHECKED[] = "checked: --reactor tp --threads 4 -f /run/test/etc/staller.d.\n";
 static const char FED_OFTEN[] = "WatchdogSec=5\nEnvironment=SD_NOTIFY_INTERVAL=1\n";
 
 TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_it_says)
@@ -223,6 +237,33 @@ TEST_F(unit_template, reloads_a_component)
   EXPECT_TRUE(wait_for_keep_alives(2));
   EXPECT_EQ("active", show("ActiveState"));
   EXPECT_EQ(pid_, show("MainPID"));
+}
+
+TEST_F(unit_template, starts_a_component_in_spite_of_what_the_checker_finds)
+{
+  boot();
+  has_findings(true);
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_EQ(0u, log().find(CHECKED)) << "before the program starts, with its arguments";
+  EXPECT_TRUE(wait_for_record("The staller is there.\n"));
+}
+
+TEST_F(unit_template, does_not_reload_a_component_when_the_checker_finds_something)
+{
+  boot(FED_OFTEN);
+  ASSERT_NO_FATAL_FAILURE(start());
+  has_findings(true);
+
+  EXPECT_FALSE(machine_.succeeds("systemctl reload starter@staller.service 2>/dev/null"));
+
+  EXPECT_TRUE(wait_for_keep_alives(2));
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_EQ(pid_, show("MainPID"));
+  EXPECT_EQ(std::string::npos, log().find("Signal 1 "));
+  const std::string text = log();
+  EXPECT_NE(text.find(CHECKED), text.rfind(CHECKED)) << "again, with the same arguments";
 }
 
 // In a pool of this reactor the other threads go on beside a handler that stalls: hence only one, and no pool.
