@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,6 +22,8 @@
 namespace fs = std::filesystem;
 
 using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::Not;
 
 // ---- The package as a file
@@ -156,6 +159,14 @@ protected:
   const std::string root_ = *dir_ / "root";
 };
 
+// What is in `a` and not in `b`, both sorted.
+static std::vector<std::string> difference(const std::vector<std::string>& a, const std::vector<std::string>& b)
+{
+  std::vector<std::string> only;
+  std::set_difference(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(only));
+  return only;
+}
+
 TEST_F(debian_package_in_a_clean_root, is_installed_run_and_removed_down_to_its_configuration)
 {
   make_root();
@@ -172,8 +183,8 @@ TEST_F(debian_package_in_a_clean_root, is_installed_run_and_removed_down_to_its_
   ASSERT_NO_FATAL_FAILURE(run_program());
 
   (void)in_root("apt-get -q -y remove --autoremove starter");
-  std::vector<std::string> left = before;
-  left.insert(left.end(), {"./etc/starter", "./etc/starter/one.d", "./etc/starter/one.d/none.conf"});
-  std::sort(left.begin(), left.end());
-  EXPECT_EQ(left, files());
+  const std::vector<std::string> after = files();
+  EXPECT_THAT(difference(after, before),
+              ElementsAre("./etc/starter", "./etc/starter/one.d", "./etc/starter/one.d/none.conf"));
+  EXPECT_THAT(difference(before, after), IsEmpty());
 }
