@@ -240,12 +240,13 @@ void check_passed_values(const Reading& configurator, Findings& findings)
     if (!option.value || option.name.size() != 1)
       continue;
 
-    // A variable in a directive that stands on the line is replaced there, before the directive is read.
-    const std::string letter = '-' + option.name + ' ';
+    const std::string what = '-' + option.name + ' ' + quoted(option.value) + ": ";
     if (const std::string problem = check_quoting(option.value); !problem.empty())
-      add(findings, "altered-value", letter + quoted(option.value) + ": " + problem);
-    for (const std::string& problem : check_variables(option.value))
-      add(findings, "variable-not-set", letter + quoted(option.value) + ": " + problem);
+      add(findings, "altered-value", what + problem);
+    // What the directive of -S leaves for its service to be replaced is looked at with the parameters.
+    if (option.name != "S" || !is_safe_to_substitute(option.value))
+      for (const std::string& problem : check_variables(option.value))
+        add(findings, "variable-not-set", what + problem);
     if (option.name == "s" && !std::strchr(option.value, '$'))
       check_signal(option.value, findings);
   }

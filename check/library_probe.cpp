@@ -51,8 +51,10 @@ static void leave_streams()
   leave_streams();
 
   std::list<ACE_DLL> loaded; // of those before, that one which cannot be loaded has a finding of its own
-  for (const std::string& library : request.loaded)
-    (void)loaded.emplace_back().open(library.c_str());
+  for (const std::string& library : request.loaded) {
+    loaded.emplace_back();
+    (void)loaded.back().open(library.c_str());
+  }
 
   ACE_DLL dll;
   if (!request.library.empty() && dll.open(request.library.c_str()) != 0)
@@ -95,7 +97,7 @@ static bool read_answers(int fd, std::string& answers, unsigned timeout_sec)
 
 static std::string next_text(const std::string& answers, std::size_t& at)
 {
-  const std::string text = answers.c_str() + at;
+  std::string text = answers.c_str() + at;
   at += text.size() + 1;
   return text;
 }

@@ -270,10 +270,11 @@ void Checker::check_factory(const Placed_Directive& placed)
 
 void Checker::check_parameters(const Placed_Directive& placed)
 {
-  const std::string& name = placed.directive.name;
-  for (const std::string& word : split_parameters(placed.directive.parameters))
+  for (const std::string& word : split_parameters(placed.directive.parameters)) {
+    const std::string what = "service '" + placed.directive.name + "', parameter '" + word + "': ";
     for (const std::string& problem : check_variables(word))
-      add(placed.place, "variable-not-set", "service '" + name + "', parameter '" + word + "': " + problem);
+      add(placed.place, "variable-not-set", what + problem);
+  }
 }
 
 std::string describe(const Place& place)

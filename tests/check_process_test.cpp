@@ -261,6 +261,19 @@ TEST(starter_check, reports_variables_of_values_that_are_not_set)
             check(dir, {"-f", "$SET_HERE"}, {{"SET_HERE", "x.conf"}}).out);
 }
 
+TEST(starter_check, looks_at_the_variables_of_an_inline_directive_as_the_framework_replaces_them)
+{
+  const Temp_Dir dir;
+  const std::map<std::string, std::string> env{{"SET_HERE", "1"}};
+  const std::string name = "command line: variable-not-set: service 'A', parameter '$NOT_SET_HERE': ";
+
+  EXPECT_EQ("", check(dir, {"-S", directive("A", "check_plain", "-p $SET_HERE -q $SET_HERE")}, env).out);
+  EXPECT_EQ(name + "$NOT_SET_HERE is not set and stays as it is\n",
+            check(dir, {"-S", directive("A", "check_plain", "-p $SET_HERE -q $NOT_SET_HERE")}, env).out);
+  EXPECT_THAT(check(dir, {"-S", directive("A", "check_plain", '$' + std::string(20000, 'X'))}).out,
+              HasSubstr("': the name of a variable is too long for the framework\n"));
+}
+
 TEST(starter_check, reports_signals_that_cannot_be_caught)
 {
   for (const std::string text : {"0", "HUP", "9", "19", "65", "-1"})
