@@ -195,7 +195,8 @@ TEST(guide, looks_for_records_that_the_manual_knows)
   const std::string table = guide.substr(guide.find("| Symptom |"));
   for (std::sregex_iterator i(table.begin(), table.end(), row); i != std::sregex_iterator(); ++i) {
     const std::string record = std::regex_replace((*i)[1].str(), std::regex(R"(\\\|)"), "|");
-    EXPECT_THAT(pages, ::testing::HasSubstr(".It Sy \"" + record));
+    EXPECT_THAT(pages, ::testing::AnyOf(::testing::HasSubstr(".It Sy \"" + record + '"'),
+                                        ::testing::HasSubstr(".It Sy \"" + record + "\\&\"")));
     ++records;
   }
   EXPECT_LE(12u, records);
