@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the other scripts, which run with the repository root as working directory.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

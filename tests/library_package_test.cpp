@@ -1,38 +1,15 @@
 // The support library as other programs get it: installed, found by CMake and by pkg-config, linked as an archive.
 
+#include "tests/support/command.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <set>
 #include <string>
 
-#include <sys/wait.h>
-
 namespace fs = std::filesystem;
-
-// What a command came to.
-struct Ended
-{
-  int status; // as exit status; negative when it did not exit
-  std::string output;
-};
-
-static Ended run(const std::string& command)
-{
-  std::string output;
-  FILE* const fp = popen(("( " + command + " ) 2>&1").c_str(), "r");
-  if (!fp)
-    return {-1, "cannot be run"};
-  char buf[4096];
-  for (std::size_t n; (n = fread(buf, 1, sizeof buf, fp)) > 0;)
-    output.append(buf, n);
-  const int status = pclose(fp);
-
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
-}
 
 static void expect_success(const std::string& command)
 {

@@ -1,91 +1,31 @@
-#include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
-#include "tests/support/systemd_machine.h"
+#include "tests/support/systemd_fixture.h"
 #include "tests/support/wait_until.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <set>
 #include <string>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 // The program as a service of systemd's, with a watchdog and a service in it that stalls the loop when it is told to.
-class systemd_boot : public testing::Test
+class systemd_boot : public Systemd_Fixture
 {
 protected:
-  void SetUp() override
-  {
-    NEEDS(is_root(), "root, for namespaces of its own");
-    NEEDS(Systemd_Machine::is_installed(), "systemd");
+  systemd_boot() : Systemd_Fixture("test.service") {}
 
-    const std::string fifo = machine_.dir() / "fifo";
-    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
-    fifo_fd_ = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
-    machine_.dir().write("svc.conf", dynamic_directive("Staller", "staller", "_make_Staller", fifo));
-    machine_.dir().write("held.conf", dynamic_directive("Staller", "staller", "_make_Staller", fifo + " held"));
-  }
-
-  ~systemd_boot() override
-  {
-    if (fifo_fd_ != -1)
-      close(fifo_fd_);
-    if (HasFailure())
-      std::cerr << "The console:\n" << machine_.console() << "\nThe log:\n" << log() << '\n';
-  }
-
-  // Boot with the unit test.service. `settings` are lines of its section [Service].
+  // Boot with the unit. `settings` are lines of its section [Service].
   void boot(const std::string& settings, const std::string& arguments)
   {
-    std::string unit = "[Unit]\nDefaultDependencies=no\n[Service]\nType=notify\n" + settings;
-    for (const char* const name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"})
-      if (const char* const value = std::getenv(name))
-        unit += std::string("Environment=") + name + '=' + value + '\n';
-    unit += "StandardOutput=null\nStandardError=append:" + machine_.dir() / "log" + "\n";
+    machine_.dir().write("svc.conf", staller_directive());
+    machine_.dir().write("held.conf", staller_directive(" held"));
+
+    std::string unit = "[Unit]\nDefaultDependencies=no\n[Service]\nType=notify\n" + settings + test_settings();
     unit += "ExecStart=" + starter_executable() + ' ' + arguments + '\n';
     unit += "ExecReload=/bin/kill -HUP $MAINPID\n";
     machine_.add_unit("test.service", unit);
-    // Mentioned by a unit that runs, it stays known when it has ended, with its result.
-    machine_.add_unit("test.target", "[Unit]\nDefaultDependencies=no\nAfter=test.service\n");
     ASSERT_TRUE(machine_.boot());
   }
 
   std::string conf(const std::string& name) const { return "-f " + machine_.dir() / name; }
-
-  std::string show(const std::string& property) const
-  {
-    return machine_.run("systemctl show --value -p " + property + " test.service");
-  }
-
-  bool wait_for(const std::string& property, const std::string& value) const
-  {
-    return wait_until([&] { return show(property) == value; });
-  }
-
-  std::string log() const { return read_file(machine_.dir() / "log"); }
-
-  bool wait_for_record(const std::string& text) const
-  {
-    return wait_until([&] { return log().find(text) != std::string::npos; });
-  }
-
-  // Wait until systemd has got `count` keep-alives more.
-  bool wait_for_keep_alives(unsigned count) const
-  {
-    std::set<std::string> times{show("WatchdogTimestampMonotonic")};
-    return wait_until([&] {
-      times.insert(show("WatchdogTimestampMonotonic"));
-      return times.size() > count;
-    });
-  }
-
-  void tell_staller(char what) const { ASSERT_EQ(1, write(fifo_fd_, &what, 1)); }
-
-  Systemd_Machine machine_;
-  int fifo_fd_ = -1;
 };
 
 TEST_F(systemd_boot, makes_the_unit_active_when_readiness_is_reported_and_not_before)
@@ -157,8 +97,7 @@ TEST_F(systemd_boot, reloads_the_service_without_losing_a_thread)
        "--reactor tp --threads 3 " + conf("svc.conf"));
   ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
   const std::string pid = show("MainPID");
-  const std::string threads = "sed -n 's/^Threads:[^0-9]*//p' /proc/" + pid + "/status";
-  ASSERT_TRUE(wait_until([&] { return machine_.run(threads) == "4"; })) << machine_.run(threads);
+  ASSERT_TRUE(wait_until([&] { return threads() == "4"; })) << threads();
 
   EXPECT_TRUE(machine_.succeeds("systemctl reload test.service"));
 
@@ -167,7 +106,7 @@ TEST_F(systemd_boot, reloads_the_service_without_losing_a_thread)
   EXPECT_TRUE(wait_for_keep_alives(2));
   EXPECT_EQ("active", show("ActiveState"));
   EXPECT_EQ(pid, show("MainPID"));
-  EXPECT_EQ("4", machine_.run(threads));
+  EXPECT_EQ("4", threads());
 }
 
 TEST_F(systemd_boot, stops_the_service_in_order)

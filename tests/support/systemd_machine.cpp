@@ -49,6 +49,10 @@ for node in null zero full random urandom tty; do
 done
 : >$dir/dev/console
 mount --bind $console $dir/dev/console
+mkdir $dir/dev/pts $dir/dev/shm
+mount -t devpts -o newinstance,ptmxmode=666 devpts $dir/dev/pts
+ln -s pts/ptmx $dir/dev/ptmx
+mount -t tmpfs -o mode=1777 tmpfs $dir/dev/shm
 mount --move $dir/dev /dev
 
 mount -t proc proc /proc

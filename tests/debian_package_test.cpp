@@ -1,0 +1,190 @@
+// The Debian package as a machine gets it that has nothing of ours: built, checked, installed into a root of its own,
+// run there and removed.
+
+#include "tests/support/command.h"
+#include "tests/support/requirements.h"
+#include "tests/support/starter_process.h"
+#include "tests/support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <signal.h>
+
+namespace fs = std::filesystem;
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+// ---- The package as a file
+
+class debian_package : public testing::Test
+{
+protected:
+  static void SetUpTestSuite()
+  {
+    dir_ = std::make_unique<Temp_Dir>();
+    (void)output_of("umask 022 && " TESTS_CPACK " --config " TESTS_CPACK_CONFIG " -B " + *dir_ / "package");
+    deb_ = lines_of(output_of("ls " + *dir_ / "package/*.deb")).at(0);
+  }
+
+  static void TearDownTestSuite() { dir_.reset(); }
+
+  static std::unique_ptr<Temp_Dir> dir_;
+  static std::string deb_;
+};
+
+std::unique_ptr<Temp_Dir> debian_package::dir_;
+std::string debian_package::deb_;
+
+static std::string field(const std::string& deb, const std::string& name)
+{
+  return output_of("dpkg-deb --field " + deb + ' ' + name);
+}
+
+TEST_F(debian_package, is_found_without_fault_by_lintian)
+{
+  EXPECT_EQ("", output_of("lintian --allow-root --fail-on error,warning " + deb_));
+}
+
+TEST_F(debian_package, has_what_an_operator_needs_and_nothing_of_the_support_library)
+{
+  const std::vector<std::string> files = lines_of(output_of("dpkg-deb --fsys-tarfile " + deb_ + " | tar t"));
+
+  for (const char* const file :
+       {"./usr/sbin/starter", "./usr/lib/systemd/system/starter@.service", "./usr/share/man/man8/starter.8.gz",
+        "./usr/share/man/man5/starter.conf.5.gz", "./usr/share/bash-completion/completions/starter",
+        "./usr/share/zsh/vendor-completions/_starter", "./usr/share/doc/starter/copyright",
+        "./usr/share/doc/starter/changelog.gz", "./usr/share/doc/starter/README.md", "./usr/share/doc/starter/NEWS.md",
+        "./usr/share/doc/starter/examples/echo/conf.d/echo.conf"})
+    EXPECT_THAT(files, Contains(file));
+  for (const std::string& file : files) {
+    EXPECT_EQ(std::string::npos, file.find("scrt")) << file;
+    EXPECT_EQ(std::string::npos, file.find("./etc/")) << file;
+  }
+}
+
+TEST_F(debian_package, depends_on_what_the_program_is_linked_with)
+{
+  const std::string depends = field(deb_, "Depends");
+  for (const char* const name : {"libace-7.0.8", "libc6", "libgcc-s1", "libstdc++6"})
+    EXPECT_NE(std::string::npos, depends.find(name)) << depends;
+  EXPECT_EQ(std::string::npos, depends.find("systemd")) << depends; // loaded where it is there
+}
+
+TEST_F(debian_package, has_the_version_of_the_program_and_of_the_news)
+{
+  EXPECT_EQ(TESTS_PROJECT_VERSION "\n", field(deb_, "Version"));
+
+  const std::string changelog =
+      output_of("dpkg-deb --fsys-tarfile " + deb_ + " | tar xO ./usr/share/doc/starter/changelog.gz | zcat");
+  EXPECT_EQ(0u, changelog.find("starter (" TESTS_PROJECT_VERSION ") ")) << changelog;
+  const std::string news = read_file(TESTS_SOURCE_DIR "/NEWS.md");
+  EXPECT_NE(std::string::npos, news.find("\n## " TESTS_PROJECT_VERSION ", ")) << news;
+}
+
+TEST_F(debian_package, says_that_no_licence_has_been_chosen)
+{
+  const std::string copyright =
+      output_of("dpkg-deb --fsys-tarfile " + deb_ + " | tar xO ./usr/share/doc/starter/copyright");
+  EXPECT_NE(std::string::npos, copyright.find("The owner has not chosen a licence.")) << copyright;
+}
+
+TEST_F(debian_package, has_a_stripped_program_that_names_no_place_of_the_build)
+{
+  (void)output_of("mkdir " + *dir_ / "data" + " && dpkg-deb --extract " + deb_ + ' ' + *dir_ / "data");
+  EXPECT_EQ("", output_of("nm " + *dir_ / "data/usr/sbin/starter" + " 2>/dev/null"));
+  EXPECT_EQ("", output_of("! grep -rl -e " TESTS_SOURCE_DIR " -e " + dir_->path() + ' ' + *dir_ / "data"));
+}
+
+// ---- The package in a root of its own
+
+class debian_package_in_a_clean_root : public debian_package
+{
+protected:
+  void SetUp() override { NEEDS(is_root(), "root, to make a system in a directory"); }
+
+  // A minimal Debian from where this machine's comes.
+  void make_root() const
+  {
+    (void)output_of("apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)'"
+                    " 'Created-By: Packages' 'Origin: Debian' | sort -u >" +
+                    *dir_ / "sources" + " && mmdebstrap --quiet --variant=apt --mode=root --skip=cleanup/apt '' " +
+                    root_ + " - <" + *dir_ / "sources");
+  }
+
+  // In mounts and processes of its own, so that nothing of it outlives the command.
+  std::string in_root(const std::string& command) const
+  {
+    return output_of("unshare --mount --pid --fork --kill-child sh -c 'mount -t proc proc " + root_ +
+                     "/proc && exec chroot " + root_ + " env -i PATH=$PATH DEBIAN_FRONTEND=noninteractive " + command +
+                     '\'');
+  }
+
+  // Every file and directory, but for what the package manager keeps for itself, and caches.
+  std::vector<std::string> files() const
+  {
+    return lines_of(output_of("cd " + root_ +
+                              " && find . -path ./proc -prune -o -path ./var/lib/dpkg -prune -o"
+                              " -path ./var/lib/apt -prune -o -path ./var/cache -prune -o"
+                              " -path ./var/log -prune -o -print | LC_ALL=C sort"));
+  }
+
+  void run_program() const
+  {
+    Start_Options options;
+    options.wrapper = {"unshare", "--mount", "sh", "-c",
+                       "mount -t proc proc " + root_ + "/proc && exec chroot " + root_ +
+                           " /usr/sbin/starter --reactor tp --threads 2 -f /etc/starter/one.d"};
+    options.env["COMPONENT"] = "one";
+    Starter_Process starter({}, options);
+
+    ASSERT_TRUE(starter.wait_for_record("-one " TESTS_PROJECT_VERSION)) << starter.log();
+    ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+    EXPECT_EQ(1u, starter.count("Created 'tp' reactor with 2 threads\n")) << starter.log();
+    starter.send(SIGTERM);
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  }
+
+  const std::string root_ = *dir_ / "root";
+};
+
+// What is in `a` and not in `b`, both sorted.
+static std::vector<std::string> difference(const std::vector<std::string>& a, const std::vector<std::string>& b)
+{
+  std::vector<std::string> only;
+  std::set_difference(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(only));
+  return only;
+}
+
+TEST_F(debian_package_in_a_clean_root, is_installed_run_and_removed_down_to_its_configuration)
+{
+  make_root();
+  ASSERT_FALSE(HasFailure());
+  const std::vector<std::string> before = files();
+  fs::copy_file(deb_, root_ + "/starter.deb");
+  ASSERT_THAT(before, Not(Contains("./usr/sbin/starter")));
+
+  (void)in_root("apt-get -q -y install --no-install-recommends /starter.deb");
+  fs::remove(root_ + "/starter.deb");
+  ASSERT_THAT(files(), Contains("./usr/sbin/starter"));
+  fs::create_directories(root_ + "/etc/starter/one.d");
+  std::ofstream(root_ + "/etc/starter/one.d/none.conf") << "# nothing\n";
+  ASSERT_NO_FATAL_FAILURE(run_program());
+
+  (void)in_root("apt-get -q -y remove --autoremove starter");
+  const std::vector<std::string> after = files();
+  EXPECT_THAT(difference(after, before),
+              ElementsAre("./etc/starter", "./etc/starter/one.d", "./etc/starter/one.d/none.conf"));
+  EXPECT_THAT(difference(before, after), IsEmpty());
+}

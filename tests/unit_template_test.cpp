@@ -1,0 +1,308 @@
+// The unit template as it is installed: what systemd says of it, and instances of it under systemd itself.
+
+#include "tests/support/command.h"
+#include "tests/support/requirements.h"
+#include "tests/support/starter_process.h"
+#include "tests/support/systemd_fixture.h"
+#include "tests/support/wait_until.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+
+namespace fs = std::filesystem;
+
+static std::string with_replaced(std::string text, const std::string& old, const std::string& replacement)
+{
+  for (std::size_t at = 0; (at = text.find(old, at)) != std::string::npos; at += replacement.size())
+    text.replace(at, old.size(), replacement);
+  return text;
+}
+
+// The template at `path`, with the programs of `sbin` and the configuration in `config` instead of the installed ones.
+static std::string unit_template_at(const std::string& path, const std::string& sbin, const std::string& config)
+{
+  return with_replaced(with_replaced(read_file(path), TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR, config);
+}
+
+// ---- What systemd says of the file
+
+class unit_template_analysis : public testing::Test
+{
+protected:
+  void SetUp() override
+  {
+    NEEDS(Systemd_Machine::is_installed(), "systemd");
+
+    for (const char* const program : {"starter", "starter-check"}) // only whether they may be run is looked at
+      fs::create_symlink(starter_executable(), dir_ / program);
+    dir_.write("starter@one.service", unit_template_at(TESTS_INSTALLED_UNIT_TEMPLATE, dir_.path(), "/etc/starter"));
+  }
+
+  // What systemd-analyze prints with `arguments` and an instance of the template; "" when it has nothing to say.
+  std::string analyze(const std::string& arguments)
+  {
+    const Ended result =
+        run("cd " + dir_.path() + " && systemd-analyze " + arguments + ' ' + dir_ / "starter@one.service");
+    return result.status == 0 ? result.output : result.output + "status " + std::to_string(result.status) + '\n';
+  }
+
+  const Temp_Dir dir_;
+};
+
+TEST_F(unit_template_analysis, is_accepted_by_systemd)
+{
+  EXPECT_EQ("", analyze("verify --man=no")); // the pages may not be installed here
+}
+
+TEST_F(unit_template_analysis, is_exposed_by_1_point_5_at_most)
+{
+  const std::string output = analyze("security --offline=true --threshold=15 --no-pager");
+  EXPECT_EQ(std::string::npos, output.find("\nstatus ")) << output;
+  EXPECT_NE(std::string::npos, output.find("Overall exposure level for starter@one.service: ")) << output;
+}
+
+TEST(unit_template_text, gives_a_reason_for_every_setting)
+{
+  std::istringstream lines(read_file(TESTS_UNIT_TEMPLATE));
+  bool has_reason = false; // a comment stands above, with no blank line between
+  unsigned settings = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line[0] == '[')
+      has_reason = false;
+    else if (line[0] == '#')
+      has_reason = true;
+    else {
+      EXPECT_TRUE(has_reason) << line;
+      ++settings;
+    }
+  }
+  EXPECT_LT(20u, settings);
+}
+
+// ---- Instances under systemd
+
+class unit_template : public Systemd_Fixture
+{
+protected:
+  unit_template() : Systemd_Fixture("starter@staller.service") {}
+
+  // Boot a machine in which the program, a service library and the configuration are below /run/test, which no
+  // hardening hides. `settings` are lines of the section [Service] in a drop-in.
+  void boot(const std::string& settings = "")
+  {
+    const Temp_Dir& dir = machine_.dir();
+    fs::create_directories(dir / "sbin");
+    fs::copy_file(starter_executable(), dir / "sbin/starter");
+    fs::copy_file(service_library("staller"), dir / "libstaller.so");
+    dir.write("etc/staller.d/staller.conf",
+              with_replaced(with_replaced(staller_directive(), service_library("staller"), "/run/test/libstaller.so"),
+                            dir.path(), "/run/test"));
+    dir.write("sbin/starter-check", "#!/bin/sh\necho \"checked: $*.\" >&2\nexit $(cat /run/test/findings)\n");
+    has_findings(false);
+    open_to_all(dir / "etc");
+    open_to_all(dir / "sbin");
+
+    machine_.add_unit("starter@.service", unit_template_at(TESTS_UNIT_TEMPLATE, "/run/test/sbin", "/run/test/etc"));
+    machine_.add_unit("starter@staller.service.d/test.conf",
+                      "[Service]\n" + test_settings() + without_leak_checker() + settings);
+    for (const char* const target : {"sysinit.target", "basic.target", "shutdown.target", "network.target"})
+      machine_.add_unit(target, "[Unit]\nDefaultDependencies=no\n");
+    ASSERT_TRUE(machine_.boot());
+
+    // What hardening and directories of its own write to, which the machine has read-only. The test's own directory
+    // stays where it is.
+    const std::string path = dir.path();
+    ASSERT_TRUE(machine_.succeeds("mkdir /run/test && mount --bind " + path +
+                                  " /run/test && "
+                                  "mount -t tmpfs -o mode=1777 tmpfs /var/tmp && mount -t tmpfs tmpfs /var/lib && "
+                                  "mount -t tmpfs -o mode=1777 tmpfs /tmp && mkdir -p " +
+                                  path +
+                                  " && "
+                                  "mount --bind /run/test " +
+                                  path));
+  }
+
+  // What the checker of this machine says from now on.
+  void has_findings(bool has) const { machine_.dir().write("findings", has ? "1" : "0"); }
+
+  void start()
+  {
+    ASSERT_TRUE(machine_.succeeds("systemctl start starter@staller.service"));
+    pid_ = show("MainPID");
+  }
+
+  // A field of the main process's status, such as "Uid".
+  std::string field(const std::string& name) const
+  {
+    return machine_.run("sed -n 's/^" + name + ":[^0-9a-f]*//p' /proc/" + pid_ + "/status");
+  }
+
+  std::string pid_;
+
+private:
+  // It needs calls that the unit refuses.
+  static std::string without_leak_checker()
+  {
+    const char* const options = std::getenv("ASAN_OPTIONS");
+    return std::string("Environment=ASAN_OPTIONS=") + (options ? options : "") + ":detect_leaks=0\n";
+  }
+
+  static void open_to_all(const fs::path& dir)
+  {
+    fs::permissions(dir, fs::perms(0755));
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(dir))
+      fs::permissions(entry, fs::perms(0755));
+  }
+};
+
+static const char CHECKED[] = "checked: --reactor tp --threads 4 -f /run/test/etc/staller.d.\n";
+static const char FED_OFTEN[] = "WatchdogSec=5\nEnvironment=SD_NOTIFY_INTERVAL=1\n";
+
+TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_it_says)
+{
+  boot();
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_TRUE(wait_for_record("Created 'tp' reactor with 4 threads\n")) << log();
+  EXPECT_TRUE(wait_for_record("The staller is there.\n"));
+  EXPECT_TRUE(wait_for_record("<6>Notify systemd every 10000 ms.\n"));
+  EXPECT_TRUE(wait_for_record("-staller "));
+  EXPECT_TRUE(wait_for_record("nofile=4096, "));
+  EXPECT_TRUE(wait_until([&] { return threads() == "5"; })) << threads();
+  EXPECT_EQ(std::string::npos, log().find("Failed")) << log();
+}
+
+TEST_F(unit_template, takes_threads_and_arguments_from_an_environment_file)
+{
+  machine_.dir().write("etc/staller.env", "STARTER_THREADS=2\nSTARTER_ARGS=-d\nMALLOC_ARENA_MAX=2\n");
+  boot();
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  EXPECT_TRUE(wait_for_record("Created 'tp' reactor with 2 threads\n"));
+  EXPECT_EQ("-d", machine_.run("tr '\\0' '\\n' </proc/" + pid_ + "/cmdline | grep -x -- -d"));
+  EXPECT_EQ("MALLOC_ARENA_MAX=2", machine_.run("tr '\\0' '\\n' </proc/" + pid_ + "/environ | grep MALLOC_"));
+}
+
+TEST_F(unit_template, runs_a_component_hardened_and_as_an_account_of_its_own)
+{
+  boot();
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  const unsigned long uid = std::stoul(field("Uid"));
+  EXPECT_LE(61184ul, uid) << "of the accounts that systemd makes up";
+  EXPECT_GE(65519ul, uid);
+  EXPECT_EQ(field("Uid"), field("Gid"));
+  EXPECT_EQ("0000000000000000", field("CapEff"));
+  EXPECT_EQ("0000000000000000", field("CapBnd"));
+  EXPECT_EQ("1", field("NoNewPrivs"));
+  EXPECT_EQ("2", field("Seccomp")) << "calls are filtered";
+
+  const std::string in_its_mounts = "nsenter -t " + pid_ + " -m ";
+  EXPECT_EQ("ro", machine_.run(in_its_mounts + "findmnt -no OPTIONS -T /usr | cut -d, -f1"));
+  EXPECT_EQ("", machine_.run(in_its_mounts + "ls -A /tmp"));
+  EXPECT_EQ("", machine_.run(in_its_mounts + "find /root /home -mindepth 1"));
+  EXPECT_EQ("", machine_.run(in_its_mounts + "ls /dev | grep -x 'kmsg\\|mem\\|sd.*\\|loop.*'"));
+  EXPECT_NE(machine_.run("readlink /proc/1/ns/user"), machine_.run("readlink /proc/" + pid_ + "/ns/user"));
+  EXPECT_EQ("private/starter/staller", machine_.run("cd /var/lib && readlink -f starter/staller | sed s,/var/lib/,,"));
+  EXPECT_EQ("700 " + field("Uid").substr(0, 5), machine_.run("stat -c '%a %u' /var/lib/private/starter/staller"));
+}
+
+TEST_F(unit_template, keeps_a_component_up_while_keep_alives_come)
+{
+  boot(FED_OFTEN);
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  EXPECT_TRUE(wait_for_keep_alives(8));
+
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_EQ("0", show("NRestarts"));
+  EXPECT_EQ(pid_, show("MainPID"));
+}
+
+TEST_F(unit_template, reloads_a_component)
+{
+  boot(FED_OFTEN);
+  ASSERT_NO_FATAL_FAILURE(start());
+  ASSERT_TRUE(wait_until([&] { return threads() == "5"; })) << threads();
+
+  EXPECT_TRUE(machine_.succeeds("systemctl reload starter@staller.service"));
+
+  EXPECT_TRUE(wait_for_record("Signal 1 (Hangup) caught, and reconfiguring ... \n"));
+  EXPECT_TRUE(wait_for_record("The staller is gone.\nThe staller is there.\n"));
+  EXPECT_TRUE(wait_for_keep_alives(2));
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_EQ(pid_, show("MainPID"));
+}
+
+TEST_F(unit_template, starts_a_component_in_spite_of_what_the_checker_finds)
+{
+  boot();
+  has_findings(true);
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_EQ(0u, log().find(CHECKED)) << "before the program starts, with its arguments";
+  EXPECT_TRUE(wait_for_record("The staller is there.\n"));
+}
+
+TEST_F(unit_template, does_not_reload_a_component_when_the_checker_finds_something)
+{
+  boot(FED_OFTEN);
+  ASSERT_NO_FATAL_FAILURE(start());
+  has_findings(true);
+
+  EXPECT_FALSE(machine_.succeeds("systemctl reload starter@staller.service 2>/dev/null"));
+
+  EXPECT_TRUE(wait_for_keep_alives(2));
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_EQ(pid_, show("MainPID"));
+  EXPECT_EQ(std::string::npos, log().find("Signal 1 "));
+  const std::string text = log();
+  EXPECT_NE(text.find(CHECKED), text.rfind(CHECKED)) << "again, with the same arguments";
+}
+
+// In a pool of this reactor the other threads go on beside a handler that stalls: hence only one, and no pool.
+TEST_F(unit_template, restarts_a_component_that_is_not_fed_any_more)
+{
+  boot("WatchdogSec=5\nEnvironment=SD_NOTIFY_INTERVAL=1\nEnvironment=STARTER_THREADS=1\n");
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  tell_staller('s');
+
+  ASSERT_TRUE(wait_for("NRestarts", "1"));
+  EXPECT_TRUE(wait_for("ActiveState", "active"));
+  EXPECT_NE(pid_, show("MainPID"));
+  EXPECT_NE(std::string::npos, machine_.console().find("Watchdog timeout"));
+  EXPECT_NE(std::string::npos, log().find("Signal 6 (Aborted) caught"));
+}
+
+TEST_F(unit_template, restarts_a_component_after_a_fault_that_ended_with_status_0)
+{
+  boot();
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  EXPECT_TRUE(machine_.succeeds("kill -SEGV " + pid_));
+
+  ASSERT_TRUE(wait_for("NRestarts", "1"));
+  EXPECT_TRUE(wait_for("ActiveState", "active"));
+  EXPECT_NE(std::string::npos, log().find("Signal 11 (Segmentation fault) caught"));
+}
+
+TEST_F(unit_template, stops_a_component_in_order)
+{
+  boot();
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  EXPECT_TRUE(machine_.succeeds("systemctl stop starter@staller.service"));
+
+  EXPECT_EQ("inactive", show("ActiveState"));
+  EXPECT_EQ("success", show("Result"));
+  EXPECT_EQ("1", show("ExecMainCode")) << "CLD_EXITED";
+  EXPECT_EQ("0", show("ExecMainStatus"));
+  EXPECT_NE(std::string::npos, log().find("Signal 15 (Terminated) caught in [starter].\nThe staller is gone.\n"));
+}
