@@ -102,8 +102,7 @@ private:
   Starter_Process starter_;
 };
 
-// A hang-up comes when the process is idle: in a single loop its handler interrupts whatever goes on, and the reactor
-// must not be in the middle of anything then.
+// A hang-up comes when the process is idle: a single loop is interrupted where it waits.
 static void reload(Starter_Process& starter)
 {
   ASSERT_TRUE(starter.wait_until_idle()) << starter.log();

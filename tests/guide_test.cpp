@@ -107,7 +107,9 @@ static void follow(const std::string& name, unsigned commands)
   const Temp_Dir dir;
   const std::vector<Block> blocks = blocks_of(read_file(SOURCE_DIR "/doc/" + name));
   int status = -1;
-  const std::string installed = run(CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --prefix " + dir / "usr", status);
+  // Of everything, the support library alone: nothing else is looked for below the prefix.
+  const std::string installed =
+      run(CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --component Unspecified --prefix " + dir / "usr", status);
   ASSERT_EQ(0, status) << installed;
   std::filesystem::create_directory(dir / "work");
 
@@ -195,7 +197,8 @@ TEST(guide, looks_for_records_that_the_manual_knows)
   const std::string table = guide.substr(guide.find("| Symptom |"));
   for (std::sregex_iterator i(table.begin(), table.end(), row); i != std::sregex_iterator(); ++i) {
     const std::string record = std::regex_replace((*i)[1].str(), std::regex(R"(\\\|)"), "|");
-    EXPECT_THAT(pages, ::testing::HasSubstr(".It Sy \"" + record));
+    EXPECT_THAT(pages, ::testing::AnyOf(::testing::HasSubstr(".It Sy \"" + record + '"'),
+                                        ::testing::HasSubstr(".It Sy \"" + record + "\\&\"")));
     ++records;
   }
   EXPECT_LE(12u, records);

@@ -137,11 +137,11 @@ static Texts options_in_sources()
   const std::string sources = read_sources("starter");
 
   Texts options;
-  for (const Match& call : find_all(sources, R"re(\.long_option\("([\w-]+)", ACE_Get_Opt::(\w+)\))re"))
+  for (const Match& call : find_all(sources, R"re(\blong_option\("([\w-]+)", (ARG_REQUIRED|NO_ARG)\))re"))
     options.insert("--" + call[1] + (call[2] == "ARG_REQUIRED" ? "=" : ""));
-  EXPECT_EQ(find_all(sources, R"(\.long_option\(")").size(), options.size());
+  EXPECT_EQ(find_all(sources, R"(\blong_option\(")").size(), options.size());
 
-  for (const Match& call : find_all(sources, R"re(ACE_Get_Opt opt\(argc, argv, "-([a-zA-Z:]*)")re"))
+  for (const Match& call : find_all(sources, R"re(ACE_Get_Opt\(argc, argv, "-([a-zA-Z:]*)")re"))
     for (const Match& letter : find_all(call[1], "([a-zA-Z])(:?)"))
       options.insert("-" + letter[1] + (letter[2].empty() ? "" : "="));
   return options;

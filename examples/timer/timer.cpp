@@ -3,7 +3,7 @@
 //
 // What the reactor calls is no part of the service, but an object of its own that is counted by its references. The
 // reactor holds one while it calls. Service and timer may therefore end while a loop thread is in the middle of a beat,
-// or, with a single loop, while the signal handler that ends them has interrupted one.
+// or, with a single loop, while the signal handler that ends them has interrupted a long one.
 
 #include "examples/parse_number.h"
 
