@@ -56,6 +56,20 @@ inline bool find_service_configs(const char* prefix, std::set<std::string>& svc_
   return true;
 }
 
+/// The parser of the configurator's options: it yields their letters, 0 for the long option "thread-pool", 1 for a word
+/// that is no option, and '?' for what it does not know or what lacks its value. Prints nothing.
+class Service_Config_Get_Opt : public ACE_Get_Opt
+{
+public:
+  // The leading '-' asks for the order of the command line once more: without it POSIXLY_CORRECT in the environment
+  // would end the options at the first stray word.
+  Service_Config_Get_Opt(int argc, char** argv, bool skip_first_arg)
+      : ACE_Get_Opt(argc, argv, "-bdf:k:nyp:s:S:", skip_first_arg ? 1 : 0, 0, RETURN_IN_ORDER, 0)
+  {
+    long_option("thread-pool", ARG_REQUIRED); // known, so that its value is dropped with it
+  }
+};
+
 /// Build the service configurator's argument vector from the command line and hand it to `open_service`, any callable
 /// taking (int, char**) and returning bool; the result is the callable's. The vector lives until the callable returns.
 ///
@@ -71,11 +85,7 @@ bool open_service_config(int argc, char** argv, bool skip_first_arg, T open_serv
 {
   std::set<std::string> svc_cfgs; // owns the paths that args refers to
   ACE_ARGV args;
-
-  // The leading '-' asks for the order of the command line once more: without it POSIXLY_CORRECT in the environment
-  // would end the options at the first stray word.
-  ACE_Get_Opt opt(argc, argv, "-bdf:k:nyp:s:S:", skip_first_arg ? 1 : 0, 0, ACE_Get_Opt::RETURN_IN_ORDER, 0);
-  opt.long_option("thread-pool", ACE_Get_Opt::ARG_REQUIRED); // known, so that its value is dropped with it
+  Service_Config_Get_Opt opt(argc, argv, skip_first_arg);
 
   // An empty name would vanish, and an option be taken for the name.
   if (skip_first_arg && argc > 0 && *argv[0] && is_safe_to_substitute(argv[0]))

@@ -35,10 +35,10 @@ template <>
 #include "scrt/sysconf_helper.h"
 #include "starter/handler_memory.h"
 #include "starter/open_service_config.h"
+#include "starter/options.h"
 #include "starter/systemd_handler.h"
 
 #include <ace/ACE.h>
-#include <ace/Get_Opt.h>
 #include <ace/OS_NS_Thread.h>
 #include <ace/OS_NS_string.h>
 #include <ace/OS_NS_sys_stat.h>
@@ -55,14 +55,17 @@ template <>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
 #include <dlfcn.h>
+#include <execinfo.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <pthread.h>
@@ -96,55 +99,6 @@ void init_stl_symbols()
   const std::string bar("bar");
 
   (void)std::less<std::string>()(foo, bar); // only instantiated, never asked
-}
-
-// ---- The command line
-
-struct Starter_Options
-{
-  const char* type = nullptr;
-  unsigned n = 0;
-  bool background = false;
-  const char* opt_user = nullptr;
-  const char* opt_group = nullptr;
-  std::vector<const char*> opt_groups;
-};
-
-static void set_option(Starter_Options& options, const char* name, char* value)
-{
-  if (ACE_OS::strcmp(name, "threads") == 0)
-    options.n = natoi<unsigned, char*>(value, nullptr, nullptr);
-  else if (ACE_OS::strcmp(name, "reactor") == 0)
-    options.type = value;
-  else if (ACE_OS::strcmp(name, "background") == 0)
-    options.background = true;
-  else if (ACE_OS::strcmp(name, "user") == 0)
-    options.opt_user = value;
-  else if (ACE_OS::strcmp(name, "primary-group") == 0)
-    options.opt_group = value;
-  else
-    options.opt_groups.push_back(value);
-}
-
-// The options that are ours; everything else on the line is somebody else's and passed over without a word.
-static Starter_Options parse_options(int argc, char** argv)
-{
-  // No short options. The '-' asks for the order of the command line once more: without it POSIXLY_CORRECT in the
-  // environment would end the options at the first stray word.
-  ACE_Get_Opt opt(argc, argv, "-", 1, 0, ACE_Get_Opt::RETURN_IN_ORDER, 0);
-  opt.long_option("threads", ACE_Get_Opt::ARG_REQUIRED);
-  opt.long_option("reactor", ACE_Get_Opt::ARG_REQUIRED);
-  opt.long_option("background", ACE_Get_Opt::NO_ARG);
-  opt.long_option("user", ACE_Get_Opt::ARG_REQUIRED);
-  opt.long_option("primary-group", ACE_Get_Opt::ARG_REQUIRED);
-  opt.long_option("group", ACE_Get_Opt::ARG_REQUIRED);
-
-  Starter_Options options;
-  for (int c; (c = opt()) != -1;)
-    if (c == 0)
-      set_option(options, opt.long_option(), opt.opt_arg());
-
-  return options;
 }
 
 // ---- User and groups
@@ -343,15 +297,18 @@ static ACE_Reactor* get_reactor(int argc, char** argv, unsigned& threads)
 
 using pthread_getname_np_t = int (*)(pthread_t, char*, std::size_t);
 
-enum { THREAD_NAME_SIZE = 16, FAULT_GUARD_SEC = 5 };
+enum { THREAD_NAME_SIZE = 16, FAULT_GUARD_SEC = 5, MAX_POSTPONEMENTS = 1000 };
 
 // An alarm and a used-up processor time are treated as faults on purpose.
 static constexpr int FAULT_SIGNALS[] = {SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCPU, SIGBUS, SIGABRT};
 
 static std::sig_atomic_t finished; // 1 from the first termination that found the event loop running
 static pthread_getname_np_t pthread_getname;
-static pthread_t main_thread;
-static std::atomic<bool> pool_is_running; // while it does, the main thread only waits
+
+// What the main thread does: loads services and runs a loop, or waits for the pool.
+enum Host_Phase { NOT_STARTED, SINGLE, POOL };
+static std::atomic<Host_Phase> host_phase{NOT_STARTED};
+static pthread_t main_thread; // set before the phase
 
 // The fault that ends the process: its thread, 0 while there is none, what it was, and whether that has been logged.
 static std::atomic<pid_t> faulting_thread;
@@ -478,16 +435,54 @@ static void sig_abnormal_terminate(int signo)
   std::exit(0);
 }
 
+// Whether the handler that calls this has interrupted a reactor's wait. Anywhere else the thread may be changing what a
+// reconfiguration needs: the heap, or the reactor, which also lets most signals through just where it holds a lock.
+static bool interrupts_wait()
+{
+  void* frames[6]; // this function, the handler, the return from it and what was interrupted, with room to spare
+  const int count = backtrace(frames, static_cast<int>(std::size(frames)));
+
+  for (int i = 0; i < count; ++i) {
+    Dl_info info;
+    if (dladdr(frames[i], &info) != 0 && info.dli_sname &&
+        (std::strstr(info.dli_sname, "select") || std::strstr(info.dli_sname, "epoll_wait")))
+      return true;
+  }
+  return false;
+}
+
+// Have the signal sent to the process once more, in a millisecond. False when there is no timer to be had for it.
+static bool send_again(int signo)
+{
+  static timer_t timer; // one for all times: signals that wait are one signal
+  static bool is_made = false;
+
+  sigevent event = {};
+  event.sigev_notify = SIGEV_SIGNAL;
+  event.sigev_signo = signo;
+  is_made = is_made || timer_create(CLOCK_MONOTONIC, &event, &timer) == 0;
+
+  itimerspec when = {};
+  when.it_value.tv_nsec = 1000000;
+  return is_made && timer_settime(timer, 0, &when, nullptr) == 0;
+}
+
 static void sig_reconfig(int signo)
 {
+  static int postponements = 0; // of the reconfiguration at hand, a millisecond each
   const ACE_Errno_Guard guard(errno);
 
-  // The thread that takes the signal may hold a lock of the reactor, which services that make way for others need.
-  // The main thread of a pool holds none.
-  if (pool_is_running && !pthread_equal(pthread_self(), main_thread)) {
+  // Reconfigured while it is somewhere in its work, a thread may wait for itself. The main thread of a pool is not; a
+  // single loop is soon back at its wait, and one that does not come back is not waited for.
+  if (host_phase == POOL && !pthread_equal(pthread_self(), main_thread)) {
     (void)pthread_kill(main_thread, signo); // it is there as long as the pool is
     return;
   }
+  if (host_phase == SINGLE && postponements < MAX_POSTPONEMENTS && !interrupts_wait() && send_again(signo)) {
+    ++postponements;
+    return;
+  }
+  postponements = 0;
 
   {
     const Handler_Memory_Guard memory; // not for the services: they stay
@@ -514,6 +509,7 @@ void init_signal_handlers()
   // Through the framework's own wrapper the default scope is an invalid handle. Looked up before the first
   // disposition is installed, so that every handler sees the result.
   pthread_getname = reinterpret_cast<pthread_getname_np_t>(::dlsym(RTLD_DEFAULT, "pthread_getname_np"));
+  (void)interrupts_wait(); // the first back trace loads a library, which is no work for a handler
 
   sset.sig_add(SIGINT);
   sset.sig_add(SIGQUIT);
@@ -674,13 +670,12 @@ static void run_event_loop(unsigned threads)
     return;
   }
 
-  main_thread = pthread_self();
-  pool_is_running = true;
+  host_phase = POOL;
   (void)ACE_Thread_Manager::instance()->spawn_n(
       threads, event_loop, ACE_Reactor::instance(), THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED,
       ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, nullptr); // those that exist are waited for
   ACE_Thread_Manager::instance()->wait();
-  pool_is_running = false;
+  host_phase = SINGLE;
 }
 
 int main(int argc, char** argv)
@@ -698,6 +693,8 @@ int main(int argc, char** argv)
   if (ACE_OS::hostname(host, sizeof host) == 0)
     ACE_Log_Msg::instance()->local_host(host);
 
+  main_thread = pthread_self();
+  host_phase = SINGLE;
   init_signal_handlers(); // before services load: their threads start under our dispositions
   open_service_config(argc, argv, true, do_open_service);
   log_system_info();

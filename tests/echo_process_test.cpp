@@ -305,28 +305,6 @@ TEST(echo_process, refuses_a_port_that_it_cannot_have)
   }
 }
 
-// Whether every thread of the process waits for something.
-static bool is_idle(const Starter_Process& starter)
-{
-  for (const pid_t tid : starter.threads()) {
-    const std::string stat =
-        read_file("/proc/" + std::to_string(starter.pid()) + "/task/" + std::to_string(tid) + "/stat");
-    if (stat.find(") S ") == std::string::npos)
-      return false;
-  }
-  return true;
-}
-
-// Wait until the process has nothing left to do: it is seen idle many times in a row.
-static bool wait_until_idle(const Starter_Process& starter)
-{
-  unsigned seen = 0;
-  return wait_until([&] {
-    seen = is_idle(starter) ? seen + 1 : 0;
-    return seen == 50;
-  });
-}
-
 // A hang-up makes the configurator process its files again: the service makes way for a new one of its name. That
 // happens in the signal's handler, so the reactor must not be in the middle of anything just then: nobody reads or
 // writes meanwhile.
@@ -343,11 +321,11 @@ TEST(echo_process, makes_way_for_a_new_service_on_a_hang_up)
       EXPECT_LT(0u, busy.stuff(8 << 20)); // the service has something left to send
       Client idle(port);
       EXPECT_EQ("hello", idle.exchange("hello"));
-      ASSERT_TRUE(wait_until_idle(echo.starter()));
+      ASSERT_TRUE(echo.starter().wait_until_idle());
       echo.starter().send(SIGHUP);
       port = echo.port(round + 1);
       ASSERT_NE(0, port) << echo.starter().log();
-      ASSERT_TRUE(wait_until_idle(echo.starter()));
+      ASSERT_TRUE(echo.starter().wait_until_idle());
 
       bool ended = false;
       (void)busy.read_to_end(ended); // whatever was on the way

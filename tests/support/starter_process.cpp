@@ -308,6 +308,27 @@ long Starter_Process::waiting_call() const
   return ::waiting_call(pid_);
 }
 
+// Whether every thread of the process waits for something.
+static bool is_idle(const Starter_Process& starter)
+{
+  for (const pid_t tid : starter.threads()) {
+    const std::string stat =
+        read_file("/proc/" + std::to_string(starter.pid()) + "/task/" + std::to_string(tid) + "/stat");
+    if (stat.find(") S ") == std::string::npos)
+      return false;
+  }
+  return true;
+}
+
+bool Starter_Process::wait_until_idle()
+{
+  unsigned seen = 0;
+  return wait_until([&] {
+    seen = is_idle(*this) ? seen + 1 : 0;
+    return seen == 50;
+  });
+}
+
 bool Starter_Process::wait_until(const std::function<bool()>& condition)
 {
   // The log is read meanwhile, or a full pipe would hold the process back.

@@ -83,6 +83,10 @@ public:
   /// Wait until the process has `count` threads. False when a minute passes before that.
   bool wait_for_threads(unsigned count);
 
+  /// Wait until the process has nothing left to do: every thread waits for something, many times in a row. False when
+  /// a minute passes before that.
+  bool wait_until_idle();
+
   /// Wait until `condition` holds. False when a minute passes before that.
   bool wait_until(const std::function<bool()>& condition);
 

@@ -1,0 +1,160 @@
+#include "check/library_probe.h"
+
+#include <ace/DLL.h>
+#include <ace/Service_Config.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <list>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using Clock = std::chrono::steady_clock;
+
+// The answers of the process: a letter, a text and perhaps a second one, each ended by a zero byte. The last one is
+// "E": a library that ends the process by itself cannot be taken for one that loads.
+static void answer(int fd, const std::string& text)
+{
+  for (std::size_t at = 0; at <= text.size();) {
+    const ssize_t n = write(fd, text.c_str() + at, text.size() + 1 - at);
+    if (n < 0 && errno != EINTR)
+      _exit(1);
+    at += n > 0 ? static_cast<std::size_t>(n) : 0;
+  }
+}
+
+static std::string one_line(const char* words)
+{
+  std::string line = words && *words ? words : "no reason given";
+  for (std::size_t at; (at = line.find('\n')) != std::string::npos;)
+    line.replace(at, 1, "; ");
+  return line;
+}
+
+static void leave_streams()
+{
+  const int null = open("/dev/null", O_RDWR);
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    dup2(null, fd);
+}
+
+[[noreturn]] static void run_probe(const Library_Request& request, int fd)
+{
+  const struct rlimit no_core = {0, 0};
+  (void)setrlimit(RLIMIT_CORE, &no_core); // a crash of the library is told in words
+  leave_streams();
+
+  std::list<ACE_DLL> loaded; // of those before, that one which cannot be loaded has a finding of its own
+  for (const std::string& library : request.loaded)
+    (void)loaded.emplace_back().open(library.c_str());
+
+  ACE_DLL dll;
+  if (!request.library.empty() && dll.open(request.library.c_str()) != 0)
+    answer(fd, "L"), answer(fd, one_line(dll.error()));
+  else
+    for (const std::string& symbol : request.symbols)
+      if (!dll.symbol(symbol.c_str()))
+        answer(fd, "S"), answer(fd, symbol), answer(fd, one_line(dll.error()));
+
+  for (const std::string& name : request.statics)
+    if (ACE_Service_Config::global()->find_static_svc_descriptor(name.c_str()) != 0)
+      answer(fd, "S"), answer(fd, name), answer(fd, "no such static service");
+
+  answer(fd, "E");
+  _exit(0); // without the exit handlers of the libraries
+}
+
+// What comes in until the other end is closed. False when that is not the case in time.
+static bool read_answers(int fd, std::string& answers, unsigned timeout_sec)
+{
+  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_sec);
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    pollfd ready = {fd, POLLIN, 0};
+    if (left <= 0)
+      return false;
+    if (poll(&ready, 1, static_cast<int>(left)) <= 0)
+      continue;
+
+    char buf[4096];
+    const ssize_t n = read(fd, buf, sizeof buf);
+    if (n == 0)
+      return true;
+    if (n > 0)
+      answers.append(buf, static_cast<std::size_t>(n));
+    if (answers.size() >= 2 && answers.compare(answers.size() - 2, 2, std::string("E\0", 2)) == 0)
+      return true; // a process that the library has started may keep the other end
+  }
+}
+
+static std::string next_text(const std::string& answers, std::size_t& at)
+{
+  const std::string text = answers.c_str() + at;
+  at += text.size() + 1;
+  return text;
+}
+
+static bool parse_answers(const std::string& answers, Library_Result& result)
+{
+  for (std::size_t at = 0; at < answers.size();) {
+    const std::string letter = next_text(answers, at);
+    if (letter == "E")
+      return true;
+    if (letter == "L")
+      result.error = next_text(answers, at);
+    if (letter == "S") {
+      const std::string name = next_text(answers, at);
+      result.errors[name] = next_text(answers, at);
+    }
+  }
+  return false;
+}
+
+static std::string describe_end(int status)
+{
+  if (WIFSIGNALED(status))
+    return "loading it ends the process with signal " + std::to_string(WTERMSIG(status)) + " (" +
+           strsignal(WTERMSIG(status)) + ')';
+  return "loading it ends the process with status " + std::to_string(WEXITSTATUS(status));
+}
+
+Library_Result probe_library(const Library_Request& request, unsigned timeout_sec)
+{
+  Library_Result result;
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC) != 0)
+    return result;
+
+  const pid_t pid = fork();
+  if (pid == 0) {
+    close(fds[0]);
+    run_probe(request, fds[1]);
+  }
+  close(fds[1]);
+  if (pid < 0) {
+    close(fds[0]);
+    return result;
+  }
+
+  std::string answers;
+  const bool in_time = read_answers(fds[0], answers, timeout_sec);
+  close(fds[0]);
+  if (!in_time)
+    kill(pid, SIGKILL);
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR)
+    continue;
+
+  result.is_probed = true;
+  if (!in_time)
+    result.error = "loading it does not end within " + std::to_string(timeout_sec) + " seconds";
+  else if (!parse_answers(answers, result))
+    result.error = describe_end(status);
+  return result;
+}

@@ -1,0 +1,31 @@
+#ifndef CHECK_LIBRARY_PROBE_H
+#define CHECK_LIBRARY_PROBE_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+/// What is to be found out about a library, with what is loaded before it.
+struct Library_Request
+{
+  std::vector<std::string> loaded;  ///< libraries that the host has by then, by their names in the directives
+  std::string library;              ///< empty: none, only the static services are asked for
+  std::vector<std::string> symbols; ///< to be looked up in it
+  std::vector<std::string> statics; ///< names of services or factories linked to the program or to `loaded`
+};
+
+/// What was found out.
+struct Library_Result
+{
+  bool is_probed = false;                    ///< false: there was no process to try it in
+  std::string error;                         ///< why the library cannot be loaded; empty when it can
+  std::map<std::string, std::string> errors; ///< of the symbols and statics that are missing: why, on one line
+};
+
+/// Load the library in a process of its own with the framework's own loader, which tries the names and the places that
+/// it tries for the host. A library runs code when it is loaded: whatever that does, it ends with the process, which
+/// is given `timeout_sec` seconds. The standard streams of that process are /dev/null. The calling process must have no
+/// other thread. Logs nothing.
+Library_Result probe_library(const Library_Request& request, unsigned timeout_sec = 10);
+
+#endif // CHECK_LIBRARY_PROBE_H

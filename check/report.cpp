@@ -1,0 +1,99 @@
+#include "check/report.h"
+
+#include "scrt/string_sprintf.h"
+
+static std::string hexadecimal(const char* format, unsigned char c)
+{
+  std::string text;
+  string_sprintf(text, format, static_cast<unsigned>(c));
+  return text;
+}
+
+static bool is_control(unsigned char c)
+{
+  return c < 0x20 || c == 0x7f;
+}
+
+// The length of the UTF-8 sequence at `at`, 0 if it is none: shortest forms only, no surrogates, nothing too large.
+static std::size_t utf8_length(const std::string& text, std::size_t at)
+{
+  const auto byte = [&](std::size_t i) { return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0U; };
+  const unsigned first = byte(0);
+  if (first < 0x80)
+    return 1;
+
+  const std::size_t length = first >= 0xc2 && first < 0xe0   ? 2
+                             : first >= 0xe0 && first < 0xf0 ? 3
+                             : first >= 0xf0 && first < 0xf5 ? 4
+                                                             : 0;
+  for (std::size_t i = 1; i < length; ++i)
+    if ((byte(i) & 0xc0) != 0x80)
+      return 0;
+
+  const unsigned second = byte(1);
+  const bool is_wrong = (first == 0xe0 && second < 0xa0) || (first == 0xed && second > 0x9f) ||
+                        (first == 0xf0 && second < 0x90) || (first == 0xf4 && second > 0x8f);
+  return is_wrong ? 0 : length;
+}
+
+static std::string printable(const std::string& text)
+{
+  std::string result;
+  for (std::size_t at = 0; at < text.size();) {
+    const unsigned char c = static_cast<unsigned char>(text[at]);
+    const std::size_t length = utf8_length(text, at);
+    const bool is_c1 = length == 2 && c == 0xc2 && static_cast<unsigned char>(text[at + 1]) < 0xa0; // controls too
+    if (length == 0 || is_control(c) || is_c1)
+      result += hexadecimal("\\x%02x", c);
+    else
+      result.append(text, at, length);
+    at += length == 0 || is_c1 ? 1 : length;
+  }
+  return result;
+}
+
+std::string format_text(const Findings& findings)
+{
+  std::string text;
+  for (const Finding& finding : findings) {
+    text += finding.file.empty() ? "command line" : printable(finding.file);
+    if (finding.line > 0)
+      text += ':' + std::to_string(finding.line);
+    text += ": " + finding.kind + ": " + printable(finding.message) + '\n';
+  }
+  return text;
+}
+
+static std::string json_string(const std::string& text)
+{
+  std::string result = "\"";
+  for (std::size_t at = 0; at < text.size();) {
+    const unsigned char c = static_cast<unsigned char>(text[at]);
+    const std::size_t length = utf8_length(text, at);
+    if (length == 0)
+      result += "\\ufffd";
+    else if (c == '"' || c == '\\')
+      result += {'\\', static_cast<char>(c)};
+    else if (is_control(c))
+      result += hexadecimal("\\u%04x", c);
+    else
+      result.append(text, at, length);
+    at += length == 0 ? 1 : length;
+  }
+  return result + '"';
+}
+
+std::string format_json(const Findings& findings)
+{
+  std::string text = "{\"findings\": [";
+  const char* separator = "";
+  for (const Finding& finding : findings) {
+    text += separator;
+    text += "\n  {\"kind\": " + json_string(finding.kind);
+    text += ", \"file\": " + (finding.file.empty() ? "null" : json_string(finding.file));
+    text += ", \"line\": " + (finding.line > 0 ? std::to_string(finding.line) : "null");
+    text += ", \"message\": " + json_string(finding.message) + '}';
+    separator = ",";
+  }
+  return text + (findings.empty() ? "]}\n" : "\n]}\n");
+}

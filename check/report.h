@@ -1,0 +1,17 @@
+#ifndef CHECK_REPORT_H
+#define CHECK_REPORT_H
+
+#include "check/finding.h"
+
+#include <string>
+
+/// The findings as text, one a line: "FILE:LINE: KIND: MESSAGE", or "command line: KIND: MESSAGE". What a terminal
+/// would take for more than text is written as an escape such as \x1b.
+std::string format_text(const Findings& findings);
+
+/// The findings as one JSON object and a newline: {"findings": [{"kind", "file", "line", "message"}, ...]}. "file" is
+/// null for the command line, "line" where there is none. The result is valid UTF-8 whatever bytes the texts hold:
+/// those that are not become U+FFFD.
+std::string format_json(const Findings& findings);
+
+#endif // CHECK_REPORT_H

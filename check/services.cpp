@@ -1,0 +1,337 @@
+#include "check/services.h"
+
+#include "check/library_probe.h"
+#include "check/substitution.h"
+#include "check/svc_conf_parser.h"
+#include "starter/open_service_config.h"
+#include "starter/options.h"
+
+#include <ace/ACE.h>
+#include <ace/Service_Gestalt.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+// What the configurator would process, in its order.
+struct Source
+{
+  bool is_file;
+  std::string text;     // the path, or the directive
+  bool is_default_file; // and not asked for
+};
+
+struct Place
+{
+  std::string file; // empty: the command line
+  int line;
+};
+
+struct Placed_Directive
+{
+  Directive directive;
+  Place place;
+};
+
+// The configurator, as far as the reading of its arguments.
+class Configurator : public ACE_Service_Gestalt
+{
+public:
+  Configurator() : ACE_Service_Gestalt(1, true, true) {}
+
+  std::vector<Source> sources(int argc, char** argv);
+
+private:
+  static std::vector<std::string> texts(ACE_SVC_QUEUE* queue);
+};
+
+std::vector<std::string> Configurator::texts(ACE_SVC_QUEUE* queue)
+{
+  std::vector<std::string> result;
+  if (queue)
+    for (ACE_SVC_QUEUE_ITERATOR i(*queue); !i.done(); i.advance()) {
+      ACE_TString* text = nullptr;
+      if (i.next(text))
+        result.emplace_back(text->c_str());
+    }
+  return result;
+}
+
+std::vector<Source> Configurator::sources(int argc, char** argv)
+{
+  const bool debug = ACE::debug();
+  (void)parse_args(argc, argv); // its one failure is a lack of memory
+  ACE::debug(debug);            // -d is for the host
+
+  std::vector<Source> result;
+  for (const std::string& file : texts(svc_conf_file_queue_))
+    result.push_back({true, file, false});
+  if (result.empty())
+    result.push_back({true, ACE_DEFAULT_SVC_CONF, true});
+  for (const std::string& directive : texts(svc_queue_))
+    result.push_back({false, directive, false});
+  return result;
+}
+
+bool goes_to_background(int argc, char** argv)
+{
+  ACE_Get_Opt opt(argc, argv, "bs:p:", 1, 0, ACE_Get_Opt::RETURN_IN_ORDER); // as the configurator does
+  for (int c; (c = opt()) != -1;)
+    if (c == 'b')
+      return true;
+  return false;
+}
+
+// The content of a file, or false with errno.
+bool read_file(const std::string& path, std::string& content)
+{
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd == -1)
+    return false;
+
+  char buf[4096];
+  ssize_t n;
+  while ((n = read(fd, buf, sizeof buf)) > 0 || (n < 0 && errno == EINTR))
+    content.append(buf, n > 0 ? static_cast<std::size_t>(n) : 0);
+
+  const int error = errno;
+  close(fd);
+  errno = error;
+  return n == 0;
+}
+
+class Checker
+{
+public:
+  explicit Checker(Findings& findings) : findings_(findings) {}
+
+  /// Read the files and directives; false when the configurator would stop after this one.
+  bool read(const Source& source);
+
+  /// Look at what has been read. False when that is not possible.
+  bool check();
+
+private:
+  bool read_source_file(const Source& source);
+  void add_text(const std::string& text, const std::string& file);
+  void add(const Place& place, const char* kind, const std::string& message);
+
+  bool probe_libraries();
+  bool probe_statics();
+  bool is_loaded(const Directive& directive) const;
+  void check_factory(const Placed_Directive& placed);
+  void check_parameters(const Placed_Directive& placed);
+  void check_name(const Placed_Directive& placed);
+
+  Findings& findings_;
+  std::set<std::string> files_;
+  std::vector<Placed_Directive> directives_;
+  std::vector<std::string> loaded_; // libraries that can be, in order
+  std::map<std::string, Library_Result> libraries_;
+  std::map<std::string, std::string> missing_statics_; // with the reason
+  std::map<std::string, Place> services_;              // that are there by now
+};
+
+void Checker::add(const Place& place, const char* kind, const std::string& message)
+{
+  findings_.push_back({kind, place.file, place.line, message});
+}
+
+void Checker::add_text(const std::string& text, const std::string& file)
+{
+  const bool is_file = !file.empty();
+  const Svc_Conf conf = parse_svc_conf(text);
+  for (const Syntax_Error& error : conf.errors)
+    add({file, is_file ? error.line : 0}, "syntax-error", error.message);
+  for (const Directive& directive : conf.directives)
+    directives_.push_back({directive, {file, is_file ? directive.line : 0}});
+}
+
+bool Checker::read_source_file(const Source& source)
+{
+  std::string content;
+  if (!read_file(source.text, content)) {
+    const int error = errno;
+    if (source.is_default_file && error == ENOENT)
+      return true; // which is usual
+    std::string message = std::string("cannot be read: ") + std::strerror(error);
+    if (error == EISDIR)
+      message += "; the host ends here, with status 2";
+    else if (!source.is_default_file)
+      message += "; no later -f and no -S is processed";
+    add({source.text, 0}, "unreadable-file", message);
+    return source.is_default_file && error != EISDIR;
+  }
+
+  if (!files_.insert(source.text).second) {
+    add({source.text, 0}, "repeated-file", "is processed again, so that its services are replaced by new ones");
+    return true;
+  }
+  add_text(content, source.text);
+  return true;
+}
+
+bool Checker::read(const Source& source)
+{
+  if (source.is_file)
+    return read_source_file(source);
+  add_text(source.text, "");
+  return true;
+}
+
+// Every library once, with all that is wanted of it, after those that stand before it: their symbols are its own too.
+bool Checker::probe_libraries()
+{
+  std::map<std::string, std::vector<std::string>> symbols;
+  for (const Placed_Directive& placed : directives_)
+    if (!placed.directive.library.empty())
+      symbols[placed.directive.library].push_back(placed.directive.symbol);
+
+  for (const Placed_Directive& placed : directives_) {
+    const std::string& library = placed.directive.library;
+    if (library.empty() || libraries_.count(library) != 0)
+      continue;
+
+    const Library_Result result = probe_library({loaded_, library, symbols[library], {}});
+    if (!result.is_probed)
+      return false;
+    libraries_[library] = result;
+    if (result.error.empty())
+      loaded_.push_back(library);
+  }
+  return true;
+}
+
+bool Checker::probe_statics()
+{
+  Library_Request request;
+  request.loaded = loaded_;
+  for (const auto& [directive, place] : directives_)
+    if (directive.verb != Directive::DYNAMIC)
+      request.statics.push_back(directive.name);
+    else if (directive.factory == Directive::STATIC_FUNCTION)
+      request.statics.push_back(directive.symbol);
+  if (request.statics.empty())
+    return true;
+
+  const Library_Result result = probe_library(request);
+  missing_statics_ = result.errors;
+  return result.is_probed;
+}
+
+bool Checker::is_loaded(const Directive& directive) const
+{
+  if (directive.factory == Directive::STATIC_FUNCTION)
+    return missing_statics_.count(directive.symbol) == 0;
+
+  const Library_Result& result = libraries_.at(directive.library);
+  return result.error.empty() && result.errors.count(directive.symbol) == 0;
+}
+
+// A name that ends in what looks like a file's extension is looked for as it is, without "lib" and ".so".
+std::string decoration_hint(const std::string& library)
+{
+  const std::string name = library.substr(library.rfind('/') + 1);
+  const std::size_t dot = name.rfind('.');
+  if (dot == std::string::npos || name.compare(dot, std::string::npos, ".so") == 0 ||
+      name.find(".so.") != std::string::npos)
+    return "";
+  return "; '" + name.substr(dot) + "' is taken for the extension of a file: give its full name";
+}
+
+void Checker::check_factory(const Placed_Directive& placed)
+{
+  const Directive& directive = placed.directive;
+  if (directive.factory == Directive::STATIC_FUNCTION) {
+    if (!is_loaded(directive))
+      add(placed.place, "missing-factory",
+          "service '" + directive.name + "': no static factory '" + directive.symbol + '\'');
+    return;
+  }
+
+  const Library_Result& result = libraries_.at(directive.library);
+  const std::string service = "service '" + directive.name + "': ";
+  if (!result.error.empty())
+    add(placed.place, "library-not-loaded",
+        service + "library '" + directive.library + "': " + result.error + decoration_hint(directive.library));
+  else if (const auto error = result.errors.find(directive.symbol); error != result.errors.end())
+    add(placed.place, "missing-factory",
+        service + "factory '" + directive.symbol + "' of library '" + directive.library + "': " + error->second);
+}
+
+void Checker::check_parameters(const Placed_Directive& placed)
+{
+  const std::string& name = placed.directive.name;
+  for (const std::string& word : split_parameters(placed.directive.parameters))
+    for (const std::string& problem : check_variables(word))
+      add(placed.place, "variable-not-set", "service '" + name + "', parameter '" + word + "': " + problem);
+}
+
+std::string describe(const Place& place)
+{
+  if (place.file.empty())
+    return "the command line";
+  return place.file + ':' + std::to_string(place.line);
+}
+
+void Checker::check_name(const Placed_Directive& placed)
+{
+  const auto& [directive, place] = placed;
+  const auto there = services_.find(directive.name);
+
+  if (directive.verb == Directive::DYNAMIC) {
+    if (there != services_.end())
+      add(place, "duplicate-service",
+          "service '" + directive.name + "' takes the place of the one in " + describe(there->second));
+    services_[directive.name] = place;
+    return;
+  }
+  if (directive.in_stream && directive.verb != Directive::STATIC)
+    return; // a name within the stream
+
+  if (there == services_.end() && missing_statics_.count(directive.name) != 0)
+    add(place, "unknown-service", "there is no service '" + directive.name + "' by then");
+  if (directive.verb == Directive::REMOVE && there != services_.end())
+    services_.erase(there);
+}
+
+bool Checker::check()
+{
+  if (!probe_libraries() || !probe_statics())
+    return false;
+
+  for (const Placed_Directive& placed : directives_) {
+    if (placed.directive.verb == Directive::DYNAMIC)
+      check_factory(placed);
+    check_parameters(placed);
+    check_name(placed);
+  }
+  return true;
+}
+} // namespace
+
+bool check_services(int argc, char** argv, Findings& findings)
+{
+  if (parse_options(argc, argv).background && chdir("/") != 0)
+    return false;
+
+  return open_service_config(argc, argv, true, [&findings](int args_count, char** args) {
+    if (goes_to_background(args_count, args) && chdir("/") != 0)
+      return false;
+
+    Checker checker(findings);
+    for (const Source& source : Configurator().sources(args_count, args))
+      if (!checker.read(source))
+        break;
+    return checker.check();
+  });
+}

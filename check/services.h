@@ -1,0 +1,12 @@
+#ifndef CHECK_SERVICES_H
+#define CHECK_SERVICES_H
+
+#include "check/finding.h"
+
+/// Add to `findings` what the host would stumble over in the services that its command line asks for: in the files and
+/// directives that the service configurator would get, in their order. Libraries are loaded in processes of their own;
+/// no service is initialised. Moves to the directory "/" where the host would. False when that, or trying a library, is
+/// not possible.
+bool check_services(int argc, char** argv, Findings& findings);
+
+#endif // CHECK_SERVICES_H

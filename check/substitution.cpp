@@ -1,0 +1,64 @@
+#include "check/substitution.h"
+
+#include "starter/open_service_config.h"
+
+#include <ace/ARGV.h>
+
+#include <cstdlib>
+
+// The name behind the dollar sign, as long as the framework takes it.
+static std::string variable_name(const std::string& text, std::size_t dollar)
+{
+  const std::size_t end = text.find_first_of("$~!#%^&*()-+=\\|/?,.;:'\"`[]{} \t\n\r", dollar + 1);
+  return text.substr(dollar + 1, end == std::string::npos ? end : end - dollar - 1);
+}
+
+std::vector<std::string> check_variables(const std::string& text)
+{
+  std::vector<std::string> problems;
+  if (!is_safe_to_substitute(text.c_str())) {
+    problems.emplace_back("the name of a variable is too long for the framework");
+    return problems;
+  }
+
+  const std::size_t first = text.find('$');
+  for (std::size_t at = first; at != std::string::npos; at = text.find('$', at + 1)) {
+    const std::string name = variable_name(text, at);
+    if (name.empty() && text.compare(at, 2, "${") == 0)
+      problems.emplace_back("the framework knows no ${...}: write $NAME");
+    else if (name.empty())
+      continue; // a dollar sign
+    else if (at != first)
+      problems.push_back("$" + name + " stays as it is: only what follows the first dollar sign is replaced");
+    else if (!std::getenv(name.c_str()))
+      problems.push_back("$" + name + " is not set and stays as it is");
+  }
+  return problems;
+}
+
+std::string check_quoting(const std::string& value)
+{
+  if (value.empty())
+    return "an empty value vanishes, and the option takes the word after it";
+
+  ACE_ARGV args(false);
+  args.add(value.c_str(), true);
+  const int argc = args.argc();
+  char** const argv = args.argv();
+  if (argc == 1 && argv && argv[0] && value == argv[0])
+    return "";
+
+  std::string words;
+  for (int i = 0; argv && i < argc && argv[i]; ++i)
+    words += std::string(i == 0 ? "'" : " '") + argv[i] + '\'';
+  return "the framework reads this value as " + (words.empty() ? std::string("nothing") : words);
+}
+
+std::vector<std::string> split_parameters(const std::string& parameters)
+{
+  std::vector<std::string> words;
+  ACE_ARGV args(parameters.c_str(), false);
+  for (int i = 0; i < args.argc() && args.argv()[i]; ++i)
+    words.emplace_back(args.argv()[i]);
+  return words;
+}

@@ -1,0 +1,482 @@
+#include "tests/support/requirements.h"
+#include "tests/support/starter_process.h"
+#include "tests/support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+using Texts = std::vector<std::string>;
+
+/// What a run of the checker has left.
+struct Outcome
+{
+  int status; // negative: the number of the signal that ended it
+  std::string out;
+  std::string err;
+};
+
+static std::vector<char*> pointers(Texts& texts)
+{
+  std::vector<char*> result;
+  for (std::string& text : texts)
+    result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+// In the directory, with the environment of the test and what is added to it.
+static Outcome check(const Temp_Dir& dir, Texts args, const std::map<std::string, std::string>& env = {})
+{
+  args.insert(args.begin(), "starter-check");
+  const std::vector<char*> argv = pointers(args);
+  const Temp_Dir streams;
+
+  const pid_t pid = fork();
+  if (pid == 0) {
+    for (const auto& [name, value] : env)
+      ::setenv(name.c_str(), value.c_str(), 1);
+    dup2(open((streams / "out").c_str(), O_WRONLY | O_CREAT, 0600), STDOUT_FILENO);
+    dup2(open((streams / "err").c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
+    if (chdir(dir.path().c_str()) == 0)
+      execv(TESTS_CHECKER, argv.data());
+    _exit(127);
+  }
+
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), read_file(streams / "out"),
+          read_file(streams / "err")};
+}
+
+static Texts lines(const std::string& text)
+{
+  Texts result;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    result.push_back(line);
+  return result;
+}
+
+// The findings on the command line, which are all.
+static void expect_findings(const Texts& args, const Texts& findings)
+{
+  SCOPED_TRACE(testing::PrintToString(args));
+  const Temp_Dir dir;
+  const Outcome run = check(dir, args);
+
+  Texts expected;
+  for (const std::string& finding : findings)
+    expected.push_back("command line: " + finding);
+  EXPECT_EQ(expected, lines(run.out));
+  EXPECT_EQ("", run.err);
+  EXPECT_EQ(findings.empty() ? 0 : 1, run.status);
+}
+
+// The findings in the file "x.conf" of this content, as "LINE: KIND: ...".
+static Texts findings_in(const std::string& content, const Texts& args = {})
+{
+  const Temp_Dir dir;
+  dir.write("x.conf", content);
+  Texts all{"-f", "x.conf"};
+  all.insert(all.end(), args.begin(), args.end());
+  const Outcome run = check(dir, all);
+
+  EXPECT_EQ("", run.err);
+  EXPECT_EQ(run.out.empty() ? 0 : 1, run.status);
+  Texts findings;
+  for (const std::string& line : lines(run.out))
+    findings.push_back(line.rfind("x.conf:", 0) == 0 ? line.substr(7) : line);
+  return findings;
+}
+
+static std::string directive(const std::string& service, const std::string& library = "check_plain",
+                             const std::string& params = "")
+{
+  return dynamic_directive(service, library, "_make_Plain", params);
+}
+
+// ---- The checker's own options
+
+TEST(starter_check, finds_nothing_without_arguments)
+{
+  expect_findings({}, {});
+}
+
+TEST(starter_check, tells_its_usage_and_version)
+{
+  const Temp_Dir dir;
+
+  const Outcome help = check(dir, {"--help"});
+  EXPECT_EQ(0, help.status);
+  EXPECT_THAT(help.out, StartsWith("Usage: starter-check [--json] [ARGUMENT...]\n"));
+
+  const Outcome version = check(dir, {"--version"});
+  EXPECT_EQ(0, version.status);
+  EXPECT_THAT(version.out, MatchesRegex("starter-check [0-9.]+ \\(rev .*\\)\n"));
+}
+
+TEST(starter_check, ends_with_status_2_when_misused)
+{
+  const Temp_Dir dir;
+  for (const Texts& args : {Texts{"--help", "-d"}, Texts{"--version", "--version"}}) {
+    const Outcome run = check(dir, args);
+    EXPECT_EQ(2, run.status);
+    EXPECT_EQ("", run.out);
+    EXPECT_EQ("starter-check: --help and --version stand alone\n", run.err);
+  }
+}
+
+TEST(starter_check, leaves_options_of_its_own_name_behind_others_to_the_host)
+{
+  expect_findings({"-d", "--json"}, {"ignored-argument: '--json' is no option of the host; as one of the checker's own "
+                                     "it stands before all others"});
+}
+
+TEST(starter_check, writes_json_for_tools)
+{
+  const Temp_Dir dir;
+  dir.write("x.conf", "\nremove \"\\\n");
+
+  const Outcome clean = check(dir, {"--json", "-d"});
+  EXPECT_EQ(0, clean.status);
+  EXPECT_EQ("{\"findings\": []}\n", clean.out);
+
+  const Outcome run = check(dir, {"--json", "--user", "no such \"user\"", "-f", "x.conf"});
+  EXPECT_EQ(1, run.status);
+  EXPECT_EQ("{\"findings\": [\n"
+            "  {\"kind\": \"unknown-user\", \"file\": null, \"line\": null, "
+            "\"message\": \"there is no user 'no such \\\"user\\\"'\"},\n"
+            "  {\"kind\": \"syntax-error\", \"file\": \"x.conf\", \"line\": 2, "
+            "\"message\": \"unable to find the end of the string; the rest is not read\"},\n"
+            "  {\"kind\": \"syntax-error\", \"file\": \"x.conf\", \"line\": 2, "
+            "\"message\": \"the name of a service expected, not the end\"}\n"
+            "]}\n",
+            run.out);
+}
+
+// ---- The command line
+
+TEST(starter_check, accepts_what_the_host_uses)
+{
+  for (const Texts& args :
+       {Texts{"--reactor", "tp", "--threads", "2"}, Texts{"--reactor=select", "--threads=1"},
+        Texts{"--thr", "2", "--r", "dev_poll"}, Texts{"--thread", "2", "--reactor", "priority"}, Texts{"--background"},
+        Texts{"--user", "root", "--primary-group", "0", "--group", "root", "--group=0"}, Texts{"-dn", "-y", "-b"},
+        Texts{"-kkey", "-p", "pid", "-s1"}, Texts{"--"}})
+    expect_findings(args, {});
+}
+
+TEST(starter_check, reports_arguments_that_the_host_ignores)
+{
+  expect_findings({"--unknown", "stray", "-x"},
+                  {"ignored-argument: '--unknown' is ignored: no such option, or more than one of that beginning",
+                   "ignored-argument: 'stray' is ignored: it is no option and belongs to none",
+                   "ignored-argument: '-x' is ignored: no such option, or more than one of that beginning"});
+  expect_findings({"-dxny"}, {"ignored-argument: in '-dxny' these letters are ignored: 'x'"});
+  expect_findings({"-d", "--", "-n", "x"}, {"ignored-argument: '-n' is ignored: it stands behind '--'",
+                                            "ignored-argument: 'x' is ignored: it stands behind '--'"});
+  expect_findings({"--thread-pool", "8"}, {"ignored-argument: '--thread-pool' is ignored together with its value"});
+  expect_findings({"--user", "root", "--user=0"},
+                  {"ignored-argument: '--user' is ignored: --user is given again later"});
+  expect_findings({"--reactor="}, {"ignored-argument: --reactor is ignored: its value is empty"});
+  expect_findings({"--background=no"},
+                  {"ignored-argument: '--background=no' goes to the background whatever follows the equals sign"});
+}
+
+TEST(starter_check, reports_options_without_their_value)
+{
+  for (const std::string last : {"--threads", "--reactor", "--user", "--primary-group", "--group", "-f", "-k", "-S"})
+    expect_findings({"-d", last}, {"missing-value: '" + last + "' is ignored: its value is missing"});
+}
+
+TEST(starter_check, reports_words_that_are_read_twice)
+{
+  expect_findings({"--user", "-d"}, {"read-twice: '-d' is read twice: as the value of what stands before it, and for "
+                                     "itself",
+                                     "unknown-user: there is no user '-d'"});
+}
+
+TEST(starter_check, reports_thread_counts)
+{
+  const std::string refused = " threads: it takes 2 or more";
+  expect_findings({"--reactor", "tp"}, {"thread-count: 'tp' is refused with 0" + refused});
+  expect_findings({"--reactor", "tp", "--threads", "1"}, {"thread-count: 'tp' is refused with 1" + refused});
+  expect_findings({"--reactor", "select", "--threads", "4x"}, {"thread-count: '4x' is cut to 4"});
+  expect_findings({"--reactor", "select", "--threads", "-2"}, {"thread-count: '-2' is no number and counts as 0"});
+  expect_findings({"--reactor", "select", "--threads", "four"}, {"thread-count: 'four' is no number and counts as 0"});
+  expect_findings({"--reactor", "select", "--threads="}, {"thread-count: '' is no number and counts as 0"});
+  expect_findings({"--reactor", "select", "--threads", "4294967296"},
+                  {"thread-count: '4294967296' is too large and counts as 4294967295"});
+  expect_findings({"--threads", "4"}, {"thread-count: --threads is ignored without --reactor"});
+}
+
+TEST(starter_check, reports_unknown_reactors)
+{
+  for (const std::string type : {"TP", "thread-pool", "selec", "tp "})
+    expect_findings({"--reactor", type, "--threads", "2"},
+                    {"unknown-reactor: '" + type + "' is no reactor: select, tp, dev_poll and priority are"});
+}
+
+TEST(starter_check, reports_unknown_accounts)
+{
+  expect_findings({"--user", "no-such-user"}, {"unknown-user: there is no user 'no-such-user'"});
+  expect_findings({"--user", "4294967290"}, {"unknown-user: there is no user '4294967290'"});
+  expect_findings({"--primary-group", "no-such", "--group", "root", "--group", "-1"},
+                  {"unknown-group: there is no group 'no-such'", "unknown-group: there is no group '-1'"});
+}
+
+TEST(starter_check, reports_values_that_do_not_arrive)
+{
+  expect_findings({"-k", "a\tb"}, {"altered-value: -k 'a\\x09b': the framework reads this value as 'a' 'b'"});
+  expect_findings({"-p", ""},
+                  {"altered-value: -p '': an empty value vanishes, and the option takes the word after it"});
+}
+
+TEST(starter_check, reports_variables_of_values_that_are_not_set)
+{
+  expect_findings({"-k", "$NOT_SET_HERE"},
+                  {"variable-not-set: -k '$NOT_SET_HERE': $NOT_SET_HERE is not set and stays as it is"});
+
+  const Temp_Dir dir;
+  dir.write("x.conf", "remove\n");
+  EXPECT_EQ("x.conf:1: syntax-error: the name of a service expected, not the end\n",
+            check(dir, {"-f", "$SET_HERE"}, {{"SET_HERE", "x.conf"}}).out);
+}
+
+TEST(starter_check, reports_signals_that_cannot_be_caught)
+{
+  for (const std::string text : {"0", "HUP", "9", "19", "65", "-1"})
+    expect_findings({"-s", text}, {"bad-signal: -s '" + text +
+                                   "' is no number of a signal that can be caught: no service is loaded"});
+}
+
+// ---- Files
+
+TEST(starter_check, reports_a_file_that_cannot_be_read_and_none_after_it)
+{
+  const Temp_Dir dir;
+  dir.write("x.conf", "remove\n");
+
+  const Outcome run = check(dir, {"-f", "missing.conf", "-f", "x.conf", "-S", "remove"});
+  EXPECT_EQ("missing.conf: unreadable-file: cannot be read: No such file or directory; no later -f and no -S is "
+            "processed\n",
+            run.out);
+  EXPECT_EQ(1, run.status);
+}
+
+TEST(starter_check, reports_a_directory_that_only_a_variable_names)
+{
+  const Temp_Dir dir;
+  EXPECT_EQ(dir.path() + ": unreadable-file: cannot be read: Is a directory; the host ends here, with status 2\n",
+            check(dir, {"-f", "$CONF_DIR"}, {{"CONF_DIR", dir.path()}}).out);
+}
+
+TEST(starter_check, reads_the_default_file_when_there_is_one)
+{
+  const Temp_Dir dir;
+  EXPECT_EQ(0, check(dir, {"-d"}).status);
+
+  dir.write("svc.conf", "\nfoo\n");
+  EXPECT_EQ("./svc.conf:2: syntax-error: a directive expected, not 'foo'\n", check(dir, {"-d"}).out);
+  dir.write("x.conf", "");
+  EXPECT_EQ("", check(dir, {"-f", "x.conf"}).out);
+}
+
+TEST(starter_check, reads_the_files_of_a_directory_in_order)
+{
+  const Temp_Dir dir;
+  dir.write("x.d/b.conf", directive("A"));
+  dir.write("x.d/a.conf", directive("A"));
+  dir.write("x.d/c.txt", "foo\n");
+
+  EXPECT_EQ("x.d/b.conf:1: duplicate-service: service 'A' takes the place of the one in x.d/a.conf:1\n",
+            check(dir, {"-f", "x.d"}).out);
+  EXPECT_THAT(lines(check(dir, {"-f", "x.d", "-f", "x.d"}).out),
+              testing::Contains("x.d/a.conf: repeated-file: is processed again, so that its services are replaced by "
+                                "new ones"));
+}
+
+TEST(starter_check, looks_for_files_where_the_host_does_in_the_background)
+{
+  const Temp_Dir dir;
+  dir.write("x.conf", "");
+  EXPECT_EQ(0, check(dir, {"-f", "x.conf"}).status);
+  EXPECT_THAT(check(dir, {"--background", "-f", "x.conf"}).out, StartsWith("x.conf: unreadable-file: "));
+  EXPECT_THAT(check(dir, {"-b", "-f", "x.conf"}).out, StartsWith("x.conf: unreadable-file: "));
+}
+
+TEST(starter_check, reports_syntax_errors_and_reads_on)
+{
+  EXPECT_THAT(findings_in("# comment\ndynamic A foo\n" + directive("A") + "static\n"),
+              ElementsAre("2: syntax-error: Service_Object, Module or STREAM expected, not 'foo'",
+                          "4: syntax-error: the name of a service expected, not the end"));
+}
+
+// ---- Services
+
+TEST(starter_check, finds_nothing_wrong_with_a_service_and_does_not_initialise_it)
+{
+  const Temp_Dir dir;
+  dir.write("x.conf", directive("A", "check_plain", "-p 1 $TESTS_INIT_WITNESS"));
+  const std::map<std::string, std::string> env{{"TESTS_INIT_WITNESS", dir / "witness"}};
+
+  const Outcome run = check(dir, {"--reactor", "tp", "--threads", "4", "-f", "x.conf"}, env);
+
+  EXPECT_EQ(0, run.status);
+  EXPECT_EQ("", run.out);
+  EXPECT_FALSE(std::filesystem::exists(dir / "witness"));
+
+  Start_Options options;
+  options.env = env;
+  Starter_Process starter({"-f", dir / "x.conf"}, options);
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  EXPECT_TRUE(std::filesystem::exists(dir / "witness")); // the host does
+}
+
+TEST(starter_check, finds_libraries_where_the_loader_does)
+{
+  const Temp_Dir dir;
+  dir.write("x.conf", "dynamic A Service_Object * check_plain:_make_Plain()\n");
+
+  EXPECT_THAT(check(dir, {"-f", "x.conf"}).out,
+              StartsWith("x.conf:1: library-not-loaded: service 'A': library 'check_plain': check_plain: cannot open "
+                         "shared object file: No such file or directory; "));
+  EXPECT_EQ(
+      "", check(dir, {"-f", "x.conf"}, {{"LD_LIBRARY_PATH", std::filesystem::path(service_library("x")).parent_path()}})
+              .out);
+}
+
+TEST(starter_check, reports_libraries_that_do_not_load)
+{
+  const Temp_Dir dir;
+  const std::string text = dir.write("libtext.so", "no library\n");
+  const std::string prefix = ": library-not-loaded: service 'A': library '";
+
+  EXPECT_THAT(findings_in("dynamic A Service_Object * " + text + ":_make_A()\n"),
+              ElementsAre(AllOf(StartsWith('1' + prefix + text + "': "), HasSubstr("file too short"))));
+  EXPECT_THAT(
+      findings_in('\n' + directive("A", "check_undefined")),
+      ElementsAre(AllOf(StartsWith('2' + prefix), HasSubstr("undefined symbol: variable_that_nobody_defines"))));
+  EXPECT_THAT(findings_in(directive("A", "check_crash") + directive("B")),
+              ElementsAre(HasSubstr("': loading it ends the process with signal 6 (Aborted)")));
+  EXPECT_THAT(findings_in("dynamic A Service_Object * foo-7.0.8:_make_A()\n"),
+              ElementsAre(HasSubstr("; '.8' is taken for the extension of a file: give its full name")));
+}
+
+TEST(starter_check, keeps_the_output_of_libraries_out_of_its_own)
+{
+  EXPECT_THAT(findings_in(directive("A", "check_talk")), ElementsAre());
+}
+
+TEST(starter_check, reports_missing_factories)
+{
+  EXPECT_THAT(findings_in(dynamic_directive("A", "check_plain", "_make_No")),
+              ElementsAre(AllOf(StartsWith("1: missing-factory: service 'A': factory '_make_No' of library '"),
+                                HasSubstr("undefined symbol: _make_No"))));
+  EXPECT_THAT(findings_in("dynamic A Service_Object * :_make_No()\n"),
+              ElementsAre("1: missing-factory: service 'A': no static factory '_make_No'"));
+}
+
+TEST(starter_check, reports_a_service_that_is_named_twice)
+{
+  EXPECT_THAT(findings_in(directive("A") + directive("B") + directive("A")),
+              ElementsAre("3: duplicate-service: service 'A' takes the place of the one in x.conf:1"));
+  EXPECT_THAT(findings_in(directive("A"), {"-S", directive("A", "check_talk")}),
+              ElementsAre("command line: duplicate-service: service 'A' takes the place of the one in x.conf:1"));
+  EXPECT_THAT(findings_in(directive("A") + "remove A\n" + directive("A")), ElementsAre());
+}
+
+TEST(starter_check, reports_services_that_are_not_there)
+{
+  EXPECT_THAT(findings_in("suspend A\n" + directive("A") + "suspend A\nresume A\nremove A\nremove A\nstatic B\n"),
+              ElementsAre("1: unknown-service: there is no service 'A' by then",
+                          "6: unknown-service: there is no service 'A' by then",
+                          "7: unknown-service: there is no service 'B' by then"));
+}
+
+TEST(starter_check, reports_variables_of_parameters_that_are_not_set)
+{
+  EXPECT_THAT(findings_in(directive("A", "check_plain", "-p $NOT_SET_HERE 'a ${HOME}'")),
+              ElementsAre("1: variable-not-set: service 'A', parameter '$NOT_SET_HERE': $NOT_SET_HERE is not set and "
+                          "stays as it is",
+                          "1: variable-not-set: service 'A', parameter 'a ${HOME}': the framework knows no ${...}: "
+                          "write $NAME"));
+}
+
+// ---- Real configurations
+
+TEST(starter_check, finds_nothing_wrong_with_the_examples)
+{
+  std::string libraries;
+  std::error_code ignored; // without a build of them, the libraries are findings
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(TESTS_BUILT_EXAMPLES_DIR, ignored))
+    if (entry.path().extension() == ".so")
+      libraries += entry.path().parent_path().string() + ':';
+
+  unsigned examples = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(TESTS_EXAMPLES_DIR)) {
+    const std::string conf = entry.path() / "conf.d";
+    if (!std::filesystem::is_directory(conf))
+      continue;
+    ++examples;
+    const Temp_Dir dir;
+    const Outcome run = check(dir, {"--reactor", "tp", "--threads", "4", "-f", conf}, {{"LD_LIBRARY_PATH", libraries}});
+    EXPECT_EQ("", run.out) << conf;
+    EXPECT_EQ(0, run.status) << conf;
+  }
+  NEEDS(examples > 0, "examples");
+}
+
+TEST(starter_check, checks_services_that_others_have_written)
+{
+  const std::string library = "libnetsvcs-7.0.8.so:";
+  const std::string good = "dynamic Client_Logging Service_Object * " + library +
+                           "_make_ACE_Client_Logging_Acceptor() active \"-p 20009\"\n"
+                           "dynamic Logger Service_Object * " +
+                           library +
+                           "_make_ACE_Server_Logging_Acceptor() active \"-p 20010\"\n"
+                           "dynamic Name_Server Service_Object * " +
+                           library +
+                           "_make_ACE_Name_Acceptor() \"-p 20011\"\n"
+                           "dynamic Time_Server Service_Object * " +
+                           library + "_make_ACE_TS_Server_Acceptor() \"-p 20012\"\n";
+  EXPECT_THAT(findings_in(good), ElementsAre());
+
+  EXPECT_THAT(findings_in(good + "dynamic Tokens Service_Object * " + library +
+                          "_make_ACE_No_Such_Acceptor() \"-p 20013\"\n"
+                          "dynamic Logger Service_Object * netsvcs-7.0.8:_make_ACE_Server_Logging_Acceptor()\n"),
+              ElementsAre(AllOf(StartsWith("5: missing-factory: "), HasSubstr("_make_ACE_No_Such_Acceptor")),
+                          StartsWith("6: library-not-loaded: "), StartsWith("6: duplicate-service: ")));
+}
+
+// ---- The manual page
+
+TEST(starter_check, has_a_manual_page_that_names_each_kind)
+{
+  const std::string page = read_file(TESTS_MANUAL_PAGE);
+  for (const char* const kind :
+       {"altered-value", "bad-signal", "duplicate-service", "ignored-argument", "library-not-loaded", "missing-factory",
+        "missing-value", "read-twice", "repeated-file", "syntax-error", "thread-count", "unknown-group", "unknown-user",
+        "unknown-reactor", "unknown-service", "unreadable-file", "variable-not-set"})
+    EXPECT_THAT(page, HasSubstr(kind));
+
+  EXPECT_EQ(0, std::system(("mandoc -T lint -W warning " TESTS_MANUAL_PAGE)));
+}

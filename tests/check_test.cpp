@@ -1,0 +1,330 @@
+#include "check/library_probe.h"
+#include "check/report.h"
+#include "check/substitution.h"
+#include "check/svc_conf_parser.h"
+#include "tests/support/child.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/starter_process.h"
+#include "tests/support/temp_dir.h"
+
+#include <ace/ACE.h>
+#include <ace/Service_Gestalt.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <random>
+#include <regex>
+#include <string>
+#include <tuple>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Texts = std::vector<std::string>;
+
+// ---- The parser, held against the framework's own
+
+// What the framework does with the file, and what it logs of errors, one a line.
+static std::string framework_account(const std::string& path)
+{
+  static const std::regex dynamic("SG::initialize - repo=[^,]*, name=(.*) - looking up in the repo\n");
+  static const std::regex fixed("looking up static service '(.*)' to initialize\n");
+  static const std::regex verb("did (suspend|resume|remove) on (.*), error");
+  static const std::regex stream("did operations on stream (.*), error");
+  static const std::regex library("LN::open_dll - path=(.*)\n");
+  static const std::regex error("\\[error .*\\] on line (.*): (.*)\n");
+
+  Log_Capture capture;
+  ACE::debug(true);
+  ACE_Service_Gestalt(64, true, true).process_file(path.c_str());
+  ACE::debug(false);
+
+  std::string account;
+  std::smatch match;
+  for (const Record& record : capture.records())
+    if (std::regex_search(record.text, match, dynamic))
+      account += "dynamic " + match.str(1) + '\n';
+    else if (std::regex_search(record.text, match, fixed))
+      account += "static " + match.str(1) + '\n';
+    else if (std::regex_search(record.text, match, verb))
+      account += match.str(1) + ' ' + match.str(2) + '\n';
+    else if (std::regex_search(record.text, match, stream))
+      account += "stream " + match.str(1) + '\n';
+    else if (std::regex_search(record.text, match, library))
+      account += "library " + match.str(1) + '\n';
+  for (const Record& record : capture.records())
+    if (std::regex_search(record.text, match, error))
+      account += "error on line " + match.str(1) + '\n';
+  return account;
+}
+
+static std::string own_account(const std::string& text)
+{
+  static const char* const VERBS[] = {"dynamic ", "static ", "suspend ", "resume ", "remove ", "stream "};
+  const Svc_Conf conf = parse_svc_conf(text);
+
+  std::string account;
+  for (const Directive& directive : conf.directives) {
+    if (directive.in_stream)
+      continue; // the framework gives up on the stream before that, as it has not been loaded
+    account += VERBS[directive.verb] + directive.name + '\n';
+    if (directive.verb == Directive::DYNAMIC && directive.factory != Directive::STATIC_FUNCTION)
+      account += "library " + directive.library + '\n';
+  }
+  for (const Syntax_Error& error : conf.errors)
+    if (error.logged_line > 0)
+      account += "error on line " + std::to_string(error.logged_line) + '\n';
+  return account;
+}
+
+// The framework leaks what it has read before an error: it runs in another process.
+static void expect_same_accounts(const Texts& texts)
+{
+  const Temp_Dir dir;
+  Child framework([&] {
+    std::string accounts;
+    for (const std::string& text : texts)
+      accounts += framework_account(dir.write("svc.conf", text)) + '\f';
+    return accounts;
+  });
+  const std::string accounts = framework.result();
+
+  std::size_t at = 0;
+  for (const std::string& text : texts) {
+    const std::size_t end = accounts.find('\f', at);
+    ASSERT_NE(std::string::npos, end) << text;
+    ASSERT_EQ(accounts.substr(at, end - at), own_account(text)) << text;
+    at = end + 1;
+  }
+}
+
+TEST(svc_conf_parser, reads_what_the_framework_reads)
+{
+  const std::string d = "dynamic A Service_Object * no:_make_A()";
+  const Texts texts = {"",
+                       "\n\n",
+                       d,
+                       d + '\n',
+                       d + " active \"-p 1\"\n",
+                       d + " inactive '-p 1'\n" + d,
+                       d + " \"a\" \"b\" 'c'\n",
+                       d + " \"a\tb\"\n" + d,
+                       d + " \"a\xc3\xa9\"\n" + d,
+                       d + " \"open\n" + d,
+                       d + "# comment \"\n" + d + " # another",
+                       "dynamic A Service_Object * a:_make_A()\n",
+                       "dynamic A Service_Object * /x/y.so:object\n",
+                       "dynamic A Service_Object * 'with blank':_make_A()\n",
+                       "dynamic A Service_Object * :_make_A() \"x\"\n",
+                       "dynamic A Module*no:_make_A() \"x\"\ndynamic B STREAM *no:_make_A()",
+                       "dynamic A Service_Object no:_make_A()\n" + d,
+                       "dynamic A\ndynamic\nstatic\nremove\n" + d,
+                       "static A 'x'\nsuspend A\nresume A\nremove A\n",
+                       "suspend A 'x' resume A",
+                       "remove A\n\n\nremove\nremove B\nfoo\n",
+                       "stream A\n",
+                       "stream A { dynamic M Module * no:_make_M() \"x\" }\nremove B",
+                       "stream dynamic S STREAM * no:_make_S() active { dynamic M Module * no:_make_M() }\nremove B",
+                       "stream static S { dynamic M Module * no:_make_M()\nfoo remove B",
+                       "stream dynamic S STREAM * no:_make_S() { foo }\nremove B",
+                       "Dynamic A\n",
+                       "word#comment\n" + d,
+                       "word\"text\"\n" + d,
+                       std::string("remove A\0remove B\n", 18),
+                       "dynamic A Service_Object * no:" + std::string(4095, 'a') + "()\nremove B\n",
+                       "remove A " + std::string(4096, 'a') + "\nremove B\n",
+                       "remove A " + std::string(5000, ' ') + "\nremove B\n",
+                       '#' + std::string(9000, 'x') + "\nremove B\n",
+                       d + '"' + std::string(4094, 'a') + "\"\nremove B",
+                       d + '"' + std::string(4095, 'a') + "\"\nremove B"};
+  for (const std::string& text : texts)
+    expect_same_accounts({text});
+}
+
+TEST(svc_conf_parser, reads_random_words_as_the_framework_does)
+{
+  static const char* const WORDS[] = {"dynamic",
+                                      "static",
+                                      "suspend",
+                                      "resume",
+                                      "remove",
+                                      "stream",
+                                      "Module",
+                                      "STREAM",
+                                      "*",
+                                      ":",
+                                      "(",
+                                      ")",
+                                      "active",
+                                      "inactive",
+                                      "A",
+                                      "b",
+                                      "no",
+                                      "no:_make_A()",
+                                      "/a/b.so",
+                                      "1x",
+                                      "\"",
+                                      "'",
+                                      "\"x y\"",
+                                      "#",
+                                      "\n",
+                                      "\n",
+                                      "\t",
+                                      "}",
+                                      "Service_Object",
+                                      "dynamic A Service_Object * no:_make_A()",
+                                      "dynamic B Service_Object *",
+                                      "\xc3\xa9",
+                                      "x-y",
+                                      "%"};
+  std::mt19937 random(1);
+  Texts texts;
+  for (int i = 0; i < 3000; ++i) {
+    std::string text(i % 10 == 0 ? 4060 + random() % 40 : 0, i % 20 == 0 ? ' ' : '\n');
+    for (unsigned long words = 1 + random() % 25; words > 0; --words) {
+      text += WORDS[random() % (sizeof WORDS / sizeof WORDS[0])];
+      if (random() % 4 != 0)
+        text += ' ';
+    }
+    texts.push_back(text);
+  }
+
+  expect_same_accounts(texts);
+}
+
+TEST(svc_conf_parser, tells_the_lines_of_the_file)
+{
+  const Svc_Conf conf = parse_svc_conf("remove A\n# comment\n\nremove B\ndynamic\nC Service_Object\nx\nremove D\n");
+
+  ASSERT_THAT(conf.directives, SizeIs(3));
+  EXPECT_EQ(1, conf.directives[0].line);
+  EXPECT_EQ(4, conf.directives[1].line);
+  EXPECT_EQ(8, conf.directives[2].line);
+  ASSERT_THAT(conf.errors, SizeIs(1));
+  EXPECT_EQ(7, conf.errors[0].line);
+  EXPECT_EQ("'*' after the type expected, not 'x'", conf.errors[0].message);
+}
+
+TEST(svc_conf_parser, keeps_the_parts_of_a_directive)
+{
+  const std::tuple<const char*, Directive::Factory, const char*, const char*> cases[] = {
+      {"dynamic A Service_Object * lib:_make_A() \"-p 1\"", Directive::FUNCTION, "lib", "-p 1"},
+      {"dynamic A Service_Object * ./lib.so:_make_A inactive 'a \"b\" c'", Directive::OBJECT, "./lib.so", "a \"b\" c"},
+      {"dynamic A Service_Object * \"li b\":_make_A", Directive::OBJECT, "li b", ""},
+      {"dynamic A Service_Object * :_make_A() \"a\" 'b' \"c\"", Directive::STATIC_FUNCTION, "", "a\" 'b' \"c"}};
+
+  for (const auto& [text, factory, library, parameters] : cases) {
+    SCOPED_TRACE(text);
+    const Svc_Conf conf = parse_svc_conf(text);
+    ASSERT_THAT(conf.directives, SizeIs(1));
+    const Directive& directive = conf.directives[0];
+
+    EXPECT_EQ("A", directive.name);
+    EXPECT_EQ(factory, directive.factory);
+    EXPECT_EQ(library, directive.library);
+    EXPECT_EQ("_make_A", directive.symbol);
+    EXPECT_EQ(parameters, directive.parameters);
+    EXPECT_EQ(*parameters != '\0', directive.has_parameters);
+  }
+}
+
+// ---- Values
+
+TEST(check_variables, names_what_stays_as_it_is)
+{
+  ::setenv("TESTS_SET", "value", 1);
+  const std::tuple<const char*, Texts> cases[] = {
+      {"", {}},
+      {"plain", {}},
+      {"$TESTS_SET", {}},
+      {"a$TESTS_SET/b", {}},
+      {"100$", {}},
+      {"$TESTS_NOT_SET", {"$TESTS_NOT_SET is not set and stays as it is"}},
+      {"${TESTS_SET}", {"the framework knows no ${...}: write $NAME"}},
+      {"$TESTS_SET:$TESTS_SET", {"$TESTS_SET stays as it is: only what follows the first dollar sign is replaced"}}};
+
+  for (const auto& [text, problems] : cases) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(problems, check_variables(text));
+  }
+  EXPECT_THAT(check_variables('$' + std::string(20000, 'x')),
+              ElementsAre("the name of a variable is too long for the framework"));
+}
+
+TEST(check_quoting, tells_what_becomes_of_a_value)
+{
+  for (const char* const value : {"a", "a b", "dynamic A Service_Object * l:_make_A() \"-p 1\"", "/x/y.conf"})
+    EXPECT_EQ("", check_quoting(value)) << value;
+
+  EXPECT_EQ("an empty value vanishes, and the option takes the word after it", check_quoting(""));
+  EXPECT_EQ("the framework reads this value as 'a' 'b'", check_quoting("a\tb"));
+  EXPECT_EQ("the framework reads this value as 'a'", check_quoting("\"a\""));
+}
+
+TEST(split_parameters, makes_the_words_that_a_service_gets)
+{
+  EXPECT_THAT(split_parameters(""), IsEmpty());
+  EXPECT_THAT(split_parameters("-p 1 'a b' $X"), ElementsAre("-p", "1", "a b", "$X"));
+}
+
+// ---- Libraries
+
+TEST(library_probe, finds_the_symbols_of_a_library)
+{
+  const Library_Result result = probe_library({{}, service_library("check_plain"), {"_make_Plain", "_make_No"}, {}});
+
+  EXPECT_TRUE(result.is_probed);
+  EXPECT_EQ("", result.error);
+  ASSERT_THAT(result.errors, SizeIs(1));
+  EXPECT_THAT(result.errors.at("_make_No"), HasSubstr("undefined symbol: _make_No"));
+}
+
+TEST(library_probe, says_why_a_library_cannot_be_loaded)
+{
+  const std::tuple<const char*, const char*> cases[] = {
+      {"check_crash", "loading it ends the process with signal 6 (Aborted)"},
+      {"check_exit", "loading it ends the process with status 0"},
+      {"check_hang", "loading it does not end within 1 seconds"}};
+
+  for (const auto& [name, error] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(error, probe_library({{}, service_library(name), {}, {}}, 1).error);
+  }
+  EXPECT_THAT(probe_library({{}, service_library("check_undefined"), {}, {}}).error,
+              HasSubstr("undefined symbol: variable_that_nobody_defines"));
+  EXPECT_EQ("no_such_library: cannot open shared object file: No such file or directory; "
+            "no_such_library.so: cannot open shared object file: No such file or directory; "
+            "libno_such_library.so: cannot open shared object file: No such file or directory",
+            probe_library({{}, "no_such_library", {}, {}}).error);
+}
+
+TEST(library_probe, knows_static_services)
+{
+  const Library_Result result = probe_library({{}, "", {}, {"No_Such_Service"}});
+
+  EXPECT_TRUE(result.is_probed);
+  EXPECT_EQ("no such static service", result.errors.at("No_Such_Service"));
+}
+
+// ---- Reports
+
+TEST(check_report, writes_one_line_a_finding)
+{
+  EXPECT_EQ("", format_text({}));
+  EXPECT_EQ("command line: a: b\nf: c: d\nf:7: e: \\x1b[31m\\x0a\\xff\\xc2\\x9b\xc3\xa9\n",
+            format_text({{"a", "", 0, "b"}, {"c", "f", 0, "d"}, {"e", "f", 7, "\x1b[31m\n\xff\xc2\x9b\xc3\xa9"}}));
+}
+
+TEST(check_report, writes_json_whatever_the_texts_hold)
+{
+  EXPECT_EQ("{\"findings\": []}\n", format_json({}));
+  EXPECT_EQ(
+      "{\"findings\": [\n"
+      "  {\"kind\": \"a\", \"file\": null, \"line\": null, \"message\": \"b\"},\n"
+      "  {\"kind\": \"c\", \"file\": \"f\\\\\", \"line\": 7, \"message\": \"\\\"\\u0009\\u0000\xc3\xa9\\ufffd\"}\n"
+      "]}\n",
+      format_json({{"a", "", 0, "b"}, {"c", "f\\", 7, std::string("\"\t\0\xc3\xa9\xff", 6)}}));
+}

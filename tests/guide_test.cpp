@@ -1,0 +1,202 @@
+// Follows the guides: writes the files that they show, runs their commands in order, and looks for the output that they
+// promise. A block is fenced by three backticks with a word after them:
+//   sh          commands, for one shell that goes through the whole guide
+//   text        lines that the commands before it write, in this order, whatever their numbers
+//   WORD PATH   the content of the file PATH
+
+#include "tests/support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+
+static const std::string MARK = "==== end of block ====";
+
+struct Block
+{
+  std::string kind;
+  std::string path; // of a file
+  std::string text;
+};
+
+static std::vector<std::string> split(const std::string& text)
+{
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    lines.push_back(line);
+  return lines;
+}
+
+static std::vector<Block> blocks_of(const std::string& guide)
+{
+  std::vector<Block> blocks;
+  bool inside = false;
+  for (const std::string& line : split(guide)) {
+    if (line.compare(0, 3, "```") == 0) {
+      if (!inside) {
+        std::istringstream words(line.substr(3));
+        blocks.emplace_back();
+        words >> blocks.back().kind >> blocks.back().path;
+      }
+      inside = !inside;
+    } else if (inside)
+      blocks.back().text += line + '\n';
+  }
+  EXPECT_FALSE(inside);
+  return blocks;
+}
+
+// One script out of all commands. Files are written where they stand among them.
+static std::string script_of(const std::vector<Block>& blocks)
+{
+  std::string script = "trap 'for job in $(jobs -p); do kill -KILL $job 2>/dev/null; done' EXIT\n";
+  for (const Block& block : blocks) {
+    if (!block.path.empty())
+      script += "mkdir -p \"$(dirname " + block.path + ")\"\ncat >" + block.path + " <<'END OF FILE'\n" + block.text +
+                "END OF FILE\n";
+    else if (block.kind == "sh")
+      script += block.text + "echo '" + MARK + "'\n";
+  }
+  return script;
+}
+
+static std::string run(const std::string& command, int& status)
+{
+  std::string output;
+  FILE* const fp = popen((command + " 2>&1").c_str(), "r");
+  if (!fp)
+    return "cannot be run";
+  char buf[4096];
+  for (std::size_t n; (n = fread(buf, 1, sizeof buf, fp)) > 0;)
+    output.append(buf, n);
+  status = pclose(fp);
+  return output;
+}
+
+static std::string without_numbers(const std::string& text)
+{
+  return std::regex_replace(text, std::regex("[0-9]+"), "#");
+}
+
+// Whether each line of `expected` is part of a line of `output`, in order.
+static void expect_lines(const std::string& expected, const std::string& output)
+{
+  const std::vector<std::string> lines = split(without_numbers(output));
+  auto at = lines.begin();
+  for (const std::string& line : split(without_numbers(expected))) {
+    while (at != lines.end() && at->find(line) == std::string::npos)
+      ++at;
+    if (at == lines.end())
+      ADD_FAILURE() << "expected: " << line << "\nin the output:\n" << output;
+    else
+      ++at;
+  }
+}
+
+static void follow(const std::string& name, unsigned commands)
+{
+  const Temp_Dir dir;
+  const std::vector<Block> blocks = blocks_of(read_file(SOURCE_DIR "/doc/" + name));
+  int status = -1;
+  const std::string installed = run(CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --prefix " + dir / "usr", status);
+  ASSERT_EQ(0, status) << installed;
+  std::filesystem::create_directory(dir / "work");
+
+  const std::string script = dir.write("script", script_of(blocks));
+  const std::string output = run("cd " + dir / "work" + " && env -u MAKEFLAGS PATH=" STARTER_DIR ":\"$PATH\" " +
+                                     "CMAKE_PREFIX_PATH=" + dir / "usr" +
+                                     " CXX=" CXX_COMPILER " CXXFLAGS='" BUILD_FLAGS
+                                     "' LD_LIBRARY_PATH=" EXAMPLE_LIBRARY_DIR " timeout -k 5 120 bash -eu " +
+                                     script,
+                                 status);
+  ASSERT_EQ(0, status) << output;
+
+  unsigned run = 0;
+  std::size_t begin = 0;
+  std::string last;
+  for (const Block& block : blocks) {
+    if (block.kind == "sh") {
+      const std::size_t end = output.find(MARK, begin);
+      ASSERT_NE(std::string::npos, end) << output;
+      last = output.substr(begin, end - begin);
+      begin = end + MARK.size();
+      ++run;
+    } else if (block.kind == "text" && block.path.empty())
+      expect_lines(block.text, last);
+  }
+  EXPECT_EQ(commands, run);
+}
+
+TEST(guide, writing_a_service_works_as_it_says)
+{
+  follow("writing-a-service.md", 5);
+}
+
+TEST(guide, operating_works_as_it_says)
+{
+  follow("operating.md", 5);
+}
+
+static std::vector<std::string> guides()
+{
+  std::vector<std::string> paths;
+  for (const auto& entry : std::filesystem::directory_iterator(SOURCE_DIR "/doc"))
+    if (entry.path().extension() == ".md")
+      paths.push_back(entry.path());
+  EXPECT_LE(3u, paths.size());
+  return paths;
+}
+
+TEST(guide, refers_to_files_that_exist)
+{
+  const std::regex link(R"(\]\(([^)#:]+)\))");
+  const std::regex source("`((?:starter|scrt|examples)/[a-z_./-]+)`");
+
+  for (const std::string& path : guides()) {
+    const std::string guide = read_file(path);
+    for (std::sregex_iterator i(guide.begin(), guide.end(), link); i != std::sregex_iterator(); ++i)
+      EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(path).parent_path() / (*i)[1].str()))
+          << path << ": " << (*i)[1];
+    for (std::sregex_iterator i(guide.begin(), guide.end(), source); i != std::sregex_iterator(); ++i)
+      EXPECT_TRUE(std::filesystem::exists(SOURCE_DIR "/" + (*i)[1].str())) << path << ": " << (*i)[1];
+  }
+}
+
+// A guide that has commands is followed by a test above.
+TEST(guide, has_no_command_that_is_not_run)
+{
+  for (const std::string& path : guides())
+    for (const Block& block : blocks_of(read_file(path))) {
+      EXPECT_THAT(block.kind, ::testing::AnyOf("sh", "text", "mermaid", "cpp", "cmake")) << path;
+      if (block.kind == "sh") {
+        EXPECT_THAT(
+            path, ::testing::AnyOf(::testing::EndsWith("/writing-a-service.md"), ::testing::EndsWith("/operating.md")));
+      }
+    }
+}
+
+// The second column of the troubleshooting table holds records as the manual pages have them.
+TEST(guide, looks_for_records_that_the_manual_knows)
+{
+  const std::string pages = read_file(SOURCE_DIR "/man/starter.8") + read_file(SOURCE_DIR "/man/starter.conf.5");
+  const std::string guide = read_file(SOURCE_DIR "/doc/operating.md");
+
+  unsigned records = 0;
+  const std::regex row(R"(\n\|[^|\n]+\| `((?:[^`\\]|\\.)+)` \|)");
+  const std::string table = guide.substr(guide.find("| Symptom |"));
+  for (std::sregex_iterator i(table.begin(), table.end(), row); i != std::sregex_iterator(); ++i) {
+    const std::string record = std::regex_replace((*i)[1].str(), std::regex(R"(\\\|)"), "|");
+    EXPECT_THAT(pages, ::testing::HasSubstr(".It Sy \"" + record));
+    ++records;
+  }
+  EXPECT_LE(12u, records);
+}
