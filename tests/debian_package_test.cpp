@@ -62,7 +62,10 @@ TEST_F(debian_package, has_what_an_operator_needs_and_nothing_of_the_support_lib
   const std::vector<std::string> files = lines_of(output_of("dpkg-deb --fsys-tarfile " + deb_ + " | tar t"));
 
   for (const char* const file :
-       {"./usr/sbin/starter", "./usr/lib/systemd/system/starter@.service", "./usr/share/man/man8/starter.8.gz",
+       {"./usr/sbin/starter", "./usr/sbin/starter-check", "./usr/share/man/man8/starter-check.8.gz",
+        "./usr/share/bash-completion/completions/starter-check", "./usr/share/doc/starter/operating.md",
+        "./usr/share/doc/starter/examples/timer/timer.cpp", "./usr/share/doc/starter/examples/own_threads.h",
+        "./usr/lib/systemd/system/starter@.service", "./usr/share/man/man8/starter.8.gz",
         "./usr/share/man/man5/starter.conf.5.gz", "./usr/share/bash-completion/completions/starter",
         "./usr/share/zsh/vendor-completions/_starter", "./usr/share/doc/starter/copyright",
         "./usr/share/doc/starter/changelog.gz", "./usr/share/doc/starter/README.md", "./usr/share/doc/starter/NEWS.md",
@@ -103,7 +106,8 @@ TEST_F(debian_package, says_that_no_licence_has_been_chosen)
 TEST_F(debian_package, has_a_stripped_program_that_names_no_place_of_the_build)
 {
   (void)output_of("mkdir " + *dir_ / "data" + " && dpkg-deb --extract " + deb_ + ' ' + *dir_ / "data");
-  EXPECT_EQ("", output_of("nm " + *dir_ / "data/usr/sbin/starter" + " 2>/dev/null"));
+  for (const char* const program : {"starter", "starter-check"})
+    EXPECT_EQ("", output_of("nm " + *dir_ / "data/usr/sbin/" + program + " 2>/dev/null")) << program;
   EXPECT_EQ("", output_of("! grep -rl -e " TESTS_SOURCE_DIR " -e " + dir_->path() + ' ' + *dir_ / "data"));
 }
 
@@ -154,6 +158,8 @@ protected:
     EXPECT_EQ(1u, starter.count("Created 'tp' reactor with 2 threads\n")) << starter.log();
     starter.send(SIGTERM);
     EXPECT_EQ(0, starter.wait_status()) << starter.log();
+
+    (void)in_root("/usr/sbin/starter-check -f /etc/starter/one.d");
   }
 
   const std::string root_ = *dir_ / "root";

@@ -22,10 +22,11 @@ static std::string with_replaced(std::string text, const std::string& old, const
   return text;
 }
 
-// The template at `path`, with the programs of `sbin` and the configuration in `config` instead of the installed ones.
-static std::string unit_template_at(const std::string& path, const std::string& sbin, const std::string& config)
+// The template, with the programs of `sbin` and the configuration in `config` instead of the installed ones.
+static std::string template_with(const std::string& sbin, const std::string& config)
 {
-  return with_replaced(with_replaced(read_file(path), TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR, config);
+  return with_replaced(with_replaced(read_file(TESTS_UNIT_TEMPLATE), TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR,
+                       config);
 }
 
 // ---- What systemd says of the file
@@ -39,7 +40,7 @@ protected:
 
     for (const char* const program : {"starter", "starter-check"}) // only whether they may be run is looked at
       fs::create_symlink(starter_executable(), dir_ / program);
-    dir_.write("starter@one.service", unit_template_at(TESTS_INSTALLED_UNIT_TEMPLATE, dir_.path(), "/etc/starter"));
+    dir_.write("starter@one.service", template_with(dir_.path(), "/etc/starter"));
   }
 
   // What systemd-analyze prints with `arguments` and an instance of the template; "" when it has nothing to say.
@@ -101,12 +102,14 @@ protected:
     dir.write("etc/staller.d/staller.conf",
               with_replaced(with_replaced(staller_directive(), service_library("staller"), "/run/test/libstaller.so"),
                             dir.path(), "/run/test"));
-    dir.write("sbin/starter-check", "#!/bin/sh\necho \"checked: $*.\" >&2\nexit $(cat /run/test/findings)\n");
+    fs::copy_file(TESTS_CHECKER, dir / "sbin/checker");
+    dir.write("sbin/starter-check", "#!/bin/sh\necho \"checked: $*.\" >&2\n"
+                                    "/run/test/sbin/checker \"$@\" >&2 || exit\nexit $(cat /run/test/findings)\n");
     has_findings(false);
     open_to_all(dir / "etc");
     open_to_all(dir / "sbin");
 
-    machine_.add_unit("starter@.service", unit_template_at(TESTS_UNIT_TEMPLATE, "/run/test/sbin", "/run/test/etc"));
+    machine_.add_unit("starter@.service", template_with("/run/test/sbin", "/run/test/etc"));
     machine_.add_unit("starter@staller.service.d/test.conf",
                       "[Service]\n" + test_settings() + without_leak_checker() + settings);
     for (const char* const target : {"sysinit.target", "basic.target", "shutdown.target", "network.target"})
@@ -126,7 +129,7 @@ protected:
                                   path));
   }
 
-  // What the checker of this machine says from now on.
+  // Whether the checker of this machine finds something from now on that the real one does not.
   void has_findings(bool has) const { machine_.dir().write("findings", has ? "1" : "0"); }
 
   void start()
@@ -174,6 +177,8 @@ TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_it_says
   EXPECT_TRUE(wait_for_record("-staller "));
   EXPECT_TRUE(wait_for_record("nofile=4096, "));
   EXPECT_TRUE(wait_until([&] { return threads() == "5"; })) << threads();
+  EXPECT_EQ(0u, log().find(CHECKED)) << log();
+  EXPECT_NE(std::string::npos, show("ExecStartPre").find("status=0")) << show("ExecStartPre");
   EXPECT_EQ(std::string::npos, log().find("Failed")) << log();
 }
 
@@ -247,6 +252,7 @@ TEST_F(unit_template, starts_a_component_in_spite_of_what_the_checker_finds)
 
   EXPECT_EQ("active", show("ActiveState"));
   EXPECT_EQ(0u, log().find(CHECKED)) << "before the program starts, with its arguments";
+  EXPECT_NE(std::string::npos, show("ExecStartPre").find("status=1")) << show("ExecStartPre");
   EXPECT_TRUE(wait_for_record("The staller is there.\n"));
 }
 
