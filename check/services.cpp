@@ -299,10 +299,14 @@ void Checker::check_name(const Placed_Directive& placed)
   if (directive.in_stream && directive.verb != Directive::STATIC)
     return; // a name within the stream
 
+  // Removing what is not there is how a file makes room for a reload: at the first start there is nothing yet.
+  if (directive.verb == Directive::REMOVE) {
+    if (there != services_.end())
+      services_.erase(there);
+    return;
+  }
   if (there == services_.end() && missing_statics_.count(directive.name) != 0)
     add(place, "unknown-service", "there is no service '" + directive.name + "' by then");
-  if (directive.verb == Directive::REMOVE && there != services_.end())
-    services_.erase(there);
 }
 
 bool Checker::check()

@@ -421,7 +421,6 @@ TEST(starter_check, reports_services_that_are_not_there)
 {
   EXPECT_THAT(findings_in("suspend A\n" + directive("A") + "suspend A\nresume A\nremove A\nremove A\nstatic B\n"),
               ElementsAre("1: unknown-service: there is no service 'A' by then",
-                          "6: unknown-service: there is no service 'A' by then",
                           "7: unknown-service: there is no service 'B' by then"));
 }
 
