@@ -2,14 +2,16 @@
 
 #include "scrt/mkdir_p_t.h"
 
+#include <utility>
+
 int mkdir_p(const char* path, unsigned mode, std::function<bool(const char*)> cb)
 {
-  return mkdir_p_t<char>(path, mode, '/', cb);
+  return mkdir_p_t<char>(path, mode, '/', std::move(cb));
 }
 
 int mkdir_p(const wchar_t* path, unsigned mode, std::function<bool(const wchar_t*)> cb)
 {
-  return mkdir_p_t<wchar_t>(path, mode, L'/', cb);
+  return mkdir_p_t<wchar_t>(path, mode, L'/', std::move(cb));
 }
 
 // Walk over `result` as long as there are directories, with the status of the last of them in `*st`. `*last_slash`
