@@ -47,10 +47,18 @@ bool set_env(const char* name, const char* val)
   return g.locked() && set_env_i(name, val);
 }
 
-static bool set_env_list_i(const char* name, const char* first, const char* second)
+// What append_env and prepend_env do once the name has been found good, under one lock from the reading to the writing.
+static bool add_env(const char* name, const char* val, bool in_front)
 {
-  const snprintf_t<4096, char> buf("%s:%s", first, second);
+  const ACE_Write_Guard<ACE_RW_Thread_Mutex> g(g_env_mutex);
+  if (!g.locked())
+    return false;
 
+  const char* const old = ACE_OS::getenv(name);
+  if (!old || !*old)
+    return set_env_i(name, val);
+
+  const snprintf_t<4096, char> buf("%s:%s", in_front ? val : old, in_front ? old : val);
   return set_env_i(name, buf.c_str()); // short of memory, with as much of the text as there was room for
 }
 
@@ -61,12 +69,7 @@ bool append_env(const char* name, const char* val)
     return false;
   }
 
-  const ACE_Write_Guard<ACE_RW_Thread_Mutex> g(g_env_mutex);
-  if (!g.locked())
-    return false;
-
-  const char* const old = ACE_OS::getenv(name);
-  return old && *old ? set_env_list_i(name, old, val) : set_env_i(name, val);
+  return add_env(name, val, false);
 }
 
 bool prepend_env(const char* name, const char* val)
@@ -76,10 +79,5 @@ bool prepend_env(const char* name, const char* val)
     return false;
   }
 
-  const ACE_Write_Guard<ACE_RW_Thread_Mutex> g(g_env_mutex);
-  if (!g.locked())
-    return false;
-
-  const char* const old = ACE_OS::getenv(name);
-  return old && *old ? set_env_list_i(name, val, old) : set_env_i(name, val);
+  return add_env(name, val, true);
 }
