@@ -20,22 +20,52 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 static constexpr std::chrono::seconds PATIENCE(60); // long enough for a loaded machine under a sanitizer
 static constexpr std::chrono::milliseconds POLL_INTERVAL(2);
 
+// Whether every account may read and execute the file.
+static bool is_public(const fs::path& file)
+{
+  const auto lets_in = [](const fs::path& path, fs::perms rights) {
+    return (fs::status(path).permissions() & rights) == rights;
+  };
+
+  for (fs::path dir = file.parent_path(); dir.has_relative_path(); dir = dir.parent_path())
+    if (!lets_in(dir, fs::perms::others_exec))
+      return false;
+  return lets_in(file, fs::perms::others_exec | fs::perms::others_read);
+}
+
+// The file, or a copy of it when it was built where only its owner may go, such as a home directory: processes under
+// test run as other accounts too.
+static std::string make_public(const std::string& file)
+{
+  static const Temp_Dir copies;
+  if (is_public(file))
+    return file;
+
+  const fs::path copy = copies / fs::path(file).filename();
+  if (!fs::exists(copy)) {
+    fs::copy_file(file, copy);
+    fs::permissions(copy, fs::perms::all & ~(fs::perms::group_write | fs::perms::others_write));
+  }
+  return copy;
+}
+
 std::string starter_executable()
 {
   const char* const name = std::getenv("STARTER_EXECUTABLE");
-  return name && *name ? name : STARTER_BUILT_EXECUTABLE;
+  return make_public(name && *name ? name : STARTER_BUILT_EXECUTABLE);
 }
 
 static std::string make_preload(const Start_Options& options)
 {
   std::vector<std::string> libraries = options.preload;
   if (options.probe)
-    libraries.push_back(TESTS_LOG_PROBE);
+    libraries.push_back(make_public(TESTS_LOG_PROBE));
 
   std::string preload;
   for (const std::string& library : libraries)
@@ -248,7 +278,7 @@ std::vector<pid_t> Starter_Process::threads() const
 {
   std::vector<pid_t> tids;
   std::error_code ignored; // an ended process has no threads
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task", ignored))
+  for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid_) + "/task", ignored))
     tids.push_back(static_cast<pid_t>(std::stol(entry.path().filename())));
 
   std::sort(tids.begin(), tids.end(),
@@ -285,7 +315,7 @@ static long waiting_call(pid_t pid)
 bool is_in_event_loop(pid_t pid)
 {
   // One that is started through another program is not ours until that one has given way.
-  const std::string name = std::filesystem::path(starter_executable()).filename();
+  const std::string name = fs::path(starter_executable()).filename();
   if (process_status_field(pid, "Name") != name.substr(0, 15))
     return false;
 
@@ -393,12 +423,12 @@ Start_Options with_fault(const std::string& variable, const std::string& value)
 
 std::string service_library(const std::string& target)
 {
-  return std::string(TESTS_SERVICE_DIR) + "/lib" + target + ".so";
+  return make_public(TESTS_SERVICE_DIR "/lib" + target + ".so");
 }
 
 std::string preload_library(const std::string& target)
 {
-  return std::string(TESTS_PRELOAD_DIR) + "/lib" + target + ".so";
+  return make_public(TESTS_PRELOAD_DIR "/lib" + target + ".so");
 }
 
 std::string dynamic_directive(const std::string& service, const std::string& target, const std::string& factory,
