@@ -1,0 +1,161 @@
+#include "starter/handler_memory.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <set>
+#include <vector>
+
+#include <dlfcn.h>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define NEEDS_OWN_NEW() GTEST_SKIP() << "A sanitizer has new and delete of its own"
+#else
+#define NEEDS_OWN_NEW()
+#endif
+
+// What new gives out: a compiler may leave out pairs of new and delete, but not these calls.
+static void* allocate(std::size_t size)
+{
+  return ::operator new(size);
+}
+
+static void release(void* p)
+{
+  ::operator delete(p);
+}
+
+static void* allocate_in_handler(std::size_t size)
+{
+  const Handler_Memory_Guard guard;
+  return allocate(size);
+}
+
+// Whether the memory is part of the program itself, as the reserve is and the heap is not.
+static bool is_of_reserve(const void* p)
+{
+  Dl_info info;
+  return dladdr(p, &info) != 0;
+}
+
+TEST(handler_memory, comes_from_the_reserve_only_while_a_guard_is_alive)
+{
+  NEEDS_OWN_NEW();
+  void* const in_handler = allocate_in_handler(100);
+  void* const outside = allocate(100);
+
+  EXPECT_TRUE(is_of_reserve(in_handler));
+  EXPECT_FALSE(is_of_reserve(outside));
+
+  release(outside);
+  release(in_handler); // the guard is gone; what it gave goes back all the same
+}
+
+TEST(handler_memory, is_there_for_handlers_that_interrupt_handlers)
+{
+  NEEDS_OWN_NEW();
+  const Handler_Memory_Guard outer;
+  void* const first = allocate(8192);
+  void* const inner = allocate_in_handler(8192);
+  void* const second = allocate(8192); // the inner guard's end has not ended the outer one's
+
+  const std::set<void*> pieces{first, inner, second};
+  EXPECT_EQ(3u, pieces.size());
+  for (void* const piece : {first, inner, second}) {
+    EXPECT_TRUE(is_of_reserve(piece));
+    std::memset(piece, 'x', 8192); // no piece reaches into another one's books
+    release(piece);
+  }
+}
+
+TEST(handler_memory, comes_from_the_heap_when_a_piece_is_too_small)
+{
+  NEEDS_OWN_NEW();
+  void* const p = allocate_in_handler(8193);
+
+  EXPECT_FALSE(is_of_reserve(p));
+  release(p);
+}
+
+TEST(handler_memory, comes_from_the_heap_when_the_reserve_is_used_up_and_from_the_reserve_again)
+{
+  NEEDS_OWN_NEW();
+  void* pieces[64];
+  for (void*& piece : pieces) {
+    piece = allocate_in_handler(1);
+    EXPECT_TRUE(is_of_reserve(piece));
+  }
+
+  void* const one_more = allocate_in_handler(1);
+  EXPECT_FALSE(is_of_reserve(one_more));
+  release(one_more);
+
+  release(pieces[7]);
+  void* const again = allocate_in_handler(1);
+  EXPECT_EQ(pieces[7], again);
+
+  for (void* const piece : pieces)
+    release(piece);
+}
+
+TEST(handler_memory, is_aligned_for_everything)
+{
+  std::vector<void*> pieces;
+  for (int i = 0; i < 3; ++i)
+    pieces.push_back(allocate_in_handler(1));
+
+  for (void* const piece : pieces) {
+    EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(piece) % alignof(std::max_align_t));
+    release(piece);
+  }
+}
+
+// ---- What the standard promises of new and delete
+
+TEST(operator_new, gives_each_object_without_size_an_address_of_its_own)
+{
+  void* const first = allocate(0);
+  void* const second = allocate(0);
+
+  EXPECT_NE(nullptr, first);
+  EXPECT_NE(first, second);
+  release(first);
+  release(second);
+}
+
+TEST(operator_new, throws_when_there_is_no_memory_and_nobody_who_gets_some)
+{
+  NEEDS_OWN_NEW();
+  volatile std::size_t too_much = std::numeric_limits<std::size_t>::max() / 2; // or the compiler objects
+
+  EXPECT_THROW((void)allocate(too_much), std::bad_alloc);
+  EXPECT_EQ(nullptr, ::operator new(too_much, std::nothrow));
+}
+
+static int times_asked;
+
+TEST(operator_new, asks_the_new_handler_until_that_gives_up)
+{
+  NEEDS_OWN_NEW();
+  volatile std::size_t too_much = std::numeric_limits<std::size_t>::max() / 2;
+  times_asked = 0;
+  const std::new_handler previous = std::set_new_handler([] {
+    if (++times_asked == 2)
+      std::set_new_handler(nullptr);
+  });
+
+  EXPECT_THROW((void)allocate(too_much), std::bad_alloc);
+  EXPECT_EQ(2, times_asked);
+
+  std::set_new_handler(previous);
+}
+
+TEST(operator_delete, accepts_null)
+{
+  release(nullptr);
+  ::operator delete(nullptr, std::size_t(1));
+}
