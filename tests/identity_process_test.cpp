@@ -449,6 +449,8 @@ TEST_F(identity_process, reports_a_lookup_without_a_buffer)
     EXPECT_EQ("Created 'select' reactor\n", records[1].text);
     EXPECT_EQ("0", id(starter, "Uid"));
     EXPECT_EQ("0", id(starter, "Gid"));
+    starter.send(SIGTERM);
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
   }
 }
 

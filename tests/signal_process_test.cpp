@@ -190,6 +190,14 @@ TEST(fault, inside_the_allocator_ends_the_process_too)
   }
 }
 
+TEST(fault, while_services_load_needs_no_reactor)
+{
+  Starter_Process starter(with_service({}, "raiser", "_make_Raiser", "init"));
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count(caught_in(SIGSEGV, "starter") + ", the back trace:\n")) << starter.log();
+}
+
 TEST(fault, leaves_through_exit_handlers_and_static_destructors)
 {
   Start_Options options;
@@ -261,6 +269,77 @@ TEST(termination, twice_gives_two_records_and_one_end)
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   EXPECT_EQ(1u, starter.count("Gate is gone.")) << starter.log();
 }
+
+// The handler finds a loop that is done, and has nothing to end.
+TEST(termination, after_a_service_has_ended_the_loop_is_only_logged)
+{
+  for (const Loop& loop : LOOPS) {
+    SCOPED_TRACE(loop.name);
+    Starter_Process starter(with_service(loop.args, "raiser", "_make_Raiser", "fini"));
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    EXPECT_EQ(1u, starter.count("Raiser is gone.")) << starter.log();
+    EXPECT_EQ(1u, starter.count("Signal 15 (Terminated) caught in [starter].")) << starter.log();
+  }
+}
+
+// ---- The hang-up of a single loop
+
+class single_loop : public testing::TestWithParam<Loop>
+{
+protected:
+  // Have a callback raise a hang-up, and wait until the services have been reconfigured and it has ended.
+  static std::string log_of(const std::string& where, const Start_Options& options = {})
+  {
+    const Temp_Dir dir;
+    std::vector<std::string> args = GetParam().args;
+    args.insert(args.end(), {"-f", dir.write("x.conf", dynamic_directive("R", "raiser", "_make_Raiser", where))});
+    Starter_Process starter(args, options);
+    EXPECT_TRUE(starter.wait_for_record("Raiser is gone.")) << starter.log();
+    EXPECT_TRUE(starter.wait_for_record("Callback has ended.")) << starter.log();
+
+    starter.send(SIGTERM);
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    EXPECT_EQ(1u, starter.count("and reconfiguring ...")) << starter.log();
+    return starter.log();
+  }
+};
+
+TEST_P(single_loop, is_reconfigured_between_callbacks)
+{
+  const std::string log = log_of("callback");
+
+  EXPECT_LT(log.find("Callback has ended."), log.find("and reconfiguring ...")) << log;
+}
+
+// Not waiting any longer is what brings a loop that hangs to a reload.
+TEST_P(single_loop, is_reconfigured_in_the_middle_of_a_callback_that_does_not_end)
+{
+  const std::string log = log_of("hold");
+
+  EXPECT_LT(log.find("Raiser is gone."), log.find("Callback has ended.")) << log;
+}
+
+TEST_P(single_loop, is_reconfigured_in_the_middle_of_a_callback_without_a_timer_to_wait_with)
+{
+  for (const char* const call : {"timer_create", "timer_settime"}) {
+    SCOPED_TRACE(call);
+    const std::string log = log_of("callback", with_fault("FAULT_TIMER", call));
+
+    EXPECT_LT(log.find("and reconfiguring ..."), log.find("Callback has ended.")) << log;
+  }
+}
+
+static std::vector<Loop> single_loops()
+{
+  std::vector<Loop> loops;
+  for (const Loop& loop : LOOPS)
+    if (loop.threads == 1)
+      loops.push_back(loop);
+  return loops;
+}
+
+INSTANTIATE_TEST_SUITE_P(hang_up, single_loop, testing::ValuesIn(single_loops()), loop_name);
 
 // ---- The other signals
 

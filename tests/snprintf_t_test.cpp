@@ -423,6 +423,19 @@ TEST(snprintf_t, returns_a_formatting_error_beside_the_text_of_the_same_errno)
   EXPECT_TRUE(buffer.is_in_place());
 }
 
+TEST(snprintf_t, passes_on_whatever_negative_value_the_c_library_gives)
+{
+  Open_Buffer<8> buffer;
+
+  const Failing_Format failing;
+  const int result = set_through_list(buffer, "%d", 1);
+  const int error = errno;
+
+  EXPECT_EQ(-2, result);
+  EXPECT_EQ(EOVERFLOW, error);
+  EXPECT_TRUE(buffer.is_in_place());
+}
+
 TEST(snprintf_t, has_one_owner)
 {
   EXPECT_FALSE((std::is_copy_constructible<snprintf_t<4096, char>>::value));

@@ -160,4 +160,6 @@ TEST(stl_symbols, lends_the_code_to_a_service)
   EXPECT_EQ(1u, starter.count("swapped: 2, 1")) << starter.log();
   EXPECT_EQ(1u, starter.count("less: 1, 0")) << starter.log();
   EXPECT_EQ(1u, starter.count("found in: " + program + ", " + program + '\n')) << starter.log();
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
 }

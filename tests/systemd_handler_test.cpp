@@ -37,6 +37,15 @@ extern "C" void* dlopen(const char* name, int mode) noexcept
   return real(found == redirected.end() ? name : found->second.c_str(), mode);
 }
 
+// A loader that does not tell why. The real one is looked up beforehand: that would take its words away.
+static bool is_wordless;
+static auto* const real_dlerror = reinterpret_cast<char* (*)()>(dlsym(RTLD_NEXT, "dlerror"));
+
+extern "C" char* dlerror() noexcept
+{
+  return is_wordless ? nullptr : real_dlerror();
+}
+
 // ---- The notifier and what surrounds it
 
 class Open_Handler : public Systemd_Handler
@@ -111,6 +120,7 @@ protected:
     use(fake_library());
     redirected.clear();
     asked_for.clear();
+    is_wordless = false;
   }
 
   ~systemd_handler() override { handler_.close(); }
@@ -342,6 +352,16 @@ TEST_F(systemd_handler, fails_when_the_old_name_is_not_found_either)
                                "Unable to load libsystemd-daemon.so.0, /nowhere/old: cannot open shared object file: "
                                "No such file or directory\n"}}),
             records_);
+  expect_closed();
+}
+
+TEST_F(systemd_handler, fails_with_a_record_when_the_loader_gives_no_reason)
+{
+  use("/nowhere/lib");
+  is_wordless = true;
+
+  EXPECT_EQ(-1, open());
+  EXPECT_EQ((std::vector<Row>{{32, -1, "Unable to load /nowhere/lib, \n"}}), records_);
   expect_closed();
 }
 

@@ -12,10 +12,13 @@
 //   FAULT_NGROUPS=N       and about the number of supplementary groups
 //   FAULT_PHYS_PAGES=N    what it tells the program itself about the pages of memory
 //   FAULT_UNAME=1         uname fails with EFAULT
+//   FAULT_TIMER=CALL      timer_create or timer_settime fails with EAGAIN
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <new>
 
 #include <dlfcn.h>
@@ -109,6 +112,26 @@ extern "C" long sysconf(int name) noexcept
     size = setting("FAULT_PHYS_PAGES");
 
   return size ? std::atol(size) : next<decltype(&sysconf)>("sysconf")(name);
+}
+
+static bool fails_timer(const char* call)
+{
+  const char* const chosen = setting("FAULT_TIMER");
+  if (!chosen || std::strcmp(chosen, call) != 0)
+    return false;
+
+  errno = EAGAIN;
+  return true;
+}
+
+extern "C" int timer_create(clockid_t clock, struct sigevent* event, timer_t* timer) noexcept
+{
+  return fails_timer("timer_create") ? -1 : next<decltype(&timer_create)>("timer_create")(clock, event, timer);
+}
+
+extern "C" int timer_settime(timer_t timer, int flags, const itimerspec* value, itimerspec* old) noexcept
+{
+  return fails_timer("timer_settime") ? -1 : next<decltype(&timer_settime)>("timer_settime")(timer, flags, value, old);
 }
 
 extern "C" int uname(struct utsname* uts) noexcept

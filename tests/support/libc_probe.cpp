@@ -9,6 +9,7 @@
 static const std::size_t MAX_ROOMS = 16;
 static thread_local bool watching = false;
 static thread_local bool realloc_fails = false;
+static thread_local bool format_fails = false;
 static thread_local unsigned allocations = 0;
 static thread_local std::size_t formats = 0;
 static thread_local std::size_t rooms[MAX_ROOMS];
@@ -33,6 +34,12 @@ static void count_format(std::size_t room)
 {
   if (watching && formats < MAX_ROOMS)
     rooms[formats++] = room;
+}
+
+static int fail_format()
+{
+  errno = EOVERFLOW;
+  return -2;
 }
 
 // The C library's headers may declare or even define these as inline functions, so ours have names of their own
@@ -80,7 +87,7 @@ int probe_vsnprintf(char* buf, std::size_t size, const char* fmt, va_list ap)
   static int (*hidden)(char*, std::size_t, const char*, va_list) = nullptr;
   find_hidden(hidden, "vsnprintf");
   count_format(size);
-  return hidden(buf, size, fmt, ap);
+  return format_fails ? fail_format() : hidden(buf, size, fmt, ap);
 }
 
 // What calls to vsnprintf are compiled to when they are fortified.
@@ -89,7 +96,7 @@ int probe_vsnprintf_chk(char* buf, std::size_t size, int flag, std::size_t objec
   static int (*hidden)(char*, std::size_t, int, std::size_t, const char*, va_list) = nullptr;
   find_hidden(hidden, "__vsnprintf_chk");
   count_format(size);
-  return hidden(buf, size, flag, object_size, fmt, ap);
+  return format_fails ? fail_format() : hidden(buf, size, flag, object_size, fmt, ap);
 }
 
 void watch_libc()
@@ -113,4 +120,14 @@ Failing_Realloc::Failing_Realloc()
 Failing_Realloc::~Failing_Realloc()
 {
   realloc_fails = false;
+}
+
+Failing_Format::Failing_Format()
+{
+  format_fails = true;
+}
+
+Failing_Format::~Failing_Format()
+{
+  format_fails = false;
 }

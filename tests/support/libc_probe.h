@@ -35,4 +35,15 @@ public:
   Failing_Realloc& operator=(const Failing_Realloc&) = delete;
 };
 
+/// As long as it lives, vsnprintf in this thread fails with -2 and errno EOVERFLOW: any negative value is an error.
+class Failing_Format
+{
+public:
+  Failing_Format();
+  ~Failing_Format();
+
+  Failing_Format(const Failing_Format&) = delete;
+  Failing_Format& operator=(const Failing_Format&) = delete;
+};
+
 #endif // TESTS_SUPPORT_LIBC_PROBE_H
