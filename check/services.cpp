@@ -131,6 +131,7 @@ private:
   void check_factory(const Placed_Directive& placed);
   void check_parameters(const Placed_Directive& placed);
   void check_name(const Placed_Directive& placed);
+  void check_module(const Placed_Directive& placed, const Directive& stream);
 
   Findings& findings_;
   std::set<std::string> files_;
@@ -139,6 +140,7 @@ private:
   std::map<std::string, Library_Result> libraries_;
   std::map<std::string, std::string> missing_statics_; // with the reason
   std::map<std::string, Place> services_;              // that are there by now
+  std::map<std::string, Place> services_before_;       // that were there before the stream at hand
 };
 
 void Checker::add(const Place& place, const char* kind, const std::string& message)
@@ -296,9 +298,6 @@ void Checker::check_name(const Placed_Directive& placed)
     services_[directive.name] = place;
     return;
   }
-  if (directive.in_stream && directive.verb != Directive::STATIC)
-    return; // a name within the stream
-
   // Removing what is not there is how a file makes room for a reload: at the first start there is nothing yet.
   if (directive.verb == Directive::REMOVE) {
     if (there != services_.end())
@@ -309,16 +308,42 @@ void Checker::check_name(const Placed_Directive& placed)
     add(place, "unknown-service", "there is no service '" + directive.name + "' by then");
 }
 
+// Within the braces of a stream the framework acts on these as it reads them, before it makes the stream, and follows
+// null pointers where something is missing.
+void Checker::check_module(const Placed_Directive& placed, const Directive& stream)
+{
+  const Directive& directive = placed.directive;
+  const bool has_stream = services_before_.count(stream.name) != 0;
+  const std::string ends = "the host ends here, with a record of a fault: ";
+
+  if (directive.verb == Directive::STATIC && (!has_stream || services_before_.count(directive.name) == 0))
+    add(placed.place, "fatal-directive", ends + '\'' + directive.name + "' is no module of a stream that is there");
+  else if (directive.verb == Directive::REMOVE && !has_stream)
+    add(placed.place, "fatal-directive", ends + "there is no stream '" + stream.name + "' before it");
+}
+
 bool Checker::check()
 {
   if (!probe_libraries() || !probe_statics())
     return false;
 
-  for (const Placed_Directive& placed : directives_) {
-    if (placed.directive.verb == Directive::DYNAMIC)
+  const Directive* stream = nullptr;
+  for (std::size_t i = 0; i < directives_.size(); ++i) {
+    const Placed_Directive& placed = directives_[i];
+    const Directive& directive = placed.directive;
+    const bool has_modules = i + 1 < directives_.size() && directives_[i + 1].directive.in_stream;
+    if (has_modules && !directive.in_stream) {
+      stream = &directive;
+      services_before_ = services_;
+    }
+
+    if (directive.verb == Directive::DYNAMIC)
       check_factory(placed);
     check_parameters(placed);
-    check_name(placed);
+    if (directive.verb == Directive::DYNAMIC || !directive.in_stream)
+      check_name(placed);
+    else
+      check_module(placed, *stream);
   }
   return true;
 }

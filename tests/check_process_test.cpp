@@ -424,6 +424,36 @@ TEST(starter_check, reports_services_that_are_not_there)
                           "7: unknown-service: there is no service 'B' by then"));
 }
 
+// Each line is a file of its own: the host is started with it, and what it does is what the checker says.
+TEST(starter_check, reports_modules_of_streams_at_which_the_host_ends)
+{
+  const std::string stream =
+      "stream dynamic S STREAM * " TESTS_BUILT_EXAMPLES_DIR
+      "/libstream.so:_make_Pipeline() { dynamic M Module * " TESTS_BUILT_EXAMPLES_DIR "/libstream.so:_make_Printer() ";
+  const std::string no_stream = "1: unknown-service: there is no service 'S' by then";
+  const std::string ends = "fatal-directive: the host ends here, with a record of a fault: ";
+  const std::tuple<std::string, std::vector<std::string>, bool> cases[] = {
+      {"stream S { remove M }", {no_stream, "1: " + ends + "there is no stream 'S' before it"}, true},
+      {"stream S { static M }", {no_stream, "1: " + ends + "'M' is no module of a stream that is there"}, true},
+      {"stream S { suspend M }", {no_stream}, false},
+      {stream + "remove M }", {"1: " + ends + "there is no stream 'S' before it"}, true},
+      {stream + "static M }", {"1: " + ends + "'M' is no module of a stream that is there"}, true},
+      {stream + "}\nstream S { remove M }", {}, false},
+      {stream + "}\nstream S { remove N }", {}, false},
+      {stream + "}\nstream S { static M }", {}, false},
+      {stream + "}\nstream S { static N }", {"2: " + ends + "'N' is no module of a stream that is there"}, true}};
+
+  for (const auto& [text, findings, is_fatal] : cases) {
+    SCOPED_TRACE(text);
+    EXPECT_THAT(findings_in(text + '\n'), testing::ElementsAreArray(findings));
+
+    Temp_Dir dir;
+    Starter_Process starter({"-f", dir.write("x.conf", text + '\n')});
+    EXPECT_EQ(!is_fatal, starter.wait_for_record("is started.")) << starter.log();
+    EXPECT_EQ(is_fatal ? 1u : 0u, starter.count("the back trace:")) << starter.log();
+  }
+}
+
 TEST(starter_check, reports_variables_of_parameters_that_are_not_set)
 {
   EXPECT_THAT(findings_in(directive("A", "check_plain", "-p $NOT_SET_HERE 'a ${HOME}'")),
@@ -485,9 +515,9 @@ TEST(starter_check, has_a_manual_page_that_names_each_kind)
 {
   const std::string page = read_file(TESTS_MANUAL_PAGE);
   for (const char* const kind :
-       {"altered-value", "bad-signal", "duplicate-service", "ignored-argument", "library-not-loaded", "missing-factory",
-        "missing-value", "read-twice", "repeated-file", "syntax-error", "thread-count", "unknown-group", "unknown-user",
-        "unknown-reactor", "unknown-service", "unreadable-file", "variable-not-set"})
+       {"altered-value", "bad-signal", "duplicate-service", "fatal-directive", "ignored-argument", "library-not-loaded",
+        "missing-factory", "missing-value", "read-twice", "repeated-file", "syntax-error", "thread-count",
+        "unknown-group", "unknown-user", "unknown-reactor", "unknown-service", "unreadable-file", "variable-not-set"})
     EXPECT_THAT(page, HasSubstr(kind));
 
   EXPECT_EQ(0, std::system(("mandoc -T lint -W warning " TESTS_MANUAL_PAGE)));
