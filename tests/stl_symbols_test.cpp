@@ -100,7 +100,7 @@ TEST(stl_symbols, exports_nothing_but_code_of_the_libraries)
                                     "operator (new|delete)(\\[\\])?\\(.*|decltype \\(.*\\b(std|__gnu_cxx)::.*");
   static const std::regex of_the_tools(
       "_IO_stdin_used|__bss_start|__data_start|data_start|_edata|_end|_start|_init|_fini|"
-      "__start_.*|__stop_.*|__odr_asan.*|__[a-z]+san_.*|\\w*gcov\\w*");
+      "__start_.*|__stop_.*|__odr_asan.*|__[a-z]+san_.*|\\w*gcov\\w*|mangle_path");
   static const std::regex copied_data(".*@.*"); // of a library with versions, such as stderr
   static const std::regex for_c_programs("enable_fd_cloexec|o_cloexec_enabled");
 
