@@ -1,15 +1,23 @@
 #include "tests/support/loops.h"
+#include "tests/support/requirements.h"
+#include "tests/support/syscall_trace.h"
+#include "tests/support/wait_until.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <sstream>
 #include <tuple>
+#include <utility>
 
 #include <signal.h>
 
 namespace
 {
+using Texts = std::vector<std::string>;
+
 // A signal of the C library's own is in the set when the process has ended a thread before.
 std::vector<int> signals(const Starter_Process& starter, const std::string& field)
 {
@@ -252,6 +260,73 @@ TEST(termination, in_the_middle_of_the_making_of_the_default_reactor_is_not_lost
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   EXPECT_EQ(1u, starter.count("Signal 15 (Terminated) caught in [starter].")) << starter.log();
+}
+
+// One of the system calls of a process: its name, and how many of that name there have been with it.
+using Numbered_Call = std::pair<std::string, unsigned>;
+
+// Those of the main thread between the last disposition and the last record of the start-up.
+static std::vector<Numbered_Call> start_up_calls(const std::vector<std::string>& args)
+{
+  const Temp_Dir dir;
+  Start_Options options;
+  options.wrapper = {"strace", "-D", "-s", "200", "-o", dir / "trace"};
+  make_traceable(options);
+  Starter_Process starter(args, options);
+  EXPECT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_TRUE(wait_until([&] { return read_file(dir / "trace").find("+++ exited") != std::string::npos; }));
+
+  std::vector<Numbered_Call> result;
+  std::map<std::string, unsigned> counts;
+  std::istringstream trace(read_file(dir / "trace"));
+  bool has_dispositions = false;
+  for (std::string call; std::getline(trace, call) && call.find("is started.") == std::string::npos;) {
+    const std::string name = call.substr(0, call.find('('));
+    const unsigned count = ++counts[name];
+    if (has_dispositions)
+      result.emplace_back(name, count);
+    has_dispositions = has_dispositions || call.find("rt_sigaction(SIGURG, {sa_handler=SIG_IGN") == 0;
+  }
+  return result;
+}
+
+// Send the signal together with that call. False when the process did not make it this time.
+static bool serves_signal_with(const Numbered_Call& call, int signo, const std::vector<std::string>& args)
+{
+  const auto& [name, count] = call;
+  const std::string signal = ":signal=" + std::to_string(signo) + ":when=" + std::to_string(count);
+  Start_Options options;
+  options.wrapper = {"strace", "-D", "-o", "/dev/null", "-e", "trace=" + name, "-e", "inject=" + name + signal};
+  make_traceable(options);
+
+  Starter_Process starter(args, options);
+  if (starter.wait_for_record("is started.") && starter.count("caught in") == 0)
+    return false;
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("caught in [starter]")) << starter.log();
+  return true;
+}
+
+TEST(start_up, loses_no_signal_that_comes_with_one_of_its_system_calls)
+{
+  NEEDS(can_trace(), "strace and the right to trace processes");
+
+  for (const std::vector<std::string>& args : {Texts{}, Texts{"--reactor", "tp", "--threads", "4"}}) {
+    const std::vector<Numbered_Call> calls = start_up_calls(args);
+    std::size_t served = 0;
+    for (const int signo : {SIGTERM, SIGSEGV})
+      for (const Numbered_Call& call : calls) {
+        SCOPED_TRACE(testing::Message() << sigabbrev_np(signo) << " with the call " << call.first << ' '
+                                        << call.second);
+        served += serves_signal_with(call, signo, args);
+      }
+
+    EXPECT_LT(20u, calls.size());
+    EXPECT_LT(calls.size(), served); // of twice as many
+  }
 }
 
 TEST(termination, twice_gives_two_records_and_one_end)

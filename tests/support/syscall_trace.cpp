@@ -7,15 +7,18 @@
 #include <sstream>
 #include <stdexcept>
 
+void make_traceable(Start_Options& options)
+{
+  const char* const asan = std::getenv("ASAN_OPTIONS");
+  options.env["ASAN_OPTIONS"] = (asan ? std::string(asan) + ':' : "") + "detect_leaks=0";
+}
+
 void Syscall_Trace::apply_to(Start_Options& options) const
 {
   // The tracer is the descendant, or it would have the process id that signals are sent to.
   const std::vector<std::string> tracer{"strace", "-D", "-f", "-o", file(), "-e", "trace=" + names_};
   options.wrapper.insert(options.wrapper.end(), tracer.begin(), tracer.end());
-
-  // The leak checker traces too, and a process has one tracer.
-  const char* const asan = std::getenv("ASAN_OPTIONS");
-  options.env["ASAN_OPTIONS"] = (asan ? std::string(asan) + ':' : "") + "detect_leaks=0";
+  make_traceable(options);
 }
 
 // The lines of the process or thread `pid`, without its id and the blanks behind it.

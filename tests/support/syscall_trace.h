@@ -8,6 +8,9 @@
 
 #include <sys/types.h>
 
+/// Let a process that is built with the leak checker be traced: that one traces too, and a process has one tracer.
+void make_traceable(Start_Options& options);
+
 /// The system calls of a process under test and of those that descend from it, written down by strace.
 class Syscall_Trace
 {
