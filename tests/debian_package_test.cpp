@@ -14,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,7 @@ protected:
     dir_ = std::make_unique<Temp_Dir>();
     (void)output_of("umask 022 && " TESTS_CPACK " --config " TESTS_CPACK_CONFIG " -B " + *dir_ / "package");
     deb_ = lines_of(output_of("ls " + *dir_ / "package/*.deb")).at(0);
+    (void)output_of("dpkg-deb --extract " + deb_ + ' ' + *dir_ / "data");
   }
 
   static void TearDownTestSuite() { dir_.reset(); }
@@ -63,12 +65,12 @@ TEST_F(debian_package, has_what_an_operator_needs_and_nothing_of_the_support_lib
 
   for (const char* const file :
        {"./usr/sbin/starter", "./usr/sbin/starter-check", "./usr/share/man/man8/starter-check.8.gz",
-        "./usr/share/bash-completion/completions/starter-check", "./usr/share/doc/starter/operating.md",
+        "./usr/share/bash-completion/completions/starter-check", "./usr/share/doc/starter/doc/operating.md",
         "./usr/share/doc/starter/examples/timer/timer.cpp", "./usr/share/doc/starter/examples/own_threads.h",
         "./usr/lib/systemd/system/starter@.service", "./usr/share/man/man8/starter.8.gz",
         "./usr/share/man/man5/starter.conf.5.gz", "./usr/share/bash-completion/completions/starter",
         "./usr/share/zsh/vendor-completions/_starter", "./usr/share/doc/starter/copyright",
-        "./usr/share/doc/starter/changelog.gz", "./usr/share/doc/starter/README.md", "./usr/share/doc/starter/NEWS.md",
+        "./usr/share/doc/starter/changelog.gz", "./usr/share/doc/starter/NEWS.md",
         "./usr/share/doc/starter/examples/echo/conf.d/echo.conf"})
     EXPECT_THAT(files, Contains(file));
   for (const std::string& file : files) {
@@ -103,9 +105,23 @@ TEST_F(debian_package, says_that_no_licence_has_been_chosen)
   EXPECT_NE(std::string::npos, copyright.find("The owner has not chosen a licence.")) << copyright;
 }
 
+TEST_F(debian_package, has_guides_whose_links_lead_somewhere)
+{
+  const std::regex link(R"(\]\(([^)#:]+)\))");
+
+  unsigned links = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(*dir_ / "data/usr/share/doc/starter")) {
+    if (entry.path().extension() != ".md")
+      continue;
+    const std::string text = read_file(entry.path());
+    for (std::sregex_iterator i(text.begin(), text.end(), link); i != std::sregex_iterator(); ++i, ++links)
+      EXPECT_TRUE(fs::exists(entry.path().parent_path() / (*i)[1].str())) << entry.path() << ": " << (*i)[1];
+  }
+  EXPECT_LT(0u, links);
+}
+
 TEST_F(debian_package, has_a_stripped_program_that_names_no_place_of_the_build)
 {
-  (void)output_of("mkdir " + *dir_ / "data" + " && dpkg-deb --extract " + deb_ + ' ' + *dir_ / "data");
   for (const char* const program : {"starter", "starter-check"})
     EXPECT_EQ("", output_of("nm " + *dir_ / "data/usr/sbin/" + program + " 2>/dev/null")) << program;
   EXPECT_EQ("", output_of("! grep -rl -e " TESTS_SOURCE_DIR " -e " + dir_->path() + ' ' + *dir_ / "data"));
