@@ -244,6 +244,33 @@ TEST_F(unit_template, reloads_a_component)
   EXPECT_EQ(pid_, show("MainPID"));
 }
 
+// ---- The package's scripts, with components that run
+
+TEST_F(unit_template, goes_on_when_the_package_is_upgraded)
+{
+  boot();
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  for (const char* const step : {"prerm upgrade 9", "postrm upgrade 9", "postinst configure 0"})
+    EXPECT_TRUE(machine_.succeeds(std::string("sh " TESTS_MAINTAINER_SCRIPTS "/") + step)) << step;
+
+  EXPECT_EQ("active", show("ActiveState"));
+  EXPECT_EQ(pid_, show("MainPID"));
+}
+
+TEST_F(unit_template, is_stopped_in_order_before_the_package_is_removed)
+{
+  boot();
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  // Without the policy of this machine, which may forbid to stop anything.
+  EXPECT_TRUE(machine_.succeeds("DPKG_ROOT=/nowhere sh " TESTS_MAINTAINER_SCRIPTS "/prerm remove"));
+
+  EXPECT_EQ("inactive", show("ActiveState"));
+  EXPECT_TRUE(wait_for_record("Signal 15 (Terminated) caught in [starter].\nThe staller is gone.\n"));
+  EXPECT_TRUE(machine_.succeeds("sh " TESTS_MAINTAINER_SCRIPTS "/postrm remove"));
+}
+
 TEST_F(unit_template, starts_a_component_in_spite_of_what_the_checker_finds)
 {
   boot();
