@@ -5,20 +5,25 @@
 #include "check/svc_conf_parser.h"
 #include "starter/open_service_config.h"
 #include "starter/options.h"
+#include "starter/starter.h"
 
 #include <ace/ACE.h>
 #include <ace/Service_Gestalt.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <set>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
+
+namespace fs = std::filesystem;
 
 namespace
 {
@@ -107,6 +112,32 @@ bool read_file(const std::string& path, std::string& content)
   close(fd);
   errno = error;
   return n == 0;
+}
+
+// What the host passes over in a directory without a word.
+void check_directory(const std::string& path, Findings& findings)
+{
+  std::set<std::string> files;
+  if (!find_service_configs(path.c_str(), files))
+    return; // it is a file, or nothing at all
+  if (files.empty())
+    findings.push_back({"empty-directory", path, 0, "no regular file in it has a name that ends in .conf"});
+
+  std::set<std::string> others;
+  std::error_code ignored; // it has just been read
+  for (const fs::directory_entry& entry : fs::directory_iterator(path, ignored))
+    if (is_file_extension(entry.path().c_str(), "conf") && !is_regular_file(entry.path().c_str()))
+      others.insert(entry.path());
+  for (const std::string& other : others)
+    findings.push_back({"unreadable-file", other, 0, "is passed over: it is no regular file, and leads to none"});
+}
+
+void check_directories(int argc, char** argv, Findings& findings)
+{
+  Service_Config_Get_Opt opt(argc, argv, true);
+  for (int c; (c = opt()) != -1;)
+    if (c == 'f')
+      check_directory(opt.opt_arg(), findings);
 }
 
 class Checker
@@ -353,6 +384,7 @@ bool check_services(int argc, char** argv, Findings& findings)
 {
   if (parse_options(argc, argv).background && chdir("/") != 0)
     return false;
+  check_directories(argc, argv, findings);
 
   return open_service_config(argc, argv, true, [&findings](int args_count, char** args) {
     if (goes_to_background(args_count, args) && chdir("/") != 0)

@@ -313,6 +313,22 @@ TEST(starter_check, reads_the_default_file_when_there_is_one)
   EXPECT_EQ("", check(dir, {"-f", "x.conf"}).out);
 }
 
+TEST(starter_check, reports_what_is_passed_over_in_a_directory)
+{
+  Temp_Dir dir;
+  dir.write("d/a.conf", "# nothing\n");
+  dir.write("d/c.txt", "dynamic\n");
+  dir.write("d/d.conf/e.conf", "dynamic\n");
+  std::filesystem::create_symlink("nowhere", dir / "d/b.conf");
+  std::filesystem::create_directory(dir / "empty");
+
+  const std::string passed_over = ": unreadable-file: is passed over: it is no regular file, and leads to none";
+  EXPECT_THAT(lines(check(dir, {"-f", "empty", "-f", "d"}).out),
+              ElementsAre("empty: empty-directory: no regular file in it has a name that ends in .conf",
+                          "d/b.conf" + passed_over, "d/d.conf" + passed_over));
+  EXPECT_THAT(lines(check(dir, {"-f", "d/"}).out), ElementsAre("d/b.conf" + passed_over, "d/d.conf" + passed_over));
+}
+
 TEST(starter_check, reads_the_files_of_a_directory_in_order)
 {
   const Temp_Dir dir;
@@ -515,9 +531,10 @@ TEST(starter_check, has_a_manual_page_that_names_each_kind)
 {
   const std::string page = read_file(TESTS_MANUAL_PAGE);
   for (const char* const kind :
-       {"altered-value", "bad-signal", "duplicate-service", "fatal-directive", "ignored-argument", "library-not-loaded",
-        "missing-factory", "missing-value", "read-twice", "repeated-file", "syntax-error", "thread-count",
-        "unknown-group", "unknown-user", "unknown-reactor", "unknown-service", "unreadable-file", "variable-not-set"})
+       {"altered-value", "bad-signal", "duplicate-service", "empty-directory", "fatal-directive", "ignored-argument",
+        "library-not-loaded", "missing-factory", "missing-value", "read-twice", "repeated-file", "syntax-error",
+        "thread-count", "unknown-group", "unknown-user", "unknown-reactor", "unknown-service", "unreadable-file",
+        "variable-not-set"})
     EXPECT_THAT(page, HasSubstr(kind));
 
   EXPECT_EQ(0, std::system(("mandoc -T lint -W warning " TESTS_MANUAL_PAGE)));
