@@ -53,6 +53,7 @@ template <>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -310,11 +311,13 @@ enum Host_Phase { NOT_STARTED, SINGLE, POOL };
 static std::atomic<Host_Phase> host_phase{NOT_STARTED};
 static pthread_t main_thread; // set before the phase
 
-// The fault that ends the process: its thread, 0 while there is none, what it was, and whether that has been logged.
+// The fault that ends the process: its thread, 0 while there is none, what it was, whether that has been logged, and
+// how often that has been tried without a back trace.
 static std::atomic<pid_t> faulting_thread;
 static int fault_signo;
 static char fault_thread_name[THREAD_NAME_SIZE];
 static std::atomic<bool> fault_logged;
+static std::atomic<int> short_records;
 
 static void get_thread_name(char (&thread_name)[THREAD_NAME_SIZE])
 {
@@ -375,6 +378,16 @@ static void sig_terminate(int signo)
   }
 }
 
+// The record without the framework: its lock may be held by a thread that hangs, one that faulted while it was being
+// made and got a log of its own. Nothing here takes a lock or memory.
+static void write_fault()
+{
+  char text[128];
+  const int len = std::snprintf(text, sizeof text, "Signal %d (%s) caught in [%s], the back trace:\n.\n", fault_signo,
+                                sigdescr_np(fault_signo), fault_thread_name);
+  (void)!::write(STDERR_FILENO, text, static_cast<std::size_t>(len)); // nothing is left to be done about it
+}
+
 // The first fault of the process writes the record and leaves; this is where every later one ends. It waits for that,
 // unless it shows that the first one cannot get on: it is on the same thread, or it is the alarm.
 [[noreturn]] static void give_up_fault(int signo)
@@ -384,11 +397,14 @@ static void sig_terminate(int signo)
       pause();
 
   // Most likely the fault is the allocator's, and the back trace, which allocates, waits for its lock.
-  if (!fault_logged.exchange(true)) {
+  const int tried = fault_logged ? 2 : short_records++;
+  if (tried == 0) {
     (void)alarm(1); // should this record hang too
     LOG_RECORD(LM_ALERT, "Signal %d (%s) caught in [%s], the back trace:\n.\n", fault_signo, strsignal(fault_signo),
                fault_thread_name);
-  }
+    fault_logged = true;
+  } else if (tried == 1)
+    write_fault();
   _exit(0);
 }
 

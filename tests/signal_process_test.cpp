@@ -206,6 +206,15 @@ TEST(fault, while_services_load_needs_no_reactor)
   EXPECT_EQ(1u, starter.count(caught_in(SIGSEGV, "starter") + ", the back trace:\n")) << starter.log();
 }
 
+// The back trace waits for the allocator, and the record without it for the log.
+TEST(fault, inside_the_allocator_and_the_log_has_its_record_too)
+{
+  Starter_Process starter(with_service({"--reactor", "tp", "--threads", "4"}, "crash", "_make_Crash", "log"));
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n")) << starter.log();
+}
+
 TEST(fault, leaves_through_exit_handlers_and_static_destructors)
 {
   Start_Options options;

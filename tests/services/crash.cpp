@@ -1,5 +1,6 @@
 // A service that faults in a loop thread, a moment after it was loaded, in the way its argument names.
 
+#include <ace/Log_Msg.h>
 #include <ace/OS_NS_string.h>
 #include <ace/Reactor.h>
 #include <ace/Service_Object.h>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <string>
 
+#include <malloc.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -37,19 +39,17 @@ extern "C" __attribute__((visibility("default"), optimize(0))) void crash_here(c
     ::raise(SIGALRM);
   else if (ACE_OS::strcmp(how, "cpu") == 0)
     ::raise(SIGXCPU);
-  else if (ACE_OS::strcmp(how, "heap") == 0) {
-    // The C library notices in the middle of the allocator, with its lock held, and aborts.
-    char* const first = static_cast<char*>(std::malloc(2000));
-    void* const second = std::malloc(2000);
-    void* const third = std::malloc(2000);
-    const volatile std::size_t too_much = 2000 + 64; // or the compiler sees through it
-    std::memset(first, 'x', too_much);
-    std::free(third);
-    std::free(second);
-    std::free(first);
-    for (std::size_t size = 1500; size < 1500000; size += 1000)
-      if (!std::malloc(size))
-        return;
+  else if (ACE_OS::strcmp(how, "log") == 0) {
+    ACE_Log_Msg::instance()->acquire(); // as a thread does while it gets a log of its own
+    crash_here("heap");
+  } else if (ACE_OS::strcmp(how, "heap") == 0) {
+    // The free rest of the heap follows the youngest large block. Its size is overwritten, which the C library notices
+    // when it cuts the next one off, with the allocator's lock held, and aborts.
+    char* const block = static_cast<char*>(std::malloc(100000));
+    const std::size_t size = ::malloc_usable_size(block);
+    std::memset(block + size, 0xff, sizeof(std::size_t));
+    void* volatile next = std::malloc(100000);
+    std::free(next);
   }
 }
 
