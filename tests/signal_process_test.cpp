@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <sstream>
@@ -424,6 +425,40 @@ static std::vector<Loop> single_loops()
 }
 
 INSTANTIATE_TEST_SUITE_P(hang_up, single_loop, testing::ValuesIn(single_loops()), loop_name);
+
+// ---- The hang-up of a pool
+
+// Kept: the main thread is at its reload and holds the second signal back, so that a loop thread takes it. That one
+// passes it on, and ends where the reactor's wait does not survive a signal; whoever sends hang-ups waits for one to be
+// served.
+TEST(hang_up, during_a_reload_is_served_after_it_and_costs_a_thread_but_of_tp)
+{
+  const std::pair<const char*, std::size_t> cases[] = {{"tp", 5}, {"dev_poll", 4}};
+
+  for (const auto& [kind, threads] : cases) {
+    SCOPED_TRACE(kind);
+    const Temp_Dir dir;
+    const std::string open = dir.write("open", "");
+    const std::string conf = dir.write("x.conf", dynamic_directive("G", "gate", "_make_Gate", open));
+    Starter_Process starter({"--reactor", kind, "--threads", "4", "-f", conf});
+    ASSERT_TRUE(starter.wait_for_threads(5)) << starter.log();
+    ASSERT_TRUE(starter.wait_until_idle());
+
+    ASSERT_EQ(0, std::remove(open.c_str()));
+    starter.send(SIGHUP);
+    ASSERT_TRUE(starter.wait_for_record("Gate is closed.", 2)) << starter.log();
+    starter.send(SIGHUP);
+    EXPECT_TRUE(starter.wait_for_threads(static_cast<unsigned>(threads))) << starter.threads().size();
+    EXPECT_EQ(1u, starter.count("and reconfiguring ...")) << starter.log();
+    dir.write("open", "");
+
+    EXPECT_TRUE(starter.wait_for_record("Gate is open", 3)) << starter.log();
+    EXPECT_EQ(2u, starter.count("and reconfiguring ...")) << starter.log();
+    EXPECT_EQ(threads, starter.threads().size());
+    starter.send(SIGTERM);
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  }
+}
 
 // ---- The other signals
 

@@ -106,6 +106,7 @@ TEST_P(signal_stress, goes_on_after_a_hang_up_at_any_moment)
 
   for (int i = 0; i < count_; ++i) {
     SCOPED_TRACE(i);
+    ASSERT_TRUE(loop.threads == 1 || starter.wait_for_event_loop()); // during a reload it may cost a thread
     starter.send(SIGHUP);
     ASSERT_TRUE(starter.wait_for_record("and reconfiguring ...", static_cast<unsigned>(i) + 1)) << starter.log();
     pass_time(up_to(1000));
@@ -132,6 +133,7 @@ TEST_P(signal_stress, reloads_services_at_work_on_a_hang_up)
 
   for (int i = 0; i < count_; ++i) {
     SCOPED_TRACE(i);
+    ASSERT_TRUE(loop.threads == 1 || starter.wait_for_event_loop());
     starter.send(SIGHUP);
     ASSERT_TRUE(starter.wait_for_record("talker init.", static_cast<unsigned>(i) + 2)) << starter.log();
     pass_time(up_to(1000));
