@@ -378,8 +378,8 @@ static void sig_terminate(int signo)
   }
 }
 
-// The record without the framework: its lock may be held by a thread that hangs, one that faulted while it was being
-// made and got a log of its own. Nothing here takes a lock or memory.
+// The record without the framework: the thread that hangs may hold the lock of the log, as one does that faulted while
+// it was being made and got a log of its own. Nothing here takes a lock or memory.
 static void write_fault()
 {
   char text[128];
@@ -398,12 +398,12 @@ static void write_fault()
 
   // Most likely the fault is the allocator's, and the back trace, which allocates, waits for its lock.
   const int tried = fault_logged ? 2 : short_records++;
-  if (tried == 0) {
+  if (tried == 0 && faulting_thread == gettid()) {
     (void)alarm(1); // should this record hang too
     LOG_RECORD(LM_ALERT, "Signal %d (%s) caught in [%s], the back trace:\n.\n", fault_signo, strsignal(fault_signo),
                fault_thread_name);
     fault_logged = true;
-  } else if (tried == 1)
+  } else if (tried < 2)
     write_fault();
   _exit(0);
 }

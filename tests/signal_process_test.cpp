@@ -207,6 +207,19 @@ TEST(fault, while_services_load_needs_no_reactor)
   EXPECT_EQ(1u, starter.count(caught_in(SIGSEGV, "starter") + ", the back trace:\n")) << starter.log();
 }
 
+// With a thread beside it the main thread waits for the allocator, too, and is interrupted there by the alarm.
+TEST(fault, inside_the_allocator_is_logged_by_a_single_loop_itself)
+{
+  std::vector<std::string> args = with_service({"--reactor", "select"}, "named", "_make_Named", "beside");
+  Starter_Process starter(with_service(args, "crash", "_make_Crash", "heap"), probed());
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  const std::vector<Record> found = records_with(starter, "the back trace:");
+  ASSERT_EQ(1u, found.size()) << starter.log();
+  EXPECT_EQ(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n", found[0].text);
+  EXPECT_EQ(512, found[0].priority);
+}
+
 // The back trace waits for the allocator, and the record without it for the log.
 TEST(fault, inside_the_allocator_and_the_log_has_its_record_too)
 {
