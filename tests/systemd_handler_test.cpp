@@ -38,12 +38,23 @@ extern "C" void* dlopen(const char* name, int mode) noexcept
 }
 
 // A loader that does not tell why. The real one is looked up beforehand: that would take its words away.
+using dlerror_t = char* (*)();
 static bool is_wordless;
-static auto* const real_dlerror = reinterpret_cast<char* (*)()>(dlsym(RTLD_NEXT, "dlerror"));
+
+static dlerror_t find_dlerror()
+{
+  return reinterpret_cast<dlerror_t>(dlsym(RTLD_NEXT, "dlerror"));
+}
+
+static dlerror_t real_dlerror = find_dlerror();
 
 extern "C" char* dlerror() noexcept
 {
-  return is_wordless ? nullptr : real_dlerror();
+  if (is_wordless)
+    return nullptr;
+  if (!real_dlerror)
+    real_dlerror = find_dlerror(); // a sanitizer asks before anything is initialised
+  return real_dlerror();
 }
 
 // ---- The notifier and what surrounds it
