@@ -34,13 +34,17 @@ struct Faults
   bool no_zero = false;
   bool open_ignores_o_cloexec = false;
   bool fopen_ignores_e = false;
-  bool fdopen_honours_e = false; // which is no fault, but not what glibc does
+  bool fdopen_honours_e = false;      // which is no fault, but not what glibc does
+  bool fdopen_takes_any_mode = false; // one to write for a descriptor to read from
   bool fdopen_fails = false;
   bool popen_ignores_e = false;
   bool popen_fails = false;
   bool getfd_fails = false;
   bool setfd_fails = false;
+  bool has_more_flags = false; // a descriptor has another flag than FD_CLOEXEC
 };
+
+static constexpr int OTHER_FLAG = 2; // Linux has none
 
 // The calls of the C library below are made before main too, when the code is loaded: all of this is initialised
 // statically.
@@ -142,7 +146,7 @@ FILE* next_fdopen(int fd, const char* mode)
     errno = EMFILE;
     return nullptr;
   }
-  FILE* const fp = next<FILE* (*)(int, const char*)>("fdopen")(fd, mode);
+  FILE* const fp = next<FILE* (*)(int, const char*)>("fdopen")(fd, faults.fdopen_takes_any_mode ? "r" : mode);
   if (fp && faults.fdopen_honours_e && std::strchr(mode, 'e'))
     next<int (*)(int, int, ...)>("fcntl64")(fd, F_SETFD, FD_CLOEXEC);
   return fp;
@@ -198,7 +202,8 @@ int next_fcntl(int fd, int command, ...)
     errno = EMFILE;
     return -1;
   }
-  return next<int (*)(int, int, ...)>("fcntl64")(fd, command, arg);
+  const int result = next<int (*)(int, int, ...)>("fcntl64")(fd, command, arg);
+  return command == F_GETFD && result != -1 && faults.has_more_flags ? result | OTHER_FLAG : result;
 }
 }
 
@@ -387,6 +392,8 @@ TEST_F(compat_open, decides_about_fopen_and_freopen_by_one_probe)
   nothing.no_zero = true;
   Faults ignored;
   ignored.fopen_ignores_e = true;
+  Faults zero_ignored = ignored;
+  zero_ignored.no_null = true;
   Faults no_flags;
   no_flags.getfd_fails = true;
 
@@ -397,6 +404,7 @@ TEST_F(compat_open, decides_about_fopen_and_freopen_by_one_probe)
       {"no /dev/null", no_null, true, {null, zero, "getfd", "fclose"}},
       {"neither", nothing, false, {null, zero}},
       {"ignored", ignored, false, {null, "getfd", "fclose"}},
+      {"ignored for /dev/zero", zero_ignored, false, {null, zero, "getfd", "fclose"}},
       {"flags unreadable", no_flags, false, {null, "getfd", "fclose"}}};
 
   for (const auto& [name, wrong, honoured, expected] : cases) {
@@ -413,6 +421,8 @@ TEST_F(compat_open, decides_about_fdopen_and_closes_twice)
   honoured.fdopen_honours_e = true;
   Faults no_null = honoured;
   no_null.no_null = true;
+  Faults any_mode; // which ignores the letter
+  any_mode.no_null = any_mode.fdopen_takes_any_mode = true;
   Faults nothing = no_null;
   nothing.no_zero = true;
   Faults fails = honoured;
@@ -430,6 +440,8 @@ TEST_F(compat_open, decides_about_fdopen_and_closes_twice)
       {"no stream", fails, false, {null, stream, "close fd = 0"}},
       // The C library makes no stream to write to out of a descriptor to read from.
       {"no /dev/null", no_null, false, {null, zero, stream, "close fd = 0"}},
+      // Kept: one that does gets a descriptor that is close-on-exec already, and passes for honouring the letter.
+      {"any mode", any_mode, true, {null, zero, stream, "getfd", "fclose", "close fd = -1"}},
       {"neither", nothing, false, {null, zero, "close -1 = -1"}}};
 
   for (const auto& [name, wrong, direct, expected] : cases) {
@@ -473,6 +485,41 @@ TEST_F(compat_open, takes_the_wrappers_when_nothing_can_be_opened)
   EXPECT_EQ(indirect_.fdopen, chosen.fdopen);
   EXPECT_EQ(::popen, chosen.popen); // depends on /bin/true only
   EXPECT_EQ(0, o_cloexec_enabled());
+}
+
+// What `work` writes to standard output and standard error, by way of `file`.
+template <typename F>
+static std::string output_of(const std::string& file, F work)
+{
+  fflush(nullptr);
+  const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+  const int out = dup(STDOUT_FILENO);
+  const int err = dup(STDERR_FILENO);
+  dup2(fd, STDOUT_FILENO);
+  dup2(fd, STDERR_FILENO);
+  close(fd);
+
+  work();
+
+  fflush(nullptr);
+  dup2(out, STDOUT_FILENO);
+  dup2(err, STDERR_FILENO);
+  close(out);
+  close(err);
+  return read_file(file);
+}
+
+TEST_F(compat_open, reports_nothing_of_what_fails_while_trying)
+{
+  Faults nothing;
+  nothing.no_null = nothing.no_zero = nothing.popen_fails = true;
+  Faults no_stream;
+  no_stream.fdopen_fails = true;
+  Faults no_flags;
+  no_flags.getfd_fails = true;
+
+  for (const Faults& wrong : {nothing, no_stream, no_flags, old_library()})
+    EXPECT_EQ("", output_of(dir_ / "output", [&wrong = wrong] { probe(wrong); }));
 }
 
 static int own_open(const char*, int, ...)
@@ -558,13 +605,13 @@ TEST_F(compat_open, passes_the_mode_with_o_creat_only)
     const std::string suffix = direct ? "|O_CLOEXEC " : " ";
     const std::string unnamed = direct ? "|O_CLOEXEC|O_TMPFILE " : "|O_TMPFILE ";
     const std::tuple<std::string, int, std::string> cases[] = {
-        {file, O_WRONLY | O_CREAT, "O_WRONLY|O_CREAT" + suffix + "416"}, // 0640
+        {file, O_WRONLY | O_CREAT, "O_WRONLY|O_CREAT" + suffix + "928"}, // 01640
         {file, O_RDONLY, "O_RDONLY" + suffix + "0"},
         {spool, O_WRONLY | O_TMPFILE, "O_WRONLY" + unnamed + "0"}}; // kept: this flag needs a mode too
 
     for (const auto& [path, flags, expected] : cases) {
       made_.clear();
-      const int fd = opener(path.c_str(), flags, 0640);
+      const int fd = opener(path.c_str(), flags, 01640);
       ASSERT_NE(-1, fd) << expected;
       EXPECT_EQ("open " + path + ' ' + expected, made_.at(0));
       EXPECT_TRUE(is_close_on_exec(fd));
@@ -573,7 +620,7 @@ TEST_F(compat_open, passes_the_mode_with_o_creat_only)
 
     struct stat st;
     ASSERT_EQ(0, stat(file.c_str(), &st));
-    EXPECT_EQ(0640u, st.st_mode & 0777);
+    EXPECT_EQ(01640u, st.st_mode & 07777);
     unlink(file.c_str());
   }
 }
@@ -698,6 +745,23 @@ TEST_F(compat_open, sets_the_flag_on_streams_that_ask_for_it_only)
     }
 }
 
+TEST_F(compat_open, finds_the_letter_wherever_it_stands_in_the_mode)
+{
+  for (const std::string kind : stream_kinds)
+    for (const std::string mode : {"rbe", "reb", "er"}) {
+      const bool is_popen = kind == "popen";
+      if (is_popen != (mode == "er")) // popen knows no 'b', the others begin with the access
+        continue;
+      SCOPED_TRACE(kind + ' ' + mode);
+      faults = old_library();
+      FILE* const fp = open_stream(indirect_, kind, "/dev/null", mode.c_str());
+
+      ASSERT_NE(nullptr, fp);
+      EXPECT_TRUE(is_close_on_exec(fileno(fp)));
+      close_stream(kind, fp);
+    }
+}
+
 TEST_F(compat_open, reports_the_error_of_a_stream_that_does_not_open)
 {
   for (const std::string kind : stream_kinds) {
@@ -727,7 +791,36 @@ TEST_F(compat_open, keeps_a_stream_whose_flag_cannot_be_set)
     ASSERT_NE(nullptr, fp);
     EXPECT_EQ("setfd -1", made_.back());
     close_stream(kind, fp);
+
+    faults = old_library();
+    faults.setfd_fails = true;
+    FILE* const inheritable = open_stream(indirect_, kind, "/dev/null", "re");
+
+    ASSERT_NE(nullptr, inheritable);
+    EXPECT_FALSE(is_close_on_exec(fileno(inheritable)));
+    close_stream(kind, inheritable);
   }
+}
+
+TEST_F(compat_open, keeps_the_other_flags_of_a_descriptor)
+{
+  const std::string both = "setfd " + std::to_string(OTHER_FLAG | FD_CLOEXEC);
+  faults = old_library();
+  faults.has_more_flags = true;
+
+  const int fd = indirect_.open("/dev/null", O_RDONLY);
+  EXPECT_EQ(both, made_.back());
+  for (const std::string kind : stream_kinds) {
+    SCOPED_TRACE(kind);
+    FILE* const fp = open_stream(indirect_, kind, "/dev/null", "re");
+    ASSERT_NE(nullptr, fp);
+    EXPECT_EQ(both, made_.back());
+    close_stream(kind, fp);
+  }
+
+  EXPECT_EQ(0, enable_fd_cloexec(fd)); // which has the flag already
+  EXPECT_EQ(both, made_.back());
+  close(fd);
 }
 
 TEST_F(compat_open, asks_for_close_on_exec_with_one_letter_whatever_the_c_library_does)
