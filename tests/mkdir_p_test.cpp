@@ -3,6 +3,7 @@
 #include "scrt/mkdir_p_t.h"
 #include "tests/support/child.h"
 #include "tests/support/failing_strdup.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -166,6 +167,25 @@ TEST(mkdir_p, makes_nothing_of_trailing_separators)
   });
 }
 
+TEST(mkdir_p, looks_at_the_whole_path_once_more_after_a_trailing_separator)
+{
+  with_each_overload([](const Make&) {
+    for (const std::string path : {"a/b/", "a/b///"}) {
+      Paths made;
+      const int value = mkdir_p(path.c_str(), 0755, [&](const char* dir) {
+        made.push_back(dir);
+        return made.back() != "a/b" || rmdir(dir) == 0;
+      });
+
+      EXPECT_EQ(0, value);
+      EXPECT_EQ((Paths{"a", "a/b", path}), made);
+      EXPECT_TRUE(is_directory("a/b"));
+      rmdir("a/b");
+      rmdir("a");
+    }
+  });
+}
+
 TEST(mkdir_p, accepts_dots)
 {
   with_each_overload([](const Make& make) {
@@ -266,7 +286,7 @@ TEST(mkdir_p, refuses_a_file_in_the_way)
     EXPECT_EQ((Outcome{-1, ENOTDIR, {}}), make("x", 0755, NEVER));
     EXPECT_EQ((Outcome{-1, ENOTDIR, {}}), make("/dev/null/y", 0755, NEVER));
 
-    // A trailing separator makes the file fail to be looked at, and the directory fail to be made.
+    // The component is looked at without the separator behind it.
     EXPECT_EQ((Outcome{-1, ENOTDIR, {}}), make("x/", 0755, NEVER));
   });
 }
@@ -421,9 +441,26 @@ TEST(mkdir_p, works_in_a_directory_deeper_than_a_path_can_be_long)
 TEST(mkdir_p, reports_that_memory_ran_out)
 {
   with_each_overload([](const Make& make) {
-    const Failing_Strdup failing(ENOMEM);
-    EXPECT_EQ((Outcome{-1, ENOMEM, {}}), make("a", 0755, NEVER));
+    for (const int error : {ENOMEM, EAGAIN}) { // whatever the allocation says
+      const Failing_Strdup failing(error);
+      EXPECT_EQ((Outcome{-1, error, {}}), make("a", 0755, NEVER));
+    }
     EXPECT_FALSE(exists("a"));
+  });
+}
+
+TEST(mkdir_p, logs_nothing)
+{
+  with_each_overload([](const Make& make) {
+    make_file("x");
+    const Log_Capture log;
+    make("", 0755, NEVER);
+    make("x/y", 0755, NEVER);
+    make(std::string(NAME_MAX + 1, 'n'), 0755, NEVER);
+    make("a/b", 0755, 1);
+    make("a/b", 0755, NEVER);
+
+    EXPECT_TRUE(log.records().empty());
   });
 }
 
@@ -560,6 +597,7 @@ TEST(longest_exist_dirname, finds_the_part_that_exists)
   ASSERT_EQ(0, symlink("a", "link"));
   ASSERT_EQ(0, symlink("nowhere", "dangling"));
   ASSERT_EQ(0, symlink("loop", "loop"));
+  ASSERT_EQ(0, symlink("loop", "a/loop"));
 
   const std::tuple<std::string, Found> cases[] = {{"/nonexistent/dir", {"/", 0, true}},
                                                   {"//nonexistent/dir", {"/", 0, true}},
@@ -584,6 +622,8 @@ TEST(longest_exist_dirname, finds_the_part_that_exists)
                                                   {"a/file", nothing(ENOTDIR)},
                                                   {"a/file/b", nothing(ENOTDIR)},
                                                   {"loop/a", nothing(ELOOP)},
+                                                  {"a/loop/b", nothing(ELOOP)},
+                                                  {dir / "loop", nothing(ELOOP)},
                                                   {"a/" + std::string(NAME_MAX + 1, 'n'), nothing(ENAMETOOLONG)}};
 
   for (const auto& [path, expected] : cases) {
@@ -591,6 +631,41 @@ TEST(longest_exist_dirname, finds_the_part_that_exists)
     EXPECT_EQ(expected, find(path));
   }
   ASSERT_EQ(0, chdir("/"));
+}
+
+TEST(longest_exist_dirname, gives_the_whole_status_of_the_last_directory)
+{
+  const Temp_Dir dir;
+  mkdir((dir / "a").c_str(), 0755);
+  make_file(dir / "a/file");
+  struct stat expected = {};
+  ASSERT_EQ(0, stat((dir / "a").c_str(), &expected));
+
+  for (const std::string& path : {dir / "a", dir / "a/missing", dir / "a/file"}) { // a file gives no status of its own
+    SCOPED_TRACE(path);
+    struct stat st = {};
+    const std::unique_ptr<char, Free_Delete> result(longest_exist_dirname(path.c_str(), &st));
+
+    EXPECT_EQ(expected.st_ino, st.st_ino);
+    EXPECT_EQ(expected.st_mode, st.st_mode);
+    EXPECT_EQ(expected.st_nlink, st.st_nlink);
+    EXPECT_EQ(expected.st_uid, st.st_uid);
+    EXPECT_EQ(expected.st_gid, st.st_gid);
+    EXPECT_EQ(expected.st_size, st.st_size);
+    EXPECT_EQ(expected.st_mtim.tv_sec, st.st_mtim.tv_sec);
+    EXPECT_EQ(expected.st_mtim.tv_nsec, st.st_mtim.tv_nsec);
+  }
+}
+
+TEST(longest_exist_dirname, logs_nothing)
+{
+  const Temp_Dir dir;
+  make_file(dir / "file");
+  const Log_Capture log;
+  for (const std::string& path : {dir / "file/a", dir / "missing", std::string("missing"), std::string()})
+    find(path);
+
+  EXPECT_TRUE(log.records().empty());
 }
 
 TEST(longest_exist_dirname, reports_a_directory_that_may_not_be_searched)
