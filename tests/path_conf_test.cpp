@@ -1,5 +1,6 @@
 #include "scrt/path_conf.h"
 
+#include "tests/support/child.h"
 #include "tests/support/failing_strdup.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
@@ -10,13 +11,17 @@
 #include <ace/Log_Priority.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <type_traits>
 #include <utility>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -178,6 +183,19 @@ TEST(path_conf, builds_the_path_although_the_directory_cannot_be_created)
                 "Failed to mkdir " + prefix + ", errno=" + std::to_string(ENOTDIR) + ", Not a directory\n");
 }
 
+TEST(path_conf, logs_the_expanded_directory_that_cannot_be_created)
+{
+  const Temp_Dir dir;
+  dir.write("file", "");
+  const Variable set("PATH_CONF_TEST", dir / "file");
+  const Log_Capture log;
+  const Path_Conf path("$PATH_CONF_TEST", "a", true, "b", 0755);
+
+  EXPECT_EQ(dir / "file/a/b", path.str());
+  expect_record(log, LM_ERROR, ENOTDIR,
+                "Failed to mkdir " + (dir / "file/a") + ", errno=" + std::to_string(ENOTDIR) + ", Not a directory\n");
+}
+
 TEST(path_conf, is_silent_when_the_creation_reports_that_it_exists)
 {
   const Temp_Dir dir;
@@ -199,6 +217,7 @@ TEST(path_conf, logs_with_a_back_trace_that_there_is_no_prefix)
     for (const bool with_sub : {false, true}) {
       SCOPED_TRACE(std::string(prefix ? "empty" : "null") + (with_sub ? ", with a sub-directory" : ""));
       const Log_Capture log;
+      errno = EPERM; // of whatever came before: the record carries it along
       const std::string path =
           with_sub ? Path_Conf(prefix, "s", true, "b", 0755).str() : Path_Conf(prefix, true, "b", 0755).str();
 
@@ -207,6 +226,7 @@ TEST(path_conf, logs_with_a_back_trace_that_there_is_no_prefix)
       const Record& record = log.records().front();
       EXPECT_EQ(LM_EMERGENCY, record.priority);
       EXPECT_EQ(-1, record.status);
+      EXPECT_EQ(EPERM, record.error);
       EXPECT_EQ("scrt/path_conf.cpp", record.file);
       const std::string start = head + std::to_string(record.line) + tail;
       EXPECT_EQ(start, record.text.substr(0, start.size()));
@@ -250,6 +270,17 @@ TEST(path_conf, refuses_a_variable_name_that_the_framework_cannot_hold)
   EXPECT_EQ(start, record.text.substr(0, start.size())); // the record has no room for all of it
 }
 
+TEST(path_conf, creates_nothing_of_a_prefix_that_cannot_be_expanded)
+{
+  const Temp_Dir dir;
+  const std::string prefix = dir / "a/$" + std::string(ACE_DEFAULT_ARGV_BUFSIZ, 'N');
+  const Log_Capture log;
+  const Path_Conf path(prefix.c_str(), true, "b", 0755);
+
+  EXPECT_EQ("", path.str());
+  EXPECT_FALSE(exists(dir / "a"));
+}
+
 TEST(path_conf, takes_a_text_that_grows_beyond_the_framework_s_buffer)
 {
   const std::string value(10000, 'v');
@@ -257,6 +288,41 @@ TEST(path_conf, takes_a_text_that_grows_beyond_the_framework_s_buffer)
 
   EXPECT_EQ("a/" + value + "/b", Path_Conf("a/$PATH_CONF_TEST", false, "b", 0).str());
   EXPECT_EQ(value + "/b", Path_Conf(value.c_str(), false, "b", 0).str());
+}
+
+// Let the process have `more` bytes of address space than it has now.
+static void limit_memory(std::size_t more)
+{
+  std::size_t pages = 0;
+  std::istringstream(read_file("/proc/self/statm")) >> pages;
+  const rlim_t limit = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + more;
+  const rlimit limits{limit, limit};
+  setrlimit(RLIMIT_AS, &limits);
+}
+
+TEST(path_conf, keeps_no_memory_when_there_is_too_little_for_the_path)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "A sanitizer needs more address space than could be limited";
+#endif
+  // Room for the expanded text and not for the path: a text that stayed would be in the way of the next one.
+  Child poor([] {
+    const std::size_t size = 64 << 20;
+    const std::string prefix(size, 'p');
+    const Log_Capture log;
+    limit_memory(size + size / 2);
+
+    std::string outcome;
+    for (unsigned i = 0; i < 3; ++i)
+      try {
+        const Path_Conf path(prefix.c_str(), false, nullptr, 0);
+        outcome += path.str().empty() ? "not expanded " : "built ";
+      } catch (const std::bad_alloc&) {
+        outcome += "bad_alloc ";
+      }
+    return outcome;
+  });
+  EXPECT_EQ("bad_alloc bad_alloc bad_alloc ", poor.result());
 }
 
 TEST(path_conf, cuts_a_record_about_a_path_beyond_any_limit)
