@@ -256,7 +256,8 @@ TEST(check_variables, names_what_stays_as_it_is)
 
 TEST(check_quoting, tells_what_becomes_of_a_value)
 {
-  for (const char* const value : {"a", "a b", "dynamic A Service_Object * l:_make_A() \"-p 1\"", "/x/y.conf"})
+  for (const char* const value :
+       {"a", "a b", "dynamic A Service_Object * l:_make_A() \"-p 1\"", "/x/y.conf", "#a", "a#b", "# a"})
     EXPECT_EQ("", check_quoting(value)) << value;
 
   EXPECT_EQ("an empty value vanishes, and the option takes the word after it", check_quoting(""));
