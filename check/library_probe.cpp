@@ -9,7 +9,9 @@
 #include <cstring>
 #include <list>
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <link.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -44,6 +46,27 @@ static void leave_streams()
     dup2(null, fd);
 }
 
+// "F" for a function, "O" for data, and otherwise nothing.
+static std::string symbol_letter(const void* symbol)
+{
+  Dl_info info;
+  void* entry = nullptr;
+  if (dladdr1(symbol, &info, &entry, RTLD_DL_SYMENT) == 0 || !entry || info.dli_saddr != symbol)
+    return "";
+
+  const int type = ELF64_ST_TYPE(static_cast<const ElfW(Sym)*>(entry)->st_info); // the same for 32 bits
+  return type == STT_FUNC ? "F" : type == STT_OBJECT ? "O" : "";
+}
+
+static void answer_symbol(int fd, ACE_DLL& dll, const std::string& name)
+{
+  const void* const symbol = dll.symbol(name.c_str());
+  if (!symbol)
+    answer(fd, "S"), answer(fd, name), answer(fd, one_line(dll.error()));
+  else if (const std::string letter = symbol_letter(symbol); !letter.empty())
+    answer(fd, letter), answer(fd, name);
+}
+
 [[noreturn]] static void run_probe(const Library_Request& request, int fd)
 {
   const struct rlimit no_core = {0, 0};
@@ -61,8 +84,7 @@ static void leave_streams()
     answer(fd, "L"), answer(fd, one_line(dll.error()));
   else
     for (const std::string& symbol : request.symbols)
-      if (!dll.symbol(symbol.c_str()))
-        answer(fd, "S"), answer(fd, symbol), answer(fd, one_line(dll.error()));
+      answer_symbol(fd, dll, symbol);
 
   for (const std::string& name : request.statics)
     if (ACE_Service_Config::global()->find_static_svc_descriptor(name.c_str()) != 0)
@@ -110,6 +132,10 @@ static bool parse_answers(const std::string& answers, Library_Result& result)
       return true;
     if (letter == "L")
       result.error = next_text(answers, at);
+    if (letter == "F")
+      result.functions.insert(next_text(answers, at));
+    if (letter == "O")
+      result.objects.insert(next_text(answers, at));
     if (letter == "S") {
       const std::string name = next_text(answers, at);
       result.errors[name] = next_text(answers, at);

@@ -2,6 +2,7 @@
 #define CHECK_LIBRARY_PROBE_H
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,8 @@ struct Library_Result
   bool is_probed = false;                    ///< false: there was no process to try it in
   std::string error;                         ///< why the library cannot be loaded; empty when it can
   std::map<std::string, std::string> errors; ///< of the symbols and statics that are missing: why, on one line
+  std::set<std::string> functions;           ///< those of the symbols that are functions
+  std::set<std::string> objects;             ///< those of them that are data
 };
 
 /// Load the library in a process of its own with the framework's own loader, which tries the names and the places that

@@ -299,6 +299,12 @@ void Checker::check_factory(const Placed_Directive& placed)
   else if (const auto error = result.errors.find(directive.symbol); error != result.errors.end())
     add(placed.place, "missing-factory",
         service + "factory '" + directive.symbol + "' of library '" + directive.library + "': " + error->second);
+  else if (directive.factory == Directive::OBJECT && result.functions.count(directive.symbol) != 0)
+    add(placed.place, "missing-factory",
+        service + '\'' + directive.symbol + "' is a function: without '()' the host takes it for an object and ends");
+  else if (directive.factory == Directive::FUNCTION && result.objects.count(directive.symbol) != 0)
+    add(placed.place, "missing-factory",
+        service + '\'' + directive.symbol + "' is an object: with '()' the host calls it and ends");
 }
 
 void Checker::check_parameters(const Placed_Directive& placed)

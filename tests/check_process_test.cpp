@@ -424,6 +424,31 @@ TEST(starter_check, reports_missing_factories)
               ElementsAre("1: missing-factory: service 'A': no static factory '_make_No'"));
 }
 
+// Each line is a file of its own: the host is started with it, and what it does is what the checker says.
+TEST(starter_check, reports_functions_named_as_objects_and_objects_named_as_functions)
+{
+  const std::string factory = directive("A");
+  const std::string function = std::regex_replace(factory, std::regex("\\(\\)"), "");
+  const std::string object = std::regex_replace(function, std::regex("_make_Plain"), "plain_object");
+  const std::string call = std::regex_replace(factory, std::regex("_make_Plain"), "plain_object");
+  const std::string prefix = "1: missing-factory: service 'A': '";
+  const std::tuple<std::string, std::vector<std::string>, bool> cases[] = {
+      {factory, {}, false},
+      {function, {prefix + "_make_Plain' is a function: without '()' the host takes it for an object and ends"}, true},
+      {object, {}, false},
+      {call, {prefix + "plain_object' is an object: with '()' the host calls it and ends"}, true}};
+
+  for (const auto& [text, findings, is_fatal] : cases) {
+    SCOPED_TRACE(text);
+    EXPECT_THAT(findings_in(text), testing::ElementsAreArray(findings));
+
+    Temp_Dir dir;
+    Starter_Process starter({"-f", dir.write("x.conf", text)});
+    EXPECT_EQ(!is_fatal, starter.wait_for_record("is started.")) << starter.log();
+    EXPECT_EQ(is_fatal ? 1u : 0u, starter.count("the back trace:")) << starter.log();
+  }
+}
+
 TEST(starter_check, reports_a_service_that_is_named_twice)
 {
   EXPECT_THAT(findings_in(directive("A") + directive("B") + directive("A")),

@@ -45,3 +45,6 @@ public:
 } // namespace
 
 ACE_FACTORY_DEFINE(ACE_Local_Service, Plain)
+
+extern "C" ACE_Local_Service_Export Plain plain_object;
+Plain plain_object;
