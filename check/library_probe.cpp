@@ -67,8 +67,30 @@ static void answer_symbol(int fd, ACE_DLL& dll, const std::string& name)
     answer(fd, letter), answer(fd, name);
 }
 
+static bool has_static_descriptor(const std::string& name)
+{
+  return ACE_Service_Config::global()->find_static_svc_descriptor(name.c_str()) == 0;
+}
+
+// The configurator makes services of what is linked statically when it opens: what a library brings along later is a
+// factory only, unless the library has the configurator process it.
+static std::set<std::string> linked_services(const Library_Request& request)
+{
+  std::set<std::string> services;
+  for (const std::string& name : request.statics)
+    if (has_static_descriptor(name))
+      services.insert(name);
+  return services;
+}
+
+static bool is_processed(const std::string& name)
+{
+  return ACE_Service_Config::global()->find(name.c_str(), nullptr, false) == 0;
+}
+
 [[noreturn]] static void run_probe(const Library_Request& request, int fd)
 {
+  const std::set<std::string> services = linked_services(request);
   const struct rlimit no_core = {0, 0};
   (void)setrlimit(RLIMIT_CORE, &no_core); // a crash of the library is told in words
   leave_streams();
@@ -86,9 +108,12 @@ static void answer_symbol(int fd, ACE_DLL& dll, const std::string& name)
     for (const std::string& symbol : request.symbols)
       answer_symbol(fd, dll, symbol);
 
+  for (const std::string& name : request.factories)
+    if (!has_static_descriptor(name))
+      answer(fd, "S"), answer(fd, name), answer(fd, "no such static factory");
   for (const std::string& name : request.statics)
-    if (ACE_Service_Config::global()->find_static_svc_descriptor(name.c_str()) != 0)
-      answer(fd, "S"), answer(fd, name), answer(fd, "no such static service");
+    if (services.count(name) == 0 && !is_processed(name))
+      answer(fd, "N"), answer(fd, name);
 
   answer(fd, "E");
   _exit(0); // without the exit handlers of the libraries
@@ -134,6 +159,8 @@ static bool parse_answers(const std::string& answers, Library_Result& result)
       result.error = next_text(answers, at);
     if (letter == "F")
       result.functions.insert(next_text(answers, at));
+    if (letter == "N")
+      result.missing_statics.insert(next_text(answers, at));
     if (letter == "O")
       result.objects.insert(next_text(answers, at));
     if (letter == "S") {

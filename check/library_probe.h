@@ -9,10 +9,11 @@
 /// What is to be found out about a library, with what is loaded before it.
 struct Library_Request
 {
-  std::vector<std::string> loaded;  ///< libraries that the host has by then, by their names in the directives
-  std::string library;              ///< empty: none, only the static services are asked for
-  std::vector<std::string> symbols; ///< to be looked up in it
-  std::vector<std::string> statics; ///< names of services or factories linked to the program or to `loaded`
+  std::vector<std::string> loaded;    ///< libraries that the host has by then, by their names in the directives
+  std::string library;                ///< empty: none, only the static services are asked for
+  std::vector<std::string> symbols;   ///< to be looked up in it
+  std::vector<std::string> factories; ///< static ones, linked to the program or to `loaded`
+  std::vector<std::string> statics;   ///< services that are there without a directive
 };
 
 /// What was found out.
@@ -20,7 +21,8 @@ struct Library_Result
 {
   bool is_probed = false;                    ///< false: there was no process to try it in
   std::string error;                         ///< why the library cannot be loaded; empty when it can
-  std::map<std::string, std::string> errors; ///< of the symbols and statics that are missing: why, on one line
+  std::map<std::string, std::string> errors; ///< of the symbols and factories that are missing: why, on one line
+  std::set<std::string> missing_statics;     ///< those of the services that are not there
   std::set<std::string> functions;           ///< those of the symbols that are functions
   std::set<std::string> objects;             ///< those of them that are data
 };

@@ -45,6 +45,7 @@ struct Placed_Directive
 {
   Directive directive;
   Place place;
+  bool has_static = true; // the static service or factory that it may name is there when its turn comes
 };
 
 // The configurator, as far as the reading of its arguments.
@@ -157,8 +158,7 @@ private:
   void add(const Place& place, const char* kind, const std::string& message);
 
   bool probe_libraries();
-  bool probe_statics();
-  bool is_loaded(const Directive& directive) const;
+  bool probe_statics(std::size_t begin, std::size_t end);
   void check_factory(const Placed_Directive& placed);
   void check_parameters(const Placed_Directive& placed);
   void check_name(const Placed_Directive& placed);
@@ -169,9 +169,8 @@ private:
   std::vector<Placed_Directive> directives_;
   std::vector<std::string> loaded_; // libraries that can be, in order
   std::map<std::string, Library_Result> libraries_;
-  std::map<std::string, std::string> missing_statics_; // with the reason
-  std::map<std::string, Place> services_;              // that are there by now
-  std::map<std::string, Place> services_before_;       // that were there before the stream at hand
+  std::map<std::string, Place> services_;        // that are there by now
+  std::map<std::string, Place> services_before_; // that were there before the stream at hand
 };
 
 void Checker::add(const Place& place, const char* kind, const std::string& message)
@@ -229,45 +228,45 @@ bool Checker::probe_libraries()
     if (!placed.directive.library.empty())
       symbols[placed.directive.library].push_back(placed.directive.symbol);
 
-  for (const Placed_Directive& placed : directives_) {
-    const std::string& library = placed.directive.library;
+  std::size_t begin = 0; // of those that the libraries loaded so far have a say in
+  for (std::size_t i = 0; i < directives_.size(); ++i) {
+    const std::string& library = directives_[i].directive.library;
     if (library.empty() || libraries_.count(library) != 0)
       continue;
 
-    const Library_Result result = probe_library({loaded_, library, symbols[library], {}});
-    if (!result.is_probed)
+    const Library_Result result = probe_library({loaded_, library, symbols[library], {}, {}});
+    if (!result.is_probed || !probe_statics(begin, i))
       return false;
+    begin = i;
     libraries_[library] = result;
     if (result.error.empty())
       loaded_.push_back(library);
   }
-  return true;
+  return probe_statics(begin, directives_.size());
 }
 
-bool Checker::probe_statics()
+bool Checker::probe_statics(std::size_t begin, std::size_t end)
 {
   Library_Request request;
   request.loaded = loaded_;
-  for (const auto& [directive, place] : directives_)
+  for (std::size_t i = begin; i < end; ++i) {
+    const Directive& directive = directives_[i].directive;
     if (directive.verb != Directive::DYNAMIC)
       request.statics.push_back(directive.name);
     else if (directive.factory == Directive::STATIC_FUNCTION)
-      request.statics.push_back(directive.symbol);
-  if (request.statics.empty())
+      request.factories.push_back(directive.symbol);
+  }
+  if (request.statics.empty() && request.factories.empty())
     return true;
 
   const Library_Result result = probe_library(request);
-  missing_statics_ = result.errors;
+  for (std::size_t i = begin; i < end; ++i) {
+    const Directive& directive = directives_[i].directive;
+    directives_[i].has_static = directive.verb == Directive::DYNAMIC
+                                    ? result.errors.count(directive.symbol) == 0
+                                    : result.missing_statics.count(directive.name) == 0;
+  }
   return result.is_probed;
-}
-
-bool Checker::is_loaded(const Directive& directive) const
-{
-  if (directive.factory == Directive::STATIC_FUNCTION)
-    return missing_statics_.count(directive.symbol) == 0;
-
-  const Library_Result& result = libraries_.at(directive.library);
-  return result.error.empty() && result.errors.count(directive.symbol) == 0;
 }
 
 // A name that ends in what looks like a file's extension is looked for as it is, without "lib" and ".so".
@@ -285,7 +284,7 @@ void Checker::check_factory(const Placed_Directive& placed)
 {
   const Directive& directive = placed.directive;
   if (directive.factory == Directive::STATIC_FUNCTION) {
-    if (!is_loaded(directive))
+    if (!placed.has_static)
       add(placed.place, "missing-factory",
           "service '" + directive.name + "': no static factory '" + directive.symbol + '\'');
     return;
@@ -325,7 +324,7 @@ std::string describe(const Place& place)
 
 void Checker::check_name(const Placed_Directive& placed)
 {
-  const auto& [directive, place] = placed;
+  const auto& [directive, place, has_static] = placed;
   const auto there = services_.find(directive.name);
 
   if (directive.verb == Directive::DYNAMIC) {
@@ -341,7 +340,7 @@ void Checker::check_name(const Placed_Directive& placed)
       services_.erase(there);
     return;
   }
-  if (there == services_.end() && missing_statics_.count(directive.name) != 0)
+  if (there == services_.end() && !has_static)
     add(place, "unknown-service", "there is no service '" + directive.name + "' by then");
 }
 
@@ -361,7 +360,7 @@ void Checker::check_module(const Placed_Directive& placed, const Directive& stre
 
 bool Checker::check()
 {
-  if (!probe_libraries() || !probe_statics())
+  if (!probe_libraries())
     return false;
 
   const Directive* stream = nullptr;

@@ -465,6 +465,30 @@ TEST(starter_check, reports_services_that_are_not_there)
                           "7: unknown-service: there is no service 'B' by then"));
 }
 
+// A library that is loaded brings its static services as factories only; one that is preloaded as services, too.
+TEST(starter_check, finds_static_services_where_the_host_does)
+{
+  const std::string load = dynamic_directive("A", "static_service", "_make_Static_Service");
+  const std::string service = "static Static_Service\n";
+  const std::string factory = "dynamic B Service_Object * :Static_Service()\n";
+  const std::string no_service = ": unknown-service: there is no service 'Static_Service' by then";
+  const std::string no_factory = ": missing-factory: service 'B': no static factory 'Static_Service'";
+  EXPECT_THAT(findings_in(service + load), ElementsAre('1' + no_service));
+  EXPECT_THAT(findings_in(load + service), ElementsAre('2' + no_service));
+  EXPECT_THAT(findings_in(factory + load), ElementsAre('1' + no_factory));
+  EXPECT_THAT(findings_in(load + factory), ElementsAre());
+  EXPECT_THAT(findings_in(load + factory + service), ElementsAre('3' + no_service));
+
+  const Temp_Dir dir;
+  dir.write("x.conf", service + factory);
+  EXPECT_EQ("", check(dir, {"-f", "x.conf"}, {{"LD_PRELOAD", service_library("static_service")}}).out);
+
+  Starter_Process starter({"-f", dir.write("y.conf", service + factory + load + service + factory)});
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  EXPECT_EQ(2u, starter.count("service 'Static_Service' was not located")) << starter.log();
+  EXPECT_EQ(2u, starter.count("The static service starts.")) << starter.log(); // A, and the second B
+}
+
 // Each line is a file of its own: the host is started with it, and what it does is what the checker says.
 TEST(starter_check, reports_modules_of_streams_at_which_the_host_ends)
 {

@@ -275,7 +275,8 @@ TEST(split_parameters, makes_the_words_that_a_service_gets)
 
 TEST(library_probe, finds_the_symbols_of_a_library)
 {
-  const Library_Result result = probe_library({{}, service_library("check_plain"), {"_make_Plain", "_make_No"}, {}});
+  const Library_Result result =
+      probe_library({{}, service_library("check_plain"), {"_make_Plain", "_make_No"}, {}, {}});
 
   EXPECT_TRUE(result.is_probed);
   EXPECT_EQ("", result.error);
@@ -292,22 +293,23 @@ TEST(library_probe, says_why_a_library_cannot_be_loaded)
 
   for (const auto& [name, error] : cases) {
     SCOPED_TRACE(name);
-    EXPECT_EQ(error, probe_library({{}, service_library(name), {}, {}}, 1).error);
+    EXPECT_EQ(error, probe_library({{}, service_library(name), {}, {}, {}}, 1).error);
   }
-  EXPECT_THAT(probe_library({{}, service_library("check_undefined"), {}, {}}).error,
+  EXPECT_THAT(probe_library({{}, service_library("check_undefined"), {}, {}, {}}).error,
               HasSubstr("undefined symbol: variable_that_nobody_defines"));
   EXPECT_EQ("no_such_library: cannot open shared object file: No such file or directory; "
             "no_such_library.so: cannot open shared object file: No such file or directory; "
             "libno_such_library.so: cannot open shared object file: No such file or directory",
-            probe_library({{}, "no_such_library", {}, {}}).error);
+            probe_library({{}, "no_such_library", {}, {}, {}}).error);
 }
 
 TEST(library_probe, knows_static_services)
 {
-  const Library_Result result = probe_library({{}, "", {}, {"No_Such_Service"}});
+  const Library_Result result = probe_library({{}, "", {}, {"No_Such_Factory"}, {"No_Such_Service"}});
 
   EXPECT_TRUE(result.is_probed);
-  EXPECT_EQ("no such static service", result.errors.at("No_Such_Service"));
+  EXPECT_EQ("no such static factory", result.errors.at("No_Such_Factory"));
+  EXPECT_THAT(result.missing_statics, ElementsAre("No_Such_Service"));
 }
 
 // ---- Reports
