@@ -119,36 +119,14 @@ static bool is_processed(const std::string& name)
   _exit(0); // without the exit handlers of the libraries
 }
 
-// What comes in until the other end is closed. False when that is not the case in time.
-static bool read_answers(int fd, std::string& answers, unsigned timeout_sec)
-{
-  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_sec);
-  for (;;) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    pollfd ready = {fd, POLLIN, 0};
-    if (left <= 0)
-      return false;
-    if (poll(&ready, 1, static_cast<int>(left)) <= 0)
-      continue;
-
-    char buf[4096];
-    const ssize_t n = read(fd, buf, sizeof buf);
-    if (n == 0)
-      return true;
-    if (n > 0)
-      answers.append(buf, static_cast<std::size_t>(n));
-    if (answers.size() >= 2 && answers.compare(answers.size() - 2, 2, std::string("E\0", 2)) == 0)
-      return true; // a process that the library has started may keep the other end
-  }
-}
-
 static std::string next_text(const std::string& answers, std::size_t& at)
 {
-  std::string text = answers.c_str() + at;
+  std::string text = at < answers.size() ? answers.c_str() + at : ""; // what is still to come counts as empty
   at += text.size() + 1;
   return text;
 }
 
+// Whether the last one is among them. What they say is looked for by its place: any text may look like a letter.
 static bool parse_answers(const std::string& answers, Library_Result& result)
 {
   for (std::size_t at = 0; at < answers.size();) {
@@ -169,6 +147,30 @@ static bool parse_answers(const std::string& answers, Library_Result& result)
     }
   }
   return false;
+}
+
+// What comes in until the other end is closed. False when that is not the case in time.
+static bool read_answers(int fd, std::string& answers, unsigned timeout_sec)
+{
+  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_sec);
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    pollfd ready = {fd, POLLIN, 0};
+    if (left <= 0)
+      return false;
+    if (poll(&ready, 1, static_cast<int>(left)) <= 0)
+      continue;
+
+    char buf[4096];
+    const ssize_t n = read(fd, buf, sizeof buf);
+    if (n == 0)
+      return true;
+    if (n > 0)
+      answers.append(buf, static_cast<std::size_t>(n));
+    Library_Result ignored;
+    if (parse_answers(answers, ignored))
+      return true; // a process that the library has started may keep the other end
+  }
 }
 
 static std::string describe_end(int status)

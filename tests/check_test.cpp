@@ -303,6 +303,20 @@ TEST(library_probe, says_why_a_library_cannot_be_loaded)
             probe_library({{}, "no_such_library", {}, {}, {}}).error);
 }
 
+// Each of them many times: answers come in pieces, of any length.
+TEST(library_probe, reads_answers_that_look_like_the_last_one)
+{
+  const Texts symbols{"E", "_make_THE_SAME"};
+  for (int i = 0; i < 50; ++i) {
+    const Library_Result result = probe_library({{}, service_library("check_plain"), symbols, {}, {"E"}});
+
+    ASSERT_EQ("", result.error);
+    ASSERT_THAT(result.errors, SizeIs(2));
+    ASSERT_THAT(result.errors.at("E"), HasSubstr("undefined symbol: E"));
+    ASSERT_THAT(result.missing_statics, ElementsAre("E"));
+  }
+}
+
 TEST(library_probe, knows_static_services)
 {
   const Library_Result result = probe_library({{}, "", {}, {"No_Such_Factory"}, {"No_Such_Service"}});
