@@ -156,6 +156,16 @@ void check_occurrences(char** argv, const Reading& own, const Reading& configura
           quoted(argv[i->at]) + " goes to the background whatever follows the equals sign");
   }
 
+  // Of these the configurator keeps the last one.
+  for (auto i = configurator.options.begin(); i != configurator.options.end(); ++i) {
+    const bool is_replaced =
+        (i->name == "k" || i->name == "p") &&
+        std::any_of(i + 1, configurator.options.end(), [&](const Occurrence& later) { return later.name == i->name; });
+    if (is_replaced)
+      add(findings, "ignored-argument",
+          '-' + i->name + ' ' + quoted(i->value) + " is ignored: it is given again later");
+  }
+
   // The host takes a beginning that fits --threads as well for that one.
   for (const Occurrence& option : configurator.options)
     if (option.name == "thread-pool" && own.roles[option.at] != OPTION)

@@ -196,6 +196,9 @@ TEST(starter_check, reports_arguments_that_the_host_ignores)
   expect_findings({"--thread-pool", "8"}, {"ignored-argument: '--thread-pool' is ignored together with its value"});
   expect_findings({"--user", "root", "--user=0"},
                   {"ignored-argument: '--user' is ignored: --user is given again later"});
+  expect_findings({"-k", "a", "-dkb", "-pc", "-p", "d"},
+                  {"ignored-argument: -k 'a' is ignored: it is given again later",
+                   "ignored-argument: -p 'c' is ignored: it is given again later"});
   expect_findings({"--reactor="}, {"ignored-argument: --reactor is ignored: its value is empty"});
   expect_findings({"--background=no"},
                   {"ignored-argument: '--background=no' goes to the background whatever follows the equals sign"});
