@@ -9,8 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -235,15 +233,6 @@ void check_accounts(const Starter_Options& options, Findings& findings)
 
 // ---- Values that go to the configurator
 
-void check_signal(const char* value, Findings& findings)
-{
-  const int signo = std::atoi(value);
-  struct sigaction action;
-  if (signo <= 0 || signo == SIGKILL || signo == SIGSTOP || sigaction(signo, nullptr, &action) != 0)
-    add(findings, "bad-signal",
-        "-s " + quoted(value) + " is no number of a signal that can be caught: no service is loaded");
-}
-
 void check_passed_values(const Reading& configurator, Findings& findings)
 {
   for (const Occurrence& option : configurator.options) {
@@ -257,8 +246,6 @@ void check_passed_values(const Reading& configurator, Findings& findings)
     if (option.name != "S" || !is_safe_to_substitute(option.value))
       for (const std::string& problem : check_variables(option.value))
         add(findings, "variable-not-set", what + problem);
-    if (option.name == "s" && !std::strchr(option.value, '$'))
-      check_signal(option.value, findings);
   }
 }
 } // namespace

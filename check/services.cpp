@@ -10,7 +10,10 @@
 #include <ace/ACE.h>
 #include <ace/Service_Gestalt.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -88,13 +91,79 @@ std::vector<Source> Configurator::sources(int argc, char** argv)
   return result;
 }
 
+// An option of the configurator's and its value, if it has one.
+using Option = std::pair<char, std::string>;
+
+// The options of these letters as a parser of this kind takes them from the configurator's arguments, which stay.
+std::vector<Option> read_options(int argc, char** argv, const char* letters, int ordering)
+{
+  std::vector<char*> line(argv, argv + argc); // a parser may change the order
+  line.push_back(nullptr);
+  ACE_Get_Opt opt(argc, line.data(), letters, 1, 0, ordering);
+
+  std::vector<Option> options;
+  for (int c; (c = opt()) != -1;)
+    if (c != '?' && c != 1)
+      options.emplace_back(static_cast<char>(c), opt.opt_arg() ? opt.opt_arg() : "");
+  return options;
+}
+
+// The configurator reads its arguments twice, each time for a part of the options, of the others of which that reading
+// knows nothing: it takes their values for words or for options, and a word ends it if POSIXLY_CORRECT is set.
+std::vector<Option> read_process_options(int argc, char** argv)
+{
+  return read_options(argc, argv, "bs:p:", ACE_Get_Opt::RETURN_IN_ORDER);
+}
+
+std::vector<Option> read_service_options(int argc, char** argv)
+{
+  return read_options(argc, argv, "df:k:nyS:", ACE_Get_Opt::PERMUTE_ARGS);
+}
+
+std::string describe(const Option& option)
+{
+  return std::string("'-") + option.first + (option.second.empty() ? "" : ' ' + option.second) + '\'';
+}
+
+// What the two readings take and what is meant are the same, unless values look like options.
+void check_readings(int argc, char** argv, Findings& findings)
+{
+  std::vector<Option> taken = read_process_options(argc, argv);
+  for (const Option& option : read_service_options(argc, argv))
+    taken.push_back(option);
+  std::vector<Option> lost;
+  for (const Option& option : read_options(argc, argv, "-bdf:k:nyp:s:S:", ACE_Get_Opt::RETURN_IN_ORDER))
+    if (const auto found = std::find(taken.begin(), taken.end(), option); found != taken.end())
+      taken.erase(found);
+    else
+      lost.push_back(option);
+
+  for (const Option& option : taken)
+    findings.push_back({"read-twice", "", 0, "the configurator takes " + describe(option) + " out of a value"});
+  for (const Option& option : lost)
+    findings.push_back(
+        {"ignored-argument", "", 0,
+         describe(option) + " does not get to the configurator: " +
+             (std::getenv("POSIXLY_CORRECT") ? "POSIXLY_CORRECT is set, and a value before it ends the options"
+                                             : "a value before it is taken for an option")});
+}
+
+void check_signals(int argc, char** argv, Findings& findings)
+{
+  for (const auto& [letter, value] : read_process_options(argc, argv)) {
+    const int signo = std::atoi(value.c_str());
+    struct sigaction action;
+    if (letter == 's' &&
+        (signo <= 0 || signo == SIGKILL || signo == SIGSTOP || sigaction(signo, nullptr, &action) != 0))
+      findings.push_back({"bad-signal", "", 0,
+                          "-s '" + value + "' is no number of a signal that can be caught: no service is loaded"});
+  }
+}
+
 bool goes_to_background(int argc, char** argv)
 {
-  ACE_Get_Opt opt(argc, argv, "bs:p:", 1, 0, ACE_Get_Opt::RETURN_IN_ORDER); // as the configurator does
-  for (int c; (c = opt()) != -1;)
-    if (c == 'b')
-      return true;
-  return false;
+  const std::vector<Option> options = read_process_options(argc, argv);
+  return std::any_of(options.begin(), options.end(), [](const Option& option) { return option.first == 'b'; });
 }
 
 // The content of a file, or false with errno.
@@ -392,6 +461,8 @@ bool check_services(int argc, char** argv, Findings& findings)
   check_directories(argc, argv, findings);
 
   return open_service_config(argc, argv, true, [&findings](int args_count, char** args) {
+    check_readings(args_count, args, findings);
+    check_signals(args_count, args, findings);
     if (goes_to_background(args_count, args) && chdir("/") != 0)
       return false;
 

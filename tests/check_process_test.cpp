@@ -284,6 +284,49 @@ TEST(starter_check, reports_signals_that_cannot_be_caught)
                                    "' is no number of a signal that can be caught: no service is loaded"});
 }
 
+TEST(starter_check, looks_at_the_signal_that_the_host_gets)
+{
+  const Temp_Dir dir;
+  const std::string finding =
+      "command line: bad-signal: -s '0' is no number of a signal that can be caught: no service is loaded\n";
+  EXPECT_EQ(finding, check(dir, {"-s", "$SIGNAL"}, {{"SIGNAL", "0"}}).out);
+  EXPECT_EQ("", check(dir, {"-s", "$SIGNAL"}, {{"SIGNAL", "1"}}).out);
+  EXPECT_EQ("command line: altered-value: -s '': an empty value vanishes, and the option takes the word after it\n",
+            check(dir, {"-s", ""}).out);
+}
+
+TEST(starter_check, reports_values_that_look_like_options)
+{
+  const std::string taken = "command line: read-twice: the configurator takes ";
+  const Temp_Dir dir;
+  dir.write("x.conf", "");
+  EXPECT_EQ(taken + "'-s 1' out of a value\n", check(dir, {"-k", "-s1"}).out);
+  EXPECT_EQ(taken + "'-b' out of a value\n", check(dir, {"-k", "-b"}).out);
+  EXPECT_EQ(taken + "'-f x.conf' out of a value\n", check(dir, {"-p", "-fx.conf"}).out);
+  EXPECT_EQ("", check(dir, {"-p", "-x"}).out);
+}
+
+TEST(starter_check, reports_options_that_are_lost_in_a_strict_environment)
+{
+  const std::string lost = " does not get to the configurator: POSIXLY_CORRECT is set, and a value before it ends the "
+                           "options\n";
+  const std::map<std::string, std::string> env{{"POSIXLY_CORRECT", "1"}};
+  const Temp_Dir dir;
+  dir.write("x.conf", "");
+
+  EXPECT_EQ("command line: ignored-argument: '-f x.conf'" + lost, check(dir, {"-p", "pid", "-f", "x.conf"}, env).out);
+  EXPECT_EQ("command line: ignored-argument: '-p pid'" + lost, check(dir, {"-f", "x.conf", "-p", "pid"}, env).out);
+  EXPECT_EQ("", check(dir, {"-f", "x.conf"}, env).out);
+  EXPECT_EQ("", check(dir, {"-p", "pid", "-f", "x.conf"}).out);
+
+  Start_Options options;
+  options.env = env;
+  const std::string file = dir.write("y.conf", "remove\n");
+  Starter_Process starter({"-p", dir / "pid", "-f", file}, options);
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  EXPECT_EQ(0u, starter.count("syntax error")) << starter.log();
+}
+
 // ---- Files
 
 TEST(starter_check, reports_a_file_that_cannot_be_read_and_none_after_it)
