@@ -48,6 +48,7 @@ struct Placed_Directive
 {
   Directive directive;
   Place place;
+  std::size_t source;     // its number: a file or a directive of -S
   bool has_static = true; // the static service or factory that it may name is there when its turn comes
 };
 
@@ -231,13 +232,25 @@ private:
   void check_factory(const Placed_Directive& placed);
   void check_parameters(const Placed_Directive& placed);
   void check_name(const Placed_Directive& placed);
+  void check_kept_name(const Placed_Directive& placed);
+  bool is_loadable(const Placed_Directive& placed) const;
+  bool fails(const Placed_Directive& placed) const;
+  bool fails_in_stream(const Directive& directive, const Directive& stream) const;
+  bool is_fatal_in_stream(const Directive& directive, const Directive& stream) const;
+  bool is_of_type(const Directive& directive, Directive::Type type) const;
+  void begin_stream(std::size_t head);
+  void check_operation(const Placed_Directive& placed, const Directive& stream);
   void check_module(const Placed_Directive& placed, const Directive& stream);
+  void check_directive(const Placed_Directive& placed, bool has_modules);
 
   Findings& findings_;
   std::set<std::string> files_;
   std::vector<Placed_Directive> directives_;
   std::vector<std::string> loaded_; // libraries that can be, in order
   std::map<std::string, Library_Result> libraries_;
+  std::size_t sources_ = 0;
+  const Placed_Directive* failed_ = nullptr;     // the first one of the source at hand that does
+  std::map<std::string, Directive::Type> types_; // of dynamic services that are there by now
   std::map<std::string, Place> services_;        // that are there by now
   std::map<std::string, Place> services_before_; // that were there before the stream at hand
 };
@@ -254,7 +267,8 @@ void Checker::add_text(const std::string& text, const std::string& file)
   for (const Syntax_Error& error : conf.errors)
     add({file, is_file ? error.line : 0}, "syntax-error", error.message);
   for (const Directive& directive : conf.directives)
-    directives_.push_back({directive, {file, is_file ? directive.line : 0}});
+    directives_.push_back({directive, {file, is_file ? directive.line : 0}, sources_});
+  ++sources_;
 }
 
 bool Checker::read_source_file(const Source& source)
@@ -393,7 +407,7 @@ std::string describe(const Place& place)
 
 void Checker::check_name(const Placed_Directive& placed)
 {
-  const auto& [directive, place, has_static] = placed;
+  const auto& [directive, place, source, has_static] = placed;
   const auto there = services_.find(directive.name);
 
   if (directive.verb == Directive::DYNAMIC) {
@@ -413,18 +427,124 @@ void Checker::check_name(const Placed_Directive& placed)
     add(place, "unknown-service", "there is no service '" + directive.name + "' by then");
 }
 
-// Within the braces of a stream the framework acts on these as it reads them, before it makes the stream, and follows
-// null pointers where something is missing.
-void Checker::check_module(const Placed_Directive& placed, const Directive& stream)
+// A stream, and a module of one, that is there already stays.
+void Checker::check_kept_name(const Placed_Directive& placed)
 {
   const Directive& directive = placed.directive;
-  const bool has_stream = services_before_.count(stream.name) != 0;
-  const std::string ends = "the host ends here, with a record of a fault: ";
+  const auto [there, is_new] = services_.emplace(directive.name, placed.place);
+  if (is_new)
+    types_[directive.name] = directive.type;
+  else
+    add(placed.place, "duplicate-service",
+        "service '" + directive.name + "' is not loaded: the one in " + describe(there->second) + " stays");
+}
 
-  if (directive.verb == Directive::STATIC && (!has_stream || services_before_.count(directive.name) == 0))
+bool Checker::is_loadable(const Placed_Directive& placed) const
+{
+  const Directive& directive = placed.directive;
+  if (directive.factory == Directive::STATIC_FUNCTION)
+    return placed.has_static;
+
+  const Library_Result& result = libraries_.at(directive.library);
+  return result.error.empty() && result.errors.count(directive.symbol) == 0;
+}
+
+bool Checker::fails(const Placed_Directive& placed) const
+{
+  if (placed.directive.verb == Directive::DYNAMIC)
+    return !is_loadable(placed);
+  return placed.directive.verb != Directive::STREAM && services_.count(placed.directive.name) == 0 &&
+         !placed.has_static;
+}
+
+bool Checker::is_fatal_in_stream(const Directive& directive, const Directive& stream) const
+{
+  const bool has_stream = services_before_.count(stream.name) != 0;
+  if (directive.verb == Directive::STATIC)
+    return !has_stream || services_before_.count(directive.name) == 0;
+  return directive.verb == Directive::REMOVE && !has_stream;
+}
+
+// What "suspend" looks for is not the module but the name of the stream.
+bool Checker::fails_in_stream(const Directive& directive, const Directive& stream) const
+{
+  return directive.verb != Directive::DYNAMIC && !is_fatal_in_stream(directive, stream) &&
+         (directive.verb == Directive::SUSPEND || services_before_.count(stream.name) == 0 ||
+          services_before_.count(directive.name) == 0);
+}
+
+// One that is not known, as it is linked statically, counts as right.
+bool Checker::is_of_type(const Directive& directive, Directive::Type type) const
+{
+  const auto there = types_.find(directive.name);
+  return there == types_.end() || there->second == type;
+}
+
+// Within the braces the framework acts on what is no module as it reads it, before it makes the stream.
+void Checker::begin_stream(std::size_t head)
+{
+  services_before_ = services_;
+  for (std::size_t i = head + 1; i < directives_.size() && directives_[i].directive.in_stream; ++i)
+    if (!failed_ && fails_in_stream(directives_[i].directive, directives_[head].directive))
+      failed_ = &directives_[i];
+}
+
+// The framework follows null pointers where something is missing.
+void Checker::check_operation(const Placed_Directive& placed, const Directive& stream)
+{
+  const Directive& directive = placed.directive;
+  if (!is_fatal_in_stream(directive, stream))
+    return;
+
+  const std::string ends = "the host ends here, with a record of a fault: ";
+  if (directive.verb == Directive::STATIC)
     add(placed.place, "fatal-directive", ends + '\'' + directive.name + "' is no module of a stream that is there");
-  else if (directive.verb == Directive::REMOVE && !has_stream)
+  else
     add(placed.place, "fatal-directive", ends + "there is no stream '" + stream.name + "' before it");
+}
+
+// After an error in the same file no module is pushed. Otherwise it is, whatever it is and onto whatever it is: the
+// framework does not look.
+void Checker::check_module(const Placed_Directive& placed, const Directive& stream)
+{
+  const std::string name = '\'' + placed.directive.name + '\'';
+  const std::string ends = "the host ends here, with a record of a fault: ";
+  if (stream.verb == Directive::STREAM) {
+    add(placed.place, "ignored-module", name + " is not loaded: modules need 'stream dynamic'");
+    return;
+  }
+
+  check_factory(placed);
+  check_kept_name(placed);
+  if (failed_)
+    add(placed.place, "ignored-module",
+        name + " is not pushed onto '" + stream.name + "', as the directive in " + describe(failed_->place) + " fails");
+  else if (fails(placed))
+    failed_ = &placed;
+  else if (!is_of_type(stream, Directive::STREAM_OBJECT))
+    add(placed.place, "fatal-directive", ends + '\'' + stream.name + "' is no STREAM");
+  else if (!is_of_type(placed.directive, Directive::MODULE))
+    add(placed.place, "fatal-directive", ends + name + " is no Module");
+}
+
+void Checker::check_directive(const Placed_Directive& placed, bool has_modules)
+{
+  const Directive& directive = placed.directive;
+  if (!failed_ && fails(placed))
+    failed_ = &placed;
+
+  if (directive.verb == Directive::DYNAMIC)
+    check_factory(placed);
+  if (directive.verb == Directive::DYNAMIC && has_modules) {
+    check_kept_name(placed);
+    return;
+  }
+
+  check_name(placed);
+  if (directive.verb == Directive::DYNAMIC)
+    types_[directive.name] = directive.type;
+  if (directive.verb == Directive::REMOVE)
+    types_.erase(directive.name);
 }
 
 bool Checker::check()
@@ -436,19 +556,22 @@ bool Checker::check()
   for (std::size_t i = 0; i < directives_.size(); ++i) {
     const Placed_Directive& placed = directives_[i];
     const Directive& directive = placed.directive;
-    const bool has_modules = i + 1 < directives_.size() && directives_[i + 1].directive.in_stream;
-    if (has_modules && !directive.in_stream) {
-      stream = &directive;
-      services_before_ = services_;
-    }
+    if (i > 0 && directives_[i - 1].source != placed.source)
+      failed_ = nullptr;
 
-    if (directive.verb == Directive::DYNAMIC)
-      check_factory(placed);
     check_parameters(placed);
-    if (directive.verb == Directive::DYNAMIC || !directive.in_stream)
-      check_name(placed);
-    else
+    if (directive.in_stream && directive.verb == Directive::DYNAMIC)
       check_module(placed, *stream);
+    else if (directive.in_stream)
+      check_operation(placed, *stream);
+    else {
+      const bool has_modules = i + 1 < directives_.size() && directives_[i + 1].directive.in_stream;
+      if (has_modules) {
+        stream = &directive;
+        begin_stream(i);
+      }
+      check_directive(placed, has_modules);
+    }
   }
   return true;
 }

@@ -287,6 +287,9 @@ bool Parser::parse_dynamic(Directive& directive)
 {
   if (!expect_name(directive))
     return false;
+  directive.type = token_.kind == MODULE_TYPE   ? Directive::MODULE
+                   : token_.kind == STREAM_TYPE ? Directive::STREAM_OBJECT
+                                                : Directive::SERVICE_OBJECT;
   if (!accept(SERVICE_TYPE) && !accept(MODULE_TYPE) && !accept(STREAM_TYPE))
     return fail("Service_Object, Module or STREAM");
   if (!expect('*', "'*' after the type") || !parse_factory(directive))

@@ -8,6 +8,7 @@
 struct Directive
 {
   enum Verb { DYNAMIC, STATIC, SUSPEND, RESUME, REMOVE, STREAM };
+  enum Type { SERVICE_OBJECT, MODULE, STREAM_OBJECT };
   enum Factory { OBJECT, FUNCTION, STATIC_FUNCTION };
 
   Verb verb = DYNAMIC;
@@ -15,7 +16,8 @@ struct Directive
   int line = 0;
   bool in_stream = false; ///< a module of the stream before it
 
-  Factory factory = OBJECT; ///< this and what follows is of DYNAMIC only, apart from the parameters
+  Type type = SERVICE_OBJECT; ///< this and what follows is of DYNAMIC only, apart from the parameters
+  Factory factory = OBJECT;
   std::string library;
   std::string symbol;
   bool has_parameters = false;

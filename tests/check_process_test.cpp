@@ -549,6 +549,12 @@ TEST(starter_check, reports_modules_of_streams_at_which_the_host_ends)
       {"stream S { suspend M }", {no_stream}, false},
       {stream + "remove M }", {"1: " + ends + "there is no stream 'S' before it"}, true},
       {stream + "static M }", {"1: " + ends + "'M' is no module of a stream that is there"}, true},
+      {std::regex_replace(stream, std::regex("STREAM \\*"), "Service_Object *") + "}",
+       {"1: " + ends + "'S' is no STREAM"},
+       true},
+      {std::regex_replace(stream, std::regex("Module \\*"), "Service_Object *") + "}",
+       {"1: " + ends + "'M' is no Module"},
+       true},
       {stream + "}\nstream S { remove M }", {}, false},
       {stream + "}\nstream S { remove N }", {}, false},
       {stream + "}\nstream S { static M }", {}, false},
@@ -563,6 +569,44 @@ TEST(starter_check, reports_modules_of_streams_at_which_the_host_ends)
     EXPECT_EQ(!is_fatal, starter.wait_for_record("is started.")) << starter.log();
     EXPECT_EQ(is_fatal ? 1u : 0u, starter.count("the back trace:")) << starter.log();
   }
+}
+
+// Each text is a file of its own: the host is started with it, and pushes no module that the checker names.
+TEST(starter_check, reports_modules_that_the_host_does_not_push)
+{
+  const std::string library = TESTS_BUILT_EXAMPLES_DIR "/libstream.so";
+  const std::string printer = "dynamic M Module * " + library + ":_make_Printer() ";
+  const std::string pipeline = "stream dynamic S STREAM * " + library + ":_make_Pipeline() ";
+  const std::string stream = pipeline + "{ " + printer + "}\n";
+  const std::string fails = "2: ignored-module: 'M' is not pushed onto 'S', as the directive in x.conf:";
+  const std::tuple<std::string, std::vector<std::string>> cases[] = {
+      {stream, {}},
+      {"remove X\n" + stream, {fails + "1 fails"}},
+      {"suspend X\n" + stream, {"1: unknown-service: there is no service 'X' by then", fails + "1 fails"}},
+      {"foo\n" + stream, {"1: syntax-error: a directive expected, not 'foo'"}},
+      {pipeline + "{\n" + printer + "\nresume M }\n", {fails + "3 fails"}},
+      {pipeline + "\nstream S { " + printer + "}\n",
+       {"2: ignored-module: 'M' is not loaded: modules need 'stream dynamic'"}}};
+
+  for (const auto& [text, findings] : cases) {
+    SCOPED_TRACE(text);
+    EXPECT_THAT(findings_in(text), testing::ElementsAreArray(findings));
+
+    const bool is_pushed = findings.empty() || findings[0].find("syntax-error") != std::string::npos;
+    Temp_Dir dir;
+    Starter_Process starter({"-d", "-f", dir.write("x.conf", text)});
+    EXPECT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+    EXPECT_EQ(is_pushed ? 1u : 0u, starter.count("Did dynamic on M (yyerrno=0)")) << starter.log();
+  }
+}
+
+TEST(starter_check, reports_streams_that_are_there_already)
+{
+  const std::string library = TESTS_BUILT_EXAMPLES_DIR "/libstream.so";
+  const std::string stream = "stream dynamic S STREAM * " + library + ":_make_Pipeline() { dynamic ";
+  const std::string module = " Module * " + library + ":_make_Printer() }\n";
+  EXPECT_THAT(findings_in(stream + "M" + module + stream + "N" + module),
+              ElementsAre("2: duplicate-service: service 'S' is not loaded: the one in x.conf:1 stays"));
 }
 
 TEST(starter_check, reports_variables_of_parameters_that_are_not_set)
@@ -626,10 +670,10 @@ TEST(starter_check, has_a_manual_page_that_names_each_kind)
 {
   const std::string page = read_file(TESTS_MANUAL_PAGE);
   for (const char* const kind :
-       {"altered-value", "bad-signal", "duplicate-service", "empty-directory", "fatal-directive", "ignored-argument",
-        "library-not-loaded", "missing-factory", "missing-value", "read-twice", "repeated-file", "syntax-error",
-        "thread-count", "unknown-group", "unknown-user", "unknown-reactor", "unknown-service", "unreadable-file",
-        "variable-not-set"})
+       {"altered-value",    "bad-signal",      "duplicate-service",  "empty-directory", "fatal-directive",
+        "ignored-argument", "ignored-module",  "library-not-loaded", "missing-factory", "missing-value",
+        "read-twice",       "repeated-file",   "syntax-error",       "thread-count",    "unknown-group",
+        "unknown-user",     "unknown-reactor", "unknown-service",    "unreadable-file", "variable-not-set"})
     EXPECT_THAT(page, HasSubstr(kind));
 
   EXPECT_EQ(0, std::system(("mandoc -T lint -W warning " TESTS_MANUAL_PAGE)));
