@@ -553,11 +553,18 @@ bool Checker::check()
     return false;
 
   const Directive* stream = nullptr;
+  bool is_passed_over = false;
   for (std::size_t i = 0; i < directives_.size(); ++i) {
     const Placed_Directive& placed = directives_[i];
     const Directive& directive = placed.directive;
-    if (i > 0 && directives_[i - 1].source != placed.source)
+    if (i == 0 || directives_[i - 1].source != placed.source) {
       failed_ = nullptr;
+      is_passed_over = services_.count(placed.place.file) != 0;
+      if (is_passed_over)
+        add({placed.place.file, 0}, "unreadable-file", "is not read: there is a service of this name by then");
+    }
+    if (is_passed_over) // the framework takes the service for the file at hand
+      continue;
 
     check_parameters(placed);
     if (directive.in_stream && directive.verb == Directive::DYNAMIC)

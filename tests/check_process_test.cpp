@@ -504,6 +504,18 @@ TEST(starter_check, reports_a_service_that_is_named_twice)
   EXPECT_THAT(findings_in(directive("A") + "remove A\n" + directive("A")), ElementsAre());
 }
 
+TEST(starter_check, reports_a_file_that_has_the_name_of_a_service)
+{
+  const Temp_Dir dir;
+  dir.write("x.conf", directive("echo"));
+  dir.write("echo", directive("echo") + "suspend A\n");
+  EXPECT_THAT(lines(check(dir, {"-f", "x.conf", "-f", "echo", "-S", "resume echo"}).out),
+              ElementsAre("echo: unreadable-file: is not read: there is a service of this name by then"));
+  EXPECT_THAT(lines(check(dir, {"-f", "echo", "-f", "x.conf"}).out),
+              ElementsAre("echo:2: unknown-service: there is no service 'A' by then",
+                          "x.conf:1: duplicate-service: service 'echo' takes the place of the one in echo:1"));
+}
+
 TEST(starter_check, reports_services_that_are_not_there)
 {
   EXPECT_THAT(findings_in("suspend A\n" + directive("A") + "suspend A\nresume A\nremove A\nremove A\nstatic B\n"),
