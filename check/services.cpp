@@ -391,6 +391,8 @@ void Checker::check_factory(const Placed_Directive& placed)
 
 void Checker::check_parameters(const Placed_Directive& placed)
 {
+  if (const std::string problem = check_left_out(placed.directive.parameters); !problem.empty())
+    add(placed.place, "altered-value", "service '" + placed.directive.name + "', parameters: " + problem);
   for (const std::string& word : split_parameters(placed.directive.parameters)) {
     const std::string what = "service '" + placed.directive.name + "', parameter '" + word + "': ";
     for (const std::string& problem : check_variables(word))

@@ -55,6 +55,23 @@ std::string check_quoting(const std::string& value)
   return "the framework reads this value as " + (words.empty() ? std::string("nothing") : words);
 }
 
+std::string check_left_out(const std::string& parameters)
+{
+  if (parameters.compare(0, 1, "#") == 0)
+    return "all of it is left out, as a comment";
+
+  std::size_t at = 0;
+  while ((at = parameters.find_first_of("'\"", at)) != std::string::npos) {
+    std::size_t end = at + 1;
+    while (end < parameters.size() && (parameters[end] != parameters[at] || parameters[end - 1] == '\\'))
+      ++end;
+    if (end == parameters.size())
+      return "the word with " + parameters.substr(at) + " is left out: the quote is not closed";
+    at = end + 1;
+  }
+  return "";
+}
+
 std::vector<std::string> split_parameters(const std::string& parameters)
 {
   std::vector<std::string> words;

@@ -12,6 +12,10 @@ std::vector<std::string> check_variables(const std::string& text);
 /// otherwise. Variables are not looked at. Any thread.
 std::string check_quoting(const std::string& value);
 
+/// What the framework leaves out of the parameters of a service without a word: a comment at the beginning, or a word
+/// with a quote that is not closed. Empty when nothing is. Any thread.
+std::string check_left_out(const std::string& parameters);
+
 /// The words that the framework makes of the parameters of a service, variables as they are.
 std::vector<std::string> split_parameters(const std::string& parameters);
 

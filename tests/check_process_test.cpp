@@ -630,6 +630,13 @@ TEST(starter_check, reports_variables_of_parameters_that_are_not_set)
                           "write $NAME"));
 }
 
+TEST(starter_check, reports_parameters_that_are_left_out)
+{
+  EXPECT_THAT(findings_in(directive("A", "check_plain", "-m don't")),
+              ElementsAre("1: altered-value: service 'A', parameters: the word with 't is left out: the quote is not "
+                          "closed"));
+}
+
 // ---- Real configurations
 
 TEST(starter_check, finds_nothing_wrong_with_the_examples)

@@ -265,6 +265,26 @@ TEST(check_quoting, tells_what_becomes_of_a_value)
   EXPECT_EQ("the framework reads this value as 'a'", check_quoting("\"a\""));
 }
 
+// Held against the words that the framework makes.
+TEST(check_left_out, tells_what_becomes_of_parameters)
+{
+  const std::tuple<const char*, const char*, std::size_t> cases[] = {
+      {"", "", 0},
+      {"-p 1", "", 2},
+      {"a 'b c' \"d\"", "", 3},
+      {"a'b c'd", "", 1},
+      {"a #b", "", 2},
+      {"#a b", "all of it is left out, as a comment", 0},
+      {"a don't b c", "the word with 't b c is left out: the quote is not closed", 1},
+      {"'a\\' b", "the word with 'a\\' b is left out: the quote is not closed", 0}};
+
+  for (const auto& [text, problem, count] : cases) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(problem, check_left_out(text));
+    EXPECT_THAT(split_parameters(text), SizeIs(count));
+  }
+}
+
 TEST(split_parameters, makes_the_words_that_a_service_gets)
 {
   EXPECT_THAT(split_parameters(""), IsEmpty());
