@@ -357,10 +357,44 @@ static void end_event_loop(ACE_Reactor& r)
     (void)r.end_reactor_event_loop(); // main looks at the loop, not at this result
 }
 
+// A record that is interrupted in the making stands in buffers of its thread, and one of the handler's takes its place
+// there. Without this it would be lost, and the handler's would be there twice.
+class Interrupted_Record
+{
+public:
+  Interrupted_Record()
+      : log_(*ACE_Log_Msg::instance()), line_(log_.linenum()), status_(log_.op_status()), error_(log_.errnum())
+  {
+    ACE_OS::strsncpy(text_, log_.msg(), sizeof text_);
+    ACE_OS::strsncpy(file_, log_.file(), sizeof file_);
+  }
+
+  ~Interrupted_Record()
+  {
+    log_.msg(text_);
+    log_.file(file_);
+    log_.linenum(line_);
+    log_.op_status(status_);
+    log_.errnum(error_);
+  }
+
+  Interrupted_Record(const Interrupted_Record&) = delete;
+  Interrupted_Record& operator=(const Interrupted_Record&) = delete;
+
+private:
+  ACE_Log_Msg& log_;
+  const int line_;
+  const int status_;
+  const int error_;
+  char text_[ACE_MAXLOGMSGLEN + 1];
+  char file_[512]; // of our sources and those of services
+};
+
 static void sig_terminate(int signo)
 {
   const ACE_Errno_Guard guard(errno);
   const Handler_Memory_Guard memory;
+  const Interrupted_Record interrupted;
   char thread_name[THREAD_NAME_SIZE];
   get_thread_name(thread_name);
 
@@ -500,6 +534,7 @@ static void sig_reconfig(int signo)
   }
   postponements = 0;
 
+  const Interrupted_Record interrupted; // by services too
   {
     const Handler_Memory_Guard memory; // not for the services: they stay
     LOG_RECORD(LM_INFO, "Signal %d (%s) caught, and reconfiguring ... \n", signo, strsignal(signo));
@@ -511,6 +546,7 @@ static void sig_usr2(int)
 {
   const ACE_Errno_Guard guard(errno);
   const Handler_Memory_Guard memory;
+  const Interrupted_Record interrupted;
   const bool on = ACE::debug();
 
   LOG_RECORD(LM_INFO, "%s ACE::debug.\n", on ? "Disable" : "Enable");

@@ -352,6 +352,34 @@ TEST(start_up, loses_no_signal_that_comes_with_one_of_its_system_calls)
   }
 }
 
+// The framework makes a thread's records in one place.
+TEST(start_up, loses_no_record_that_a_signal_interrupts)
+{
+  const std::pair<int, const char*> cases[] = {{SIGTERM, "Signal 15 (Terminated) caught in [starter].\n"},
+                                               {SIGHUP, "Signal 1 (Hangup) caught, and reconfiguring ... \n"},
+                                               {SIGUSR2, "Enable ACE::debug.\n"}};
+
+  for (const auto& [signo, text] : cases) {
+    SCOPED_TRACE(text);
+    Start_Options options = probed();
+    options.preload.push_back(preload_library("signal_in_format"));
+    options.env["SIGNAL_IN_FORMAT"] = std::to_string(signo);
+    Starter_Process starter({"--reactor", "select"}, options);
+    ASSERT_TRUE(starter.wait_for_record(text)) << starter.log();
+    ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+    if (signo != SIGTERM)
+      starter.send(SIGTERM);
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+
+    EXPECT_EQ(1u, starter.count(text)) << starter.log();
+    const std::vector<Record> found = records_with(starter, "system info: sysname=Linux, nodename=");
+    ASSERT_EQ(1u, found.size()) << starter.log();
+    EXPECT_NE(std::string::npos, found[0].text.find(", swappiness=")) << found[0].text;
+    EXPECT_EQ("starter/starter.cpp", found[0].file);
+    EXPECT_EQ(0, found[0].status);
+  }
+}
+
 TEST(termination, twice_gives_two_records_and_one_end)
 {
   Temp_Dir dir;
