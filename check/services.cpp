@@ -1,5 +1,6 @@
 #include "check/services.h"
 
+#include "check/configurator.h"
 #include "check/library_probe.h"
 #include "check/substitution.h"
 #include "check/svc_conf_parser.h"
@@ -7,13 +8,7 @@
 #include "starter/options.h"
 #include "starter/starter.h"
 
-#include <ace/ACE.h>
-#include <ace/Service_Gestalt.h>
-
-#include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -30,14 +25,6 @@ namespace fs = std::filesystem;
 
 namespace
 {
-// What the configurator would process, in its order.
-struct Source
-{
-  bool is_file;
-  std::string text;     // the path, or the directive
-  bool is_default_file; // and not asked for
-};
-
 struct Place
 {
   std::string file; // empty: the command line
@@ -51,121 +38,6 @@ struct Placed_Directive
   std::size_t source;     // its number: a file or a directive of -S
   bool has_static = true; // the static service or factory that it may name is there when its turn comes
 };
-
-// The configurator, as far as the reading of its arguments.
-class Configurator : public ACE_Service_Gestalt
-{
-public:
-  Configurator() : ACE_Service_Gestalt(1, true, true) {}
-
-  std::vector<Source> sources(int argc, char** argv);
-
-private:
-  static std::vector<std::string> texts(ACE_SVC_QUEUE* queue);
-};
-
-std::vector<std::string> Configurator::texts(ACE_SVC_QUEUE* queue)
-{
-  std::vector<std::string> result;
-  if (queue)
-    for (ACE_SVC_QUEUE_ITERATOR i(*queue); !i.done(); i.advance()) {
-      ACE_TString* text = nullptr;
-      if (i.next(text))
-        result.emplace_back(text->c_str());
-    }
-  return result;
-}
-
-std::vector<Source> Configurator::sources(int argc, char** argv)
-{
-  const bool debug = ACE::debug();
-  (void)parse_args(argc, argv); // its one failure is a lack of memory
-  ACE::debug(debug);            // -d is for the host
-
-  std::vector<Source> result;
-  for (const std::string& file : texts(svc_conf_file_queue_))
-    result.push_back({true, file, false});
-  if (result.empty())
-    result.push_back({true, ACE_DEFAULT_SVC_CONF, true});
-  for (const std::string& directive : texts(svc_queue_))
-    result.push_back({false, directive, false});
-  return result;
-}
-
-// An option of the configurator's and its value, if it has one.
-using Option = std::pair<char, std::string>;
-
-// The options of these letters as a parser of this kind takes them from the configurator's arguments, which stay.
-std::vector<Option> read_options(int argc, char** argv, const char* letters, int ordering)
-{
-  std::vector<char*> line(argv, argv + argc); // a parser may change the order
-  line.push_back(nullptr);
-  ACE_Get_Opt opt(argc, line.data(), letters, 1, 0, ordering);
-
-  std::vector<Option> options;
-  for (int c; (c = opt()) != -1;)
-    if (c != '?' && c != 1)
-      options.emplace_back(static_cast<char>(c), opt.opt_arg() ? opt.opt_arg() : "");
-  return options;
-}
-
-// The configurator reads its arguments twice, each time for a part of the options, of the others of which that reading
-// knows nothing: it takes their values for words or for options, and a word ends it if POSIXLY_CORRECT is set.
-std::vector<Option> read_process_options(int argc, char** argv)
-{
-  return read_options(argc, argv, "bs:p:", ACE_Get_Opt::RETURN_IN_ORDER);
-}
-
-std::vector<Option> read_service_options(int argc, char** argv)
-{
-  return read_options(argc, argv, "df:k:nyS:", ACE_Get_Opt::PERMUTE_ARGS);
-}
-
-std::string describe(const Option& option)
-{
-  return std::string("'-") + option.first + (option.second.empty() ? "" : ' ' + option.second) + '\'';
-}
-
-// What the two readings take and what is meant are the same, unless values look like options.
-void check_readings(int argc, char** argv, Findings& findings)
-{
-  std::vector<Option> taken = read_process_options(argc, argv);
-  for (const Option& option : read_service_options(argc, argv))
-    taken.push_back(option);
-  std::vector<Option> lost;
-  for (const Option& option : read_options(argc, argv, "-bdf:k:nyp:s:S:", ACE_Get_Opt::RETURN_IN_ORDER))
-    if (const auto found = std::find(taken.begin(), taken.end(), option); found != taken.end())
-      taken.erase(found);
-    else
-      lost.push_back(option);
-
-  for (const Option& option : taken)
-    findings.push_back({"read-twice", "", 0, "the configurator takes " + describe(option) + " out of a value"});
-  for (const Option& option : lost)
-    findings.push_back(
-        {"ignored-argument", "", 0,
-         describe(option) + " does not get to the configurator: " +
-             (std::getenv("POSIXLY_CORRECT") ? "POSIXLY_CORRECT is set, and a value before it ends the options"
-                                             : "a value before it is taken for an option")});
-}
-
-void check_signals(int argc, char** argv, Findings& findings)
-{
-  for (const auto& [letter, value] : read_process_options(argc, argv)) {
-    const int signo = std::atoi(value.c_str());
-    struct sigaction action;
-    if (letter == 's' &&
-        (signo <= 0 || signo == SIGKILL || signo == SIGSTOP || sigaction(signo, nullptr, &action) != 0))
-      findings.push_back({"bad-signal", "", 0,
-                          "-s '" + value + "' is no number of a signal that can be caught: no service is loaded"});
-  }
-}
-
-bool goes_to_background(int argc, char** argv)
-{
-  const std::vector<Option> options = read_process_options(argc, argv);
-  return std::any_of(options.begin(), options.end(), [](const Option& option) { return option.first == 'b'; });
-}
 
 // The content of a file, or false with errno.
 bool read_file(const std::string& path, std::string& content)
@@ -593,13 +465,12 @@ bool check_services(int argc, char** argv, Findings& findings)
   check_directories(argc, argv, findings);
 
   return open_service_config(argc, argv, true, [&findings](int args_count, char** args) {
-    check_readings(args_count, args, findings);
-    check_signals(args_count, args, findings);
+    check_configurator_options(args_count, args, findings);
     if (goes_to_background(args_count, args) && chdir("/") != 0)
       return false;
 
     Checker checker(findings);
-    for (const Source& source : Configurator().sources(args_count, args))
+    for (const Source& source : configurator_sources(args_count, args))
       if (!checker.read(source))
         break;
     return checker.check();
