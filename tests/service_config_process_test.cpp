@@ -41,10 +41,11 @@ static Start_Options probed_in(const Temp_Dir& dir)
   return options;
 }
 
-// End the process in order once its log holds `record`.
+// End the process in order once its log holds `record`, and no thread is on its way any more.
 static void end_after(Starter_Process& starter, const std::string& record)
 {
   ASSERT_TRUE(starter.wait_for_record(record)) << starter.log();
+  ASSERT_TRUE(starter.wait_until_idle()) << starter.log();
   starter.send(SIGTERM);
   ASSERT_EQ(0, starter.wait_status()) << starter.log();
 }
