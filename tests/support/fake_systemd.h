@@ -1,6 +1,7 @@
 #ifndef TESTS_SUPPORT_FAKE_SYSTEMD_H
 #define TESTS_SUPPORT_FAKE_SYSTEMD_H
 
+#include "tests/support/starter_process.h"
 #include "tests/support/temp_dir.h"
 
 #include <sstream>
@@ -10,7 +11,7 @@
 /// The path of the fake client library, or of its variant "_without_booted", "_without_notify" or "_without_watchdog".
 inline std::string fake_library(const std::string& variant = "")
 {
-  return std::string(TESTS_FAKE_LIBRARY_DIR) + "/libfake_libsystemd" + variant + ".so";
+  return public_path(TESTS_FAKE_LIBRARY_DIR "/libfake_libsystemd" + variant + ".so");
 }
 
 /// The calls that the fake client library has written to `file`, such as "sd_notify 0 READY=1\n".

@@ -39,12 +39,10 @@ static bool is_public(const fs::path& file)
   return lets_in(file, fs::perms::others_exec | fs::perms::others_read);
 }
 
-// The file, or a copy of it when it was built where only its owner may go, such as a home directory: processes under
-// test run as other accounts too.
-static std::string make_public(const std::string& file)
+std::string public_path(const std::string& file)
 {
   static const Temp_Dir copies;
-  if (is_public(file))
+  if (!fs::exists(file) || is_public(file))
     return file;
 
   const fs::path copy = copies / fs::path(file).filename();
@@ -58,14 +56,14 @@ static std::string make_public(const std::string& file)
 std::string starter_executable()
 {
   const char* const name = std::getenv("STARTER_EXECUTABLE");
-  return make_public(name && *name ? name : STARTER_BUILT_EXECUTABLE);
+  return public_path(name && *name ? name : STARTER_BUILT_EXECUTABLE);
 }
 
 static std::string make_preload(const Start_Options& options)
 {
   std::vector<std::string> libraries = options.preload;
   if (options.probe)
-    libraries.push_back(make_public(TESTS_LOG_PROBE));
+    libraries.push_back(public_path(TESTS_LOG_PROBE));
 
   std::string preload;
   for (const std::string& library : libraries)
@@ -423,12 +421,12 @@ Start_Options with_fault(const std::string& variable, const std::string& value)
 
 std::string service_library(const std::string& target)
 {
-  return make_public(TESTS_SERVICE_DIR "/lib" + target + ".so");
+  return public_path(TESTS_SERVICE_DIR "/lib" + target + ".so");
 }
 
 std::string preload_library(const std::string& target)
 {
-  return make_public(TESTS_PRELOAD_DIR "/lib" + target + ".so");
+  return public_path(TESTS_PRELOAD_DIR "/lib" + target + ".so");
 }
 
 std::string dynamic_directive(const std::string& service, const std::string& target, const std::string& factory,

@@ -129,6 +129,10 @@ std::vector<int> signals_in_mask(const std::string& hex);
 /// The usual way of starting, with the probe and the call failing that `variable` chooses in the library "faults".
 Start_Options with_fault(const std::string& variable, const std::string& value = "1");
 
+/// The path of `file` for processes under test, which run as other accounts too: its own, or that of a copy when it
+/// was built where only its owner may go, such as a home directory. A file that does not exist keeps its path.
+std::string public_path(const std::string& file);
+
 /// The path of a service library built with the tests, by the name of its target.
 std::string service_library(const std::string& target);
 
