@@ -7,8 +7,9 @@
 
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-Temp_Dir::Temp_Dir() : path_(std::filesystem::temp_directory_path() / "starter-test-XXXXXX")
+Temp_Dir::Temp_Dir() : path_(std::filesystem::temp_directory_path() / "starter-test-XXXXXX"), owner_(getpid())
 {
   if (!mkdtemp(path_.data()))
     throw std::runtime_error("no temporary directory");
@@ -17,6 +18,8 @@ Temp_Dir::Temp_Dir() : path_(std::filesystem::temp_directory_path() / "starter-t
 
 Temp_Dir::~Temp_Dir()
 {
+  if (getpid() != owner_)
+    return;                // a child of the test's that ends by exit
   std::error_code ignored; // a left-over directory is no reason to fail a test
   std::filesystem::remove_all(path_, ignored);
 }

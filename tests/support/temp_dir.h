@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include <sys/types.h>
+
 /// A directory of the test's own, open to every account, removed with all that is in it.
 class Temp_Dir
 {
@@ -24,6 +26,7 @@ public:
 
 private:
   std::string path_;
+  pid_t owner_; ///< the process that removes it
 };
 
 /// The content of the file at `path`; empty when it cannot be read.
