@@ -31,6 +31,15 @@ struct Place
   int line;
 };
 
+// A dynamic service that is there.
+struct Service
+{
+  Place place;
+  Directive::Type type;
+};
+
+const char HOST_ENDS[] = "the host ends here, with a record of a fault: ";
+
 struct Placed_Directive
 {
   Directive directive;
@@ -121,10 +130,9 @@ private:
   std::vector<std::string> loaded_; // libraries that can be, in order
   std::map<std::string, Library_Result> libraries_;
   std::size_t sources_ = 0;
-  const Placed_Directive* failed_ = nullptr;     // the first one of the source at hand that does
-  std::map<std::string, Directive::Type> types_; // of dynamic services that are there by now
-  std::map<std::string, Place> services_;        // that are there by now
-  std::map<std::string, Place> services_before_; // that were there before the stream at hand
+  const Placed_Directive* failed_ = nullptr;       // the first one of the source at hand that does
+  std::map<std::string, Service> services_;        // that are there by now
+  std::map<std::string, Service> services_before_; // that were there before the stream at hand
 };
 
 void Checker::add(const Place& place, const char* kind, const std::string& message)
@@ -281,36 +289,35 @@ std::string describe(const Place& place)
 
 void Checker::check_name(const Placed_Directive& placed)
 {
-  const auto& [directive, place, source, has_static] = placed;
+  const Directive& directive = placed.directive;
   const auto there = services_.find(directive.name);
 
   if (directive.verb == Directive::DYNAMIC) {
     if (there != services_.end())
-      add(place, "duplicate-service",
-          "service '" + directive.name + "' takes the place of the one in " + describe(there->second));
-    services_[directive.name] = place;
+      add(placed.place, "duplicate-service",
+          "service '" + directive.name + "' takes the place of the one in " + describe(there->second.place));
+    services_[directive.name] = {placed.place, directive.type};
     return;
   }
+
   // Removing what is not there is how a file makes room for a reload: at the first start there is nothing yet.
   if (directive.verb == Directive::REMOVE) {
     if (there != services_.end())
       services_.erase(there);
     return;
   }
-  if (there == services_.end() && !has_static)
-    add(place, "unknown-service", "there is no service '" + directive.name + "' by then");
+  if (there == services_.end() && !placed.has_static)
+    add(placed.place, "unknown-service", "there is no service '" + directive.name + "' by then");
 }
 
 // A stream, and a module of one, that is there already stays.
 void Checker::check_kept_name(const Placed_Directive& placed)
 {
   const Directive& directive = placed.directive;
-  const auto [there, is_new] = services_.emplace(directive.name, placed.place);
-  if (is_new)
-    types_[directive.name] = directive.type;
-  else
+  const auto [there, is_new] = services_.emplace(directive.name, Service{placed.place, directive.type});
+  if (!is_new)
     add(placed.place, "duplicate-service",
-        "service '" + directive.name + "' is not loaded: the one in " + describe(there->second) + " stays");
+        "service '" + directive.name + "' is not loaded: the one in " + describe(there->second.place) + " stays");
 }
 
 bool Checker::is_loadable(const Placed_Directive& placed) const
@@ -350,8 +357,8 @@ bool Checker::fails_in_stream(const Directive& directive, const Directive& strea
 // One that is not known, as it is linked statically, counts as right.
 bool Checker::is_of_type(const Directive& directive, Directive::Type type) const
 {
-  const auto there = types_.find(directive.name);
-  return there == types_.end() || there->second == type;
+  const auto there = services_.find(directive.name);
+  return there == services_.end() || there->second.type == type;
 }
 
 // Within the braces the framework acts on what is no module as it reads it, before it makes the stream.
@@ -370,11 +377,11 @@ void Checker::check_operation(const Placed_Directive& placed, const Directive& s
   if (!is_fatal_in_stream(directive, stream))
     return;
 
-  const std::string ends = "the host ends here, with a record of a fault: ";
   if (directive.verb == Directive::STATIC)
-    add(placed.place, "fatal-directive", ends + '\'' + directive.name + "' is no module of a stream that is there");
+    add(placed.place, "fatal-directive",
+        HOST_ENDS + ('\'' + directive.name) + "' is no module of a stream that is there");
   else
-    add(placed.place, "fatal-directive", ends + "there is no stream '" + stream.name + "' before it");
+    add(placed.place, "fatal-directive", std::string(HOST_ENDS) + "there is no stream '" + stream.name + "' before it");
 }
 
 // After an error in the same file no module is pushed. Otherwise it is, whatever it is and onto whatever it is: the
@@ -382,7 +389,6 @@ void Checker::check_operation(const Placed_Directive& placed, const Directive& s
 void Checker::check_module(const Placed_Directive& placed, const Directive& stream)
 {
   const std::string name = '\'' + placed.directive.name + '\'';
-  const std::string ends = "the host ends here, with a record of a fault: ";
   if (stream.verb == Directive::STREAM) {
     add(placed.place, "ignored-module", name + " is not loaded: modules need 'stream dynamic'");
     return;
@@ -396,9 +402,9 @@ void Checker::check_module(const Placed_Directive& placed, const Directive& stre
   else if (fails(placed))
     failed_ = &placed;
   else if (!is_of_type(stream, Directive::STREAM_OBJECT))
-    add(placed.place, "fatal-directive", ends + '\'' + stream.name + "' is no STREAM");
+    add(placed.place, "fatal-directive", HOST_ENDS + ('\'' + stream.name) + "' is no STREAM");
   else if (!is_of_type(placed.directive, Directive::MODULE))
-    add(placed.place, "fatal-directive", ends + name + " is no Module");
+    add(placed.place, "fatal-directive", HOST_ENDS + name + " is no Module");
 }
 
 void Checker::check_directive(const Placed_Directive& placed, bool has_modules)
@@ -415,10 +421,6 @@ void Checker::check_directive(const Placed_Directive& placed, bool has_modules)
   }
 
   check_name(placed);
-  if (directive.verb == Directive::DYNAMIC)
-    types_[directive.name] = directive.type;
-  if (directive.verb == Directive::REMOVE)
-    types_.erase(directive.name);
 }
 
 bool Checker::check()
