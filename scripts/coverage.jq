@@ -7,7 +7,7 @@ def branches: [.branches[] | select(.throw | not) | .count];
 
 def sum_by_position: (map(length) | max // 0) as $most | [range($most) as $i | map(.[$i] // 0) | add];
 
-[inputs | .current_working_directory as $from | .files[]
+[inputs | .files[]
   | .file |= (if startswith("/") then ltrimstr($root + "/") else . end)
   | select(.file | test("^(starter|scrt)/"))]
 | group_by(.file)
