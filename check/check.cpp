@@ -3,19 +3,13 @@
 #include "check/command_line.h"
 #include "check/report.h"
 #include "check/services.h"
+#include "starter/product_version.h"
 
 #include <ace/Log_Msg.h>
 
 #include <cstdio>
 #include <cstring>
 #include <vector>
-
-#if __has_include("starter/version.h")
-#include "starter/version.h" // written by the build
-#else
-#define STARTER_VERSION "0"
-#define STARTER_REVISION "unknown"
-#endif
 
 enum { CLEAN, WITH_FINDINGS, MISUSE };
 

@@ -4,9 +4,9 @@
 #include "check/library_probe.h"
 #include "check/substitution.h"
 #include "check/svc_conf_parser.h"
+#include "starter/configuration.h"
 #include "starter/open_service_config.h"
 #include "starter/options.h"
-#include "starter/starter.h"
 
 #include <cerrno>
 #include <cstring>

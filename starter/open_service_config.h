@@ -2,7 +2,7 @@
 #define STARTER_OPEN_SERVICE_CONFIG_H
 
 #include "scrt/string_sprintf.h"
-#include "starter/starter.h"
+#include "starter/configuration.h"
 
 #include <ace/ACE.h>
 #include <ace/ARGV.h>

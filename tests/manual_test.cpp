@@ -231,7 +231,7 @@ static Texts signals_in(const std::string& text)
 // The signals of each disposition that the program installs.
 static std::set<Texts> dispositions_in_source()
 {
-  const std::string source = read_source("starter/starter.cpp");
+  const std::string source = read_source("starter/fault.h") + read_source("starter/signals.cpp");
   const auto faults = find_all(source, R"(FAULT_SIGNALS\[\] = \{([^}]*)\})");
   EXPECT_EQ(1U, faults.size());
   const std::size_t begin = source.find("void init_signal_handlers()");

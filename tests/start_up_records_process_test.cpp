@@ -323,3 +323,33 @@ TEST(start_up_order, is_the_one_that_services_and_operators_rely_on)
                         "^write\\(2, \"Signal 15 ",                                      //
                         "^write\\(2, \"The staller is gone"}));                          // the end of the services
 }
+
+// ---- The source file that records name
+
+// The source file of the first record that holds `text`; what stands there instead when there is none.
+static std::string source_of(const Starter_Process& starter, const std::string& text)
+{
+  for (const Record& record : starter.records())
+    if (record.text.find(text) != std::string::npos)
+      return record.file;
+  return "no record holds this text";
+}
+
+TEST(source_file, is_the_same_in_the_records_of_every_room_of_the_program)
+{
+  Starter_Process starter({"--user", "there-is-no-such-user", "--reactor", "select"}, probed());
+  ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  starter.send(SIGUSR2);
+  ASSERT_TRUE(starter.wait_for_record("ACE::debug.")) << starter.log();
+  starter.send(SIGALRM);
+  ASSERT_EQ(0, starter.wait_status()) << starter.log();
+
+  const char* const texts[] = {"password entry", // identity
+                               "Created",        // event loop
+                               "system info",    // machine
+                               "ACE::debug.",    // signals
+                               "the back trace"};
+  for (const char* const text : texts)
+    EXPECT_EQ(SOURCE, source_of(starter, text)) << text;
+}

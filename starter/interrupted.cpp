@@ -1,4 +1,6 @@
-#include "starter/handler_memory.h"
+#include "starter/interrupted.h"
+
+#include <ace/OS_NS_string.h>
 
 #include <atomic>
 #include <cstddef>
@@ -80,3 +82,19 @@ void operator delete(void* p, std::size_t) noexcept
 }
 
 #endif
+
+Interrupted_Record::Interrupted_Record()
+    : log_(*ACE_Log_Msg::instance()), line_(log_.linenum()), status_(log_.op_status()), error_(log_.errnum())
+{
+  ACE_OS::strsncpy(text_, log_.msg(), sizeof text_);
+  ACE_OS::strsncpy(file_, log_.file(), sizeof file_);
+}
+
+Interrupted_Record::~Interrupted_Record()
+{
+  log_.msg(text_);
+  log_.file(file_);
+  log_.linenum(line_);
+  log_.op_status(status_);
+  log_.errnum(error_);
+}

@@ -1,4 +1,4 @@
-#include "starter/handler_memory.h"
+#include "starter/interrupted.h"
 
 #include <gtest/gtest.h>
 
