@@ -124,8 +124,8 @@ static void add_supplementary_groups(const std::vector<const char*>& opt_groups)
     LOG_FAILED(LM_ERROR, "Failed to set supplementary groups, errno=%d, %m\n", errno);
 }
 
-// Primary group, groups of the account, user, supplementary groups: operators rely on this order as it stands. The
-// last step comes when a superuser has already become somebody else, and is then refused and logged.
+// Operators rely on this order as it stands: the primary group, the groups of the account, the user, the supplementary
+// groups. A superuser has become somebody else by the last step, which is then refused and logged.
 void switch_identity(const char* opt_user, const char* opt_group, const std::vector<const char*>& opt_groups)
 {
   uid_t uid = static_cast<uid_t>(-1);

@@ -13,8 +13,8 @@
 #include <set>
 #include <string>
 
-/// Whether the framework can substitute the environment variables that `text` names. It copies a name into a buffer
-/// of ACE_DEFAULT_ARGV_BUFSIZ characters without a look at its length, after it has taken quotes out of the text.
+/// Whether the framework can substitute the environment variables that `text` names. The framework copies a name into a
+/// buffer of ACE_DEFAULT_ARGV_BUFSIZ characters without checking its length, after it has removed quotes from the text.
 inline bool is_safe_to_substitute(const char* text)
 {
   for (const char* p = ACE_OS::strchr(text, '$'); p; p = ACE_OS::strchr(p + 1, '$'))

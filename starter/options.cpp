@@ -4,8 +4,8 @@
 
 #include <ace/OS_NS_string.h>
 
-// No short options. The '-' asks for the order of the command line once more: without it POSIXLY_CORRECT in the
-// environment would end the options at the first stray word.
+// There are no short options. The '-' repeats the request for the order of the command line: without it,
+// POSIXLY_CORRECT in the environment would end the options at the first stray word.
 Starter_Get_Opt::Starter_Get_Opt(int argc, char** argv) : ACE_Get_Opt(argc, argv, "-", 1, 0, RETURN_IN_ORDER, 0)
 {
   long_option("threads", ARG_REQUIRED);

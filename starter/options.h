@@ -5,7 +5,7 @@
 
 #include <vector>
 
-/// What the command line asks the program itself for. The texts point into it.
+/// The program's own options. The texts point into the command line.
 struct Starter_Options
 {
   const char* type = nullptr;
@@ -16,16 +16,16 @@ struct Starter_Options
   std::vector<const char*> opt_groups;
 };
 
-/// The parser of the program's own options, behind the program's name. It yields 0 for each of them, 1 for a word that
-/// is no option, and '?' for what it does not know or what lacks its value. Prints nothing.
+/// The parser of the program's own options, which follow the program's name. It yields 0 for each of them, 1 for a word
+/// that is no option, and '?' for an option that it does not know or that lacks its value. Prints nothing.
 class Starter_Get_Opt : public ACE_Get_Opt
 {
 public:
   Starter_Get_Opt(int argc, char** argv);
 };
 
-/// The options that are ours; everything else on the line is somebody else's and passed over without a word.
-/// Of an option given twice the later one counts; only groups add up. `argv` stays as it is.
+/// Read the program's own options; everything else on the command line is passed over silently. If an option is given
+/// twice, the later one counts; only groups add up. `argv` stays as it is.
 Starter_Options parse_options(int argc, char** argv);
 
 #endif // STARTER_OPTIONS_H

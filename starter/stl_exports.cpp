@@ -1,12 +1,14 @@
 #include "starter/stl_exports.h"
 
-#include <array> // for std::max and std::swap, instead of <algorithm>, which has the header told of below in it
+#include <array> // brings std::max and std::swap, but not <functional>, which <algorithm> includes
 
-// Services bind to these at load time: they are part of what the program offers. They stand above every other header
-// because <functional> instantiates std::max for unsigned long, and after that it is too late to specialise it.
+// Services bind to these functions at load time: the functions are part of what the program offers. They stand above
+// every other header because <functional> instantiates std::max for unsigned long, which can no longer be specialised
+// after that.
 namespace std
 {
-// Of equal values the second one, other than the library's own rule. Kept: only the identity of the result differs.
+// For equal values this returns the second argument, where the library returns the first. Kept: only the address
+// differs.
 template <>
 [[gnu::visibility("default")]] const unsigned long& max<unsigned long>(const unsigned long& l, const unsigned long& r)
 {
@@ -41,7 +43,7 @@ template <>
 {
 }
 
-// Use alone leaves none of this in an optimised executable: all of it is inlined.
+// Instantiated explicitly: an optimised build inlines every use and emits no symbol.
 template struct less<string>;
 template string::basic_string(const char*, const allocator<char>&);
 template string::~basic_string();

@@ -49,8 +49,8 @@ int Systemd_Handler::open(ACE_Reactor* r)
   return 0;
 }
 
-// Why the last library could not be loaded. A copy: the next use of the loader in this thread takes the text away, and
-// what writes the record may be the one to use it.
+// Tells why the last library could not be loaded. Copied, because the next dl call, even the logger's, invalidates the
+// text.
 static std::string get_load_error()
 {
   const char* const text = dlerror();
@@ -58,7 +58,7 @@ static std::string get_load_error()
   return text ? text : "";
 }
 
-// The client library and the name it was found by, or null.
+// Returns the client library, or null, and sets `fname` to the name that it was found by.
 static void* load_library(std::string& fname)
 {
   fname = get_env_r("LIBSYSTEMD_FILENAME");
@@ -76,7 +76,7 @@ static void* load_library(std::string& fname)
   if (void* const handle = dlopen(fname.c_str(), RTLD_LAZY))
     return handle;
   LOG_RECORD(LM_WARNING, "Unable to load libsystemd.so.0, %s\n",
-             get_load_error().c_str()); // no failure yet: the old name follows
+             get_load_error().c_str()); // not a failure yet: the old name is tried next
 
   fname = "libsystemd-daemon.so.0";
   void* const handle = dlopen(fname.c_str(), RTLD_LAZY);
@@ -85,17 +85,17 @@ static void* load_library(std::string& fname)
   return handle;
 }
 
-// What the client library tells of the watchdog's period.
+// Asks the client library for the period of the watchdog.
 static bool ask_library(sd_watchdog_enabled_t sd_watchdog_enabled, uint64_t& usec)
 {
-  if (sd_watchdog_enabled(0, &usec) > 0) // 0 leaves the variables to whoever looks at them next
+  if (sd_watchdog_enabled(0, &usec) > 0) // 0 keeps the variables in the environment, for children
     return true;
 
   LOG_FAILED(LM_WARNING, "systemd watchdog is not enabled.\n");
   return false;
 }
 
-// What a newer client library would tell.
+// Reads what a newer client library would have read.
 static bool ask_environment(uint64_t& usec)
 {
   std::string tmp_env = get_env_r("WATCHDOG_USEC");
@@ -119,7 +119,7 @@ static bool ask_environment(uint64_t& usec)
   return true;
 }
 
-// The time between keep-alives for a watchdog period of `usec`.
+// Returns the time between keep-alives for a watchdog period of `usec`.
 static ACE_Time_Value get_interval(uint64_t usec)
 {
   ACE_Time_Value tmo(ACE_Time_Value::zero);
@@ -128,8 +128,8 @@ static ACE_Time_Value get_interval(uint64_t usec)
   if (!tmp_env.empty())
     tmo.set(static_cast<double>(natoi<unsigned long long, char const*>(tmp_env.c_str(), nullptr, nullptr)));
 
-  // Kept as it is: the floor holds for a watchdog period below 3 seconds too, which no keep-alive then meets. Who
-  // sets one that short sets the interval with it.
+  // Kept as it is: the floor also holds for a watchdog period below 3 seconds, which no keep-alive then meets. An
+  // operator who sets so short a period sets the interval too.
   if (tmo == ACE_Time_Value::zero) {
     usec /= NOTIFY_RETRIES;
     if (usec < MIN_NOTIFY_USEC)
@@ -178,11 +178,11 @@ int Systemd_Handler::open_i(ACE_Reactor* r)
     return -1;
   }
 
-  // For the journal, which takes the priority from the text; the log may go anywhere.
+  // Written to standard error for the journal, which reads the priority from the text; the log may go anywhere.
   std::fprintf(stderr, "<6>Notify systemd every %llu ms.\n", static_cast<unsigned long long>(tmo.get_msec()));
   LOG_RECORD(LM_DEBUG, "Notify systemd every %Q ms.\n", tmo.get_msec());
 
-  // Readiness goes together with the watchdog: without one, nobody is told.
+  // Readiness goes together with the watchdog: without a watchdog it is not reported.
   (void)sd_notify(0, "READY=1\n"); // a lost message is no reason to stop
   (void)sd_notify(0, "WATCHDOG=1\n");
   return 0;
@@ -202,7 +202,7 @@ int Systemd_Handler::close()
   ACE_Reactor* const r = reactor();
   if (r) {
     reactor(nullptr);
-    r->cancel_timer(notify_timer_id_, nullptr, 1); // 1: there is nothing that handle_close would have to do
+    r->cancel_timer(notify_timer_id_, nullptr, 1); // 1 leaves out handle_close(), which has nothing to do
   }
 
   if (handle_) {

@@ -9,7 +9,7 @@
 
 /// Tells systemd that the process is ready and keeps its watchdog fed, from a timer of the reactor: a loop that stalls
 /// sends nothing. systemd's client library is loaded at run time. Without it, without systemd, or without a watchdog
-/// for this process there is nothing to do, and readiness is not reported either.
+/// for this process, the notifier does nothing, and readiness is not reported either.
 ///
 /// The environment, where an empty variable counts as unset:
 ///   LIBSYSTEMD_FILENAME  the client library to load in place of libsystemd.so.0 or else libsystemd-daemon.so.0;
@@ -19,7 +19,7 @@
 ///   WATCHDOG_USEC, WATCHDOG_PID  the watchdog's period and the process it is for; read by the client library, and
 ///                        here when that is too old to do so
 ///
-/// Open and close it while no other thread runs the loop of its reactor.
+/// Open and close the notifier while no other thread runs the loop of its reactor.
 class Systemd_Handler : public ACE_Event_Handler
 {
 public:
@@ -45,13 +45,14 @@ protected:
   long notify_timer_id_; ///< -1 until a timer has been scheduled
 };
 
-/// Create a handler of the class `T` and open it on the process-wide reactor. It lives until the process ends, also
-/// when it cannot be opened: what the start-up does without, nobody has to hear of. Without memory for it, `errno` is
-/// ENOMEM. Main thread, before the event loop runs.
+/// Create an event handler of the class `T` and open it on the process-wide reactor. It lives until the process ends,
+/// even if opening fails; start-up does not depend on it. Without memory for it, `errno` is ENOMEM. Main thread, before
+/// the event loop runs.
 template <typename T>
 void new_event_handler()
 {
-  // Leak detection finds the handler through it. Volatile, or the optimiser drops what nobody reads.
+  // Leak detection finds the event handler through this pointer, which is volatile because an optimiser drops
+  // variables that nobody reads.
   [[maybe_unused]] static T* volatile never_deleted;
 
   T* const h = new (std::nothrow) T;
@@ -62,7 +63,7 @@ void new_event_handler()
 
   never_deleted = h;
   h->reference_counting_policy().value(ACE_Event_Handler::Reference_Counting_Policy::DISABLED);
-  const ACE_Event_Handler_var guard(h); // lets go without deleting: references are not counted
+  const ACE_Event_Handler_var guard(h); // does not delete the event handler, whose references are not counted
 
   (void)h->open(ACE_Reactor::instance()); // the process goes on without notifications
 }
