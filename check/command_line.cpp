@@ -33,9 +33,9 @@ struct Reading
   std::vector<Occurrence> options; // in order
 };
 
-void add(Findings& findings, const char* kind, const std::string& message)
+void add(Findings& findings, Finding_Kind kind, const std::string& message)
 {
-  findings.push_back({kind, "", 0, message});
+  findings.push_back({kind, {}, message});
 }
 
 std::string quoted(const std::string& text)
@@ -128,14 +128,14 @@ void check_arguments(int argc, char** argv, const Reading& own, const Reading& c
     const Role l = own.roles[i];
     const Role r = configurator.roles[i];
     if (is_used(l) && is_used(r) && l != r)
-      add(findings, "read-twice",
+      add(findings, Finding_Kind::READ_TWICE,
           quoted(argv[i]) + " is read twice: as the value of what stands before it, and for itself");
     else if (i + 1 == static_cast<std::size_t>(argc) && !is_used(l) && !is_used(r) && lacks_value(argc, argv))
-      add(findings, "missing-value", quoted(argv[i]) + " is ignored: its value is missing");
+      add(findings, Finding_Kind::MISSING_VALUE, quoted(argv[i]) + " is ignored: its value is missing");
     else if (!is_used(l) && !is_used(r))
-      add(findings, "ignored-argument", ignored(argv[i], l, r));
+      add(findings, Finding_Kind::IGNORED_ARGUMENT, ignored(argv[i], l, r));
     else if (r == OPTION && !is_used(l) && !configurator.unread[i].empty())
-      add(findings, "ignored-argument",
+      add(findings, Finding_Kind::IGNORED_ARGUMENT,
           "in " + quoted(argv[i]) + " these letters are ignored: " + quoted(configurator.unread[i]));
   }
 }
@@ -148,9 +148,10 @@ void check_occurrences(char** argv, const Reading& own, const Reading& configura
                                return later.name == i->name;
                              });
     if (is_replaced)
-      add(findings, "ignored-argument", quoted(argv[i->at]) + " is ignored: --" + i->name + " is given again later");
+      add(findings, Finding_Kind::IGNORED_ARGUMENT,
+          quoted(argv[i->at]) + " is ignored: --" + i->name + " is given again later");
     if (i->name == "background" && std::strchr(argv[i->at], '='))
-      add(findings, "ignored-argument",
+      add(findings, Finding_Kind::IGNORED_ARGUMENT,
           quoted(argv[i->at]) + " goes to the background whatever follows the equals sign");
   }
 
@@ -160,14 +161,14 @@ void check_occurrences(char** argv, const Reading& own, const Reading& configura
         (i->name == "k" || i->name == "p") &&
         std::any_of(i + 1, configurator.options.end(), [&](const Occurrence& later) { return later.name == i->name; });
     if (is_replaced)
-      add(findings, "ignored-argument",
+      add(findings, Finding_Kind::IGNORED_ARGUMENT,
           '-' + i->name + ' ' + quoted(i->value) + " is ignored: it is given again later");
   }
 
   // The host takes a beginning that fits --threads as well for that one.
   for (const Occurrence& option : configurator.options)
     if (option.name == "thread-pool" && own.roles[option.at] != OPTION)
-      add(findings, "ignored-argument", quoted(argv[option.at]) + " is ignored together with its value");
+      add(findings, Finding_Kind::IGNORED_ARGUMENT, quoted(argv[option.at]) + " is ignored together with its value");
 }
 
 // ---- Values of the program's own options
@@ -193,14 +194,15 @@ void check_threads(const Reading& own, const Starter_Options& options, Findings&
   (void)natoi<unsigned, const char*>(text.c_str(), nullptr, &end);
   const int error = errno;
   if (error == EINVAL)
-    add(findings, "thread-count", quoted(text) + " is no number and counts as 0");
+    add(findings, Finding_Kind::THREAD_COUNT, quoted(text) + " is no number and counts as 0");
   else if (error == ERANGE)
-    add(findings, "thread-count", quoted(text) + " is too large and counts as " + std::to_string(options.n));
+    add(findings, Finding_Kind::THREAD_COUNT,
+        quoted(text) + " is too large and counts as " + std::to_string(options.n));
   else if (*end)
-    add(findings, "thread-count", quoted(text) + " is cut to " + std::to_string(options.n));
+    add(findings, Finding_Kind::THREAD_COUNT, quoted(text) + " is cut to " + std::to_string(options.n));
 
   if (!options.type || !*options.type)
-    add(findings, "thread-count", "--threads is ignored without --reactor");
+    add(findings, Finding_Kind::THREAD_COUNT, "--threads is ignored without --reactor");
 }
 
 void check_reactor(const Starter_Options& options, Findings& findings)
@@ -208,27 +210,28 @@ void check_reactor(const Starter_Options& options, Findings& findings)
   if (!options.type)
     return;
   if (!*options.type) {
-    add(findings, "ignored-argument", "--reactor is ignored: its value is empty");
+    add(findings, Finding_Kind::IGNORED_ARGUMENT, "--reactor is ignored: its value is empty");
     return;
   }
 
   const bool is_known = get_key_value_entry(make_reactor_table, options.type)->key != nullptr;
   if (!is_known)
-    add(findings, "unknown-reactor", quoted(options.type) + " is no reactor: select, tp, dev_poll and priority are");
+    add(findings, Finding_Kind::UNKNOWN_REACTOR,
+        quoted(options.type) + " is no reactor: select, tp, dev_poll and priority are");
   else if (!get_reactor_factory(options.type, options.n))
-    add(findings, "thread-count",
+    add(findings, Finding_Kind::THREAD_COUNT,
         quoted(options.type) + " is refused with " + std::to_string(options.n) + " threads: it takes 2 or more");
 }
 
 void check_accounts(const Starter_Options& options, Findings& findings)
 {
   if (options.opt_user && !is_known_user(options.opt_user))
-    add(findings, "unknown-user", "there is no user " + quoted(options.opt_user));
+    add(findings, Finding_Kind::UNKNOWN_USER, "there is no user " + quoted(options.opt_user));
   if (options.opt_group && !is_known_group(options.opt_group))
-    add(findings, "unknown-group", "there is no group " + quoted(options.opt_group));
+    add(findings, Finding_Kind::UNKNOWN_GROUP, "there is no group " + quoted(options.opt_group));
   for (const char* const group : options.opt_groups)
     if (!is_known_group(group))
-      add(findings, "unknown-group", "there is no group " + quoted(group));
+      add(findings, Finding_Kind::UNKNOWN_GROUP, "there is no group " + quoted(group));
 }
 
 // ---- Values that go to the configurator
@@ -241,11 +244,11 @@ void check_passed_values(const Reading& configurator, Findings& findings)
 
     const std::string what = '-' + option.name + ' ' + quoted(option.value) + ": ";
     if (const std::string problem = check_quoting(option.value); !problem.empty())
-      add(findings, "altered-value", what + problem);
+      add(findings, Finding_Kind::ALTERED_VALUE, what + problem);
     // What the directive of -S leaves for its service to be replaced is looked at with the parameters.
     if (option.name != "S" || !is_safe_to_substitute(option.value))
       for (const std::string& problem : check_variables(option.value))
-        add(findings, "variable-not-set", what + problem);
+        add(findings, Finding_Kind::VARIABLE_NOT_SET, what + problem);
   }
 }
 } // namespace

@@ -99,10 +99,12 @@ void check_readings(int argc, char** argv, Findings& findings)
       lost.push_back(option);
 
   for (const Option& option : taken)
-    findings.push_back({"read-twice", "", 0, "the configurator takes " + describe(option) + " out of a value"});
+    findings.push_back(
+        {Finding_Kind::READ_TWICE, {}, "the configurator takes " + describe(option) + " out of a value"});
   for (const Option& option : lost)
     findings.push_back(
-        {"ignored-argument", "", 0,
+        {Finding_Kind::IGNORED_ARGUMENT,
+         {},
          describe(option) + " does not get to the configurator: " +
              (std::getenv("POSIXLY_CORRECT") ? "POSIXLY_CORRECT is set, and a value before it ends the options"
                                              : "a value before it is taken for an option")});
@@ -115,7 +117,8 @@ void check_signals(int argc, char** argv, Findings& findings)
     struct sigaction action;
     if (letter == 's' &&
         (signo <= 0 || signo == SIGKILL || signo == SIGSTOP || sigaction(signo, nullptr, &action) != 0))
-      findings.push_back({"bad-signal", "", 0,
+      findings.push_back({Finding_Kind::BAD_SIGNAL,
+                          {},
                           "-s '" + value + "' is no number of a signal that can be caught: no service is loaded"});
   }
 }

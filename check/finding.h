@@ -4,12 +4,91 @@
 #include <string>
 #include <vector>
 
+/// The kinds of findings, in the order of their names.
+enum class Finding_Kind {
+  ALTERED_VALUE,
+  BAD_SIGNAL,
+  DUPLICATE_SERVICE,
+  EMPTY_DIRECTORY,
+  FATAL_DIRECTIVE,
+  IGNORED_ARGUMENT,
+  IGNORED_MODULE,
+  LIBRARY_NOT_LOADED,
+  MISSING_FACTORY,
+  MISSING_VALUE,
+  READ_TWICE,
+  REPEATED_FILE,
+  SYNTAX_ERROR,
+  THREAD_COUNT,
+  UNKNOWN_GROUP,
+  UNKNOWN_REACTOR,
+  UNKNOWN_SERVICE,
+  UNKNOWN_USER,
+  UNREADABLE_FILE,
+  VARIABLE_NOT_SET
+};
+
+/// The name of `kind`, as it is printed and as the manual page lists it. Null for a value that is no kind, so that a
+/// loop that counts from 0 up finds every kind. Any thread.
+constexpr const char* kind_name(Finding_Kind kind)
+{
+  switch (kind) { // without a default, so that the compiler reports a kind that has no name
+  case Finding_Kind::ALTERED_VALUE:
+    return "altered-value";
+  case Finding_Kind::BAD_SIGNAL:
+    return "bad-signal";
+  case Finding_Kind::DUPLICATE_SERVICE:
+    return "duplicate-service";
+  case Finding_Kind::EMPTY_DIRECTORY:
+    return "empty-directory";
+  case Finding_Kind::FATAL_DIRECTIVE:
+    return "fatal-directive";
+  case Finding_Kind::IGNORED_ARGUMENT:
+    return "ignored-argument";
+  case Finding_Kind::IGNORED_MODULE:
+    return "ignored-module";
+  case Finding_Kind::LIBRARY_NOT_LOADED:
+    return "library-not-loaded";
+  case Finding_Kind::MISSING_FACTORY:
+    return "missing-factory";
+  case Finding_Kind::MISSING_VALUE:
+    return "missing-value";
+  case Finding_Kind::READ_TWICE:
+    return "read-twice";
+  case Finding_Kind::REPEATED_FILE:
+    return "repeated-file";
+  case Finding_Kind::SYNTAX_ERROR:
+    return "syntax-error";
+  case Finding_Kind::THREAD_COUNT:
+    return "thread-count";
+  case Finding_Kind::UNKNOWN_GROUP:
+    return "unknown-group";
+  case Finding_Kind::UNKNOWN_REACTOR:
+    return "unknown-reactor";
+  case Finding_Kind::UNKNOWN_SERVICE:
+    return "unknown-service";
+  case Finding_Kind::UNKNOWN_USER:
+    return "unknown-user";
+  case Finding_Kind::UNREADABLE_FILE:
+    return "unreadable-file";
+  case Finding_Kind::VARIABLE_NOT_SET:
+    return "variable-not-set";
+  }
+  return nullptr;
+}
+
+/// A place in the configuration; a default one is the command line.
+struct Place
+{
+  std::string file; ///< empty: the command line
+  int line = 0;     ///< in `file`, from 1; 0: no particular one
+};
+
 /// Something that the host would stumble over, refuse or ignore.
 struct Finding
 {
-  std::string kind;    ///< one of the names that the manual page lists
-  std::string file;    ///< empty: the command line
-  int line;            ///< in `file`, from 1; 0: no particular one
+  Finding_Kind kind;
+  Place place;
   std::string message; ///< one line
 };
 

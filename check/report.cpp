@@ -56,10 +56,10 @@ std::string format_text(const Findings& findings)
 {
   std::string text;
   for (const Finding& finding : findings) {
-    text += finding.file.empty() ? "command line" : printable(finding.file);
-    if (finding.line > 0)
-      text += ':' + std::to_string(finding.line);
-    text += ": " + finding.kind + ": " + printable(finding.message) + '\n';
+    text += finding.place.file.empty() ? "command line" : printable(finding.place.file);
+    if (finding.place.line > 0)
+      text += ':' + std::to_string(finding.place.line);
+    text += std::string(": ") + kind_name(finding.kind) + ": " + printable(finding.message) + '\n';
   }
   return text;
 }
@@ -89,9 +89,9 @@ std::string format_json(const Findings& findings)
   const char* separator = "";
   for (const Finding& finding : findings) {
     text += separator;
-    text += "\n  {\"kind\": " + json_string(finding.kind);
-    text += ", \"file\": " + (finding.file.empty() ? "null" : json_string(finding.file));
-    text += ", \"line\": " + (finding.line > 0 ? std::to_string(finding.line) : "null");
+    text += "\n  {\"kind\": " + json_string(kind_name(finding.kind));
+    text += ", \"file\": " + (finding.place.file.empty() ? "null" : json_string(finding.place.file));
+    text += ", \"line\": " + (finding.place.line > 0 ? std::to_string(finding.place.line) : "null");
     text += ", \"message\": " + json_string(finding.message) + '}';
     separator = ",";
   }

@@ -25,12 +25,6 @@ namespace fs = std::filesystem;
 
 namespace
 {
-struct Place
-{
-  std::string file; // empty: the command line
-  int line;
-};
-
 // A dynamic service that is there.
 struct Service
 {
@@ -73,7 +67,8 @@ void check_directory(const std::string& path, Findings& findings)
   if (!find_service_configs(path.c_str(), files))
     return; // it is a file, or nothing at all
   if (files.empty())
-    findings.push_back({"empty-directory", path, 0, "no regular file in it has a name that ends in .conf"});
+    findings.push_back(
+        {Finding_Kind::EMPTY_DIRECTORY, {path, 0}, "no regular file in it has a name that ends in .conf"});
 
   std::set<std::string> others;
   std::error_code ignored; // it has just been read
@@ -81,7 +76,8 @@ void check_directory(const std::string& path, Findings& findings)
     if (is_file_extension(entry.path().c_str(), "conf") && !is_regular_file(entry.path().c_str()))
       others.insert(entry.path());
   for (const std::string& other : others)
-    findings.push_back({"unreadable-file", other, 0, "is passed over: it is no regular file, and leads to none"});
+    findings.push_back(
+        {Finding_Kind::UNREADABLE_FILE, {other, 0}, "is passed over: it is no regular file, and leads to none"});
 }
 
 void check_directories(int argc, char** argv, Findings& findings)
@@ -106,7 +102,7 @@ public:
 private:
   bool read_source_file(const Source& source);
   void add_text(const std::string& text, const std::string& file);
-  void add(const Place& place, const char* kind, const std::string& message);
+  void add(const Place& place, Finding_Kind kind, const std::string& message);
 
   bool probe_libraries();
   bool probe_statics(std::size_t begin, std::size_t end);
@@ -135,9 +131,9 @@ private:
   std::map<std::string, Service> services_before_; // that were there before the stream at hand
 };
 
-void Checker::add(const Place& place, const char* kind, const std::string& message)
+void Checker::add(const Place& place, Finding_Kind kind, const std::string& message)
 {
-  findings_.push_back({kind, place.file, place.line, message});
+  findings_.push_back({kind, place, message});
 }
 
 void Checker::add_text(const std::string& text, const std::string& file)
@@ -145,7 +141,7 @@ void Checker::add_text(const std::string& text, const std::string& file)
   const bool is_file = !file.empty();
   const Svc_Conf conf = parse_svc_conf(text);
   for (const Syntax_Error& error : conf.errors)
-    add({file, is_file ? error.line : 0}, "syntax-error", error.message);
+    add({file, is_file ? error.line : 0}, Finding_Kind::SYNTAX_ERROR, error.message);
   for (const Directive& directive : conf.directives)
     directives_.push_back({directive, {file, is_file ? directive.line : 0}, sources_});
   ++sources_;
@@ -163,12 +159,13 @@ bool Checker::read_source_file(const Source& source)
       message += "; the host ends here, with status 2";
     else if (!source.is_default_file)
       message += "; no later -f and no -S is processed";
-    add({source.text, 0}, "unreadable-file", message);
+    add({source.text, 0}, Finding_Kind::UNREADABLE_FILE, message);
     return source.is_default_file && error != EISDIR;
   }
 
   if (!files_.insert(source.text).second) {
-    add({source.text, 0}, "repeated-file", "is processed again, so that its services are replaced by new ones");
+    add({source.text, 0}, Finding_Kind::REPEATED_FILE,
+        "is processed again, so that its services are replaced by new ones");
     return true;
   }
   add_text(content, source.text);
@@ -248,7 +245,7 @@ void Checker::check_factory(const Placed_Directive& placed)
   const Directive& directive = placed.directive;
   if (directive.factory == Directive::STATIC_FUNCTION) {
     if (!placed.has_static)
-      add(placed.place, "missing-factory",
+      add(placed.place, Finding_Kind::MISSING_FACTORY,
           "service '" + directive.name + "': no static factory '" + directive.symbol + '\'');
     return;
   }
@@ -256,27 +253,27 @@ void Checker::check_factory(const Placed_Directive& placed)
   const Library_Result& result = libraries_.at(directive.library);
   const std::string service = "service '" + directive.name + "': ";
   if (!result.error.empty())
-    add(placed.place, "library-not-loaded",
+    add(placed.place, Finding_Kind::LIBRARY_NOT_LOADED,
         service + "library '" + directive.library + "': " + result.error + decoration_hint(directive.library));
   else if (const auto error = result.errors.find(directive.symbol); error != result.errors.end())
-    add(placed.place, "missing-factory",
+    add(placed.place, Finding_Kind::MISSING_FACTORY,
         service + "factory '" + directive.symbol + "' of library '" + directive.library + "': " + error->second);
   else if (directive.factory == Directive::OBJECT && result.functions.count(directive.symbol) != 0)
-    add(placed.place, "missing-factory",
+    add(placed.place, Finding_Kind::MISSING_FACTORY,
         service + '\'' + directive.symbol + "' is a function: without '()' the host takes it for an object and ends");
   else if (directive.factory == Directive::FUNCTION && result.objects.count(directive.symbol) != 0)
-    add(placed.place, "missing-factory",
+    add(placed.place, Finding_Kind::MISSING_FACTORY,
         service + '\'' + directive.symbol + "' is an object: with '()' the host calls it and ends");
 }
 
 void Checker::check_parameters(const Placed_Directive& placed)
 {
   if (const std::string problem = check_left_out(placed.directive.parameters); !problem.empty())
-    add(placed.place, "altered-value", "service '" + placed.directive.name + "', parameters: " + problem);
+    add(placed.place, Finding_Kind::ALTERED_VALUE, "service '" + placed.directive.name + "', parameters: " + problem);
   for (const std::string& word : split_parameters(placed.directive.parameters)) {
     const std::string what = "service '" + placed.directive.name + "', parameter '" + word + "': ";
     for (const std::string& problem : check_variables(word))
-      add(placed.place, "variable-not-set", what + problem);
+      add(placed.place, Finding_Kind::VARIABLE_NOT_SET, what + problem);
   }
 }
 
@@ -294,7 +291,7 @@ void Checker::check_name(const Placed_Directive& placed)
 
   if (directive.verb == Directive::DYNAMIC) {
     if (there != services_.end())
-      add(placed.place, "duplicate-service",
+      add(placed.place, Finding_Kind::DUPLICATE_SERVICE,
           "service '" + directive.name + "' takes the place of the one in " + describe(there->second.place));
     services_[directive.name] = {placed.place, directive.type};
     return;
@@ -307,7 +304,7 @@ void Checker::check_name(const Placed_Directive& placed)
     return;
   }
   if (there == services_.end() && !placed.has_static)
-    add(placed.place, "unknown-service", "there is no service '" + directive.name + "' by then");
+    add(placed.place, Finding_Kind::UNKNOWN_SERVICE, "there is no service '" + directive.name + "' by then");
 }
 
 // A stream, and a module of one, that is there already stays.
@@ -316,7 +313,7 @@ void Checker::check_kept_name(const Placed_Directive& placed)
   const Directive& directive = placed.directive;
   const auto [there, is_new] = services_.emplace(directive.name, Service{placed.place, directive.type});
   if (!is_new)
-    add(placed.place, "duplicate-service",
+    add(placed.place, Finding_Kind::DUPLICATE_SERVICE,
         "service '" + directive.name + "' is not loaded: the one in " + describe(there->second.place) + " stays");
 }
 
@@ -378,10 +375,11 @@ void Checker::check_operation(const Placed_Directive& placed, const Directive& s
     return;
 
   if (directive.verb == Directive::STATIC)
-    add(placed.place, "fatal-directive",
+    add(placed.place, Finding_Kind::FATAL_DIRECTIVE,
         HOST_ENDS + ('\'' + directive.name) + "' is no module of a stream that is there");
   else
-    add(placed.place, "fatal-directive", std::string(HOST_ENDS) + "there is no stream '" + stream.name + "' before it");
+    add(placed.place, Finding_Kind::FATAL_DIRECTIVE,
+        std::string(HOST_ENDS) + "there is no stream '" + stream.name + "' before it");
 }
 
 // After an error in the same file no module is pushed. Otherwise it is, whatever it is and onto whatever it is: the
@@ -390,21 +388,21 @@ void Checker::check_module(const Placed_Directive& placed, const Directive& stre
 {
   const std::string name = '\'' + placed.directive.name + '\'';
   if (stream.verb == Directive::STREAM) {
-    add(placed.place, "ignored-module", name + " is not loaded: modules need 'stream dynamic'");
+    add(placed.place, Finding_Kind::IGNORED_MODULE, name + " is not loaded: modules need 'stream dynamic'");
     return;
   }
 
   check_factory(placed);
   check_kept_name(placed);
   if (failed_)
-    add(placed.place, "ignored-module",
+    add(placed.place, Finding_Kind::IGNORED_MODULE,
         name + " is not pushed onto '" + stream.name + "', as the directive in " + describe(failed_->place) + " fails");
   else if (fails(placed))
     failed_ = &placed;
   else if (!is_of_type(stream, Directive::STREAM_OBJECT))
-    add(placed.place, "fatal-directive", HOST_ENDS + ('\'' + stream.name) + "' is no STREAM");
+    add(placed.place, Finding_Kind::FATAL_DIRECTIVE, HOST_ENDS + ('\'' + stream.name) + "' is no STREAM");
   else if (!is_of_type(placed.directive, Directive::MODULE))
-    add(placed.place, "fatal-directive", HOST_ENDS + name + " is no Module");
+    add(placed.place, Finding_Kind::FATAL_DIRECTIVE, HOST_ENDS + name + " is no Module");
 }
 
 void Checker::check_directive(const Placed_Directive& placed, bool has_modules)
@@ -437,7 +435,8 @@ bool Checker::check()
       failed_ = nullptr;
       is_passed_over = services_.count(placed.place.file) != 0;
       if (is_passed_over)
-        add({placed.place.file, 0}, "unreadable-file", "is not read: there is a service of this name by then");
+        add({placed.place.file, 0}, Finding_Kind::UNREADABLE_FILE,
+            "is not read: there is a service of this name by then");
     }
     if (is_passed_over) // the framework takes the service for the file at hand
       continue;

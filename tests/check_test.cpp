@@ -351,17 +351,20 @@ TEST(library_probe, knows_static_services)
 TEST(check_report, writes_one_line_a_finding)
 {
   EXPECT_EQ("", format_text({}));
-  EXPECT_EQ("command line: a: b\nf: c: d\nf:7: e: \\x1b[31m\\x0a\\xff\\xc2\\x9b\xc3\xa9\n",
-            format_text({{"a", "", 0, "b"}, {"c", "f", 0, "d"}, {"e", "f", 7, "\x1b[31m\n\xff\xc2\x9b\xc3\xa9"}}));
+  EXPECT_EQ("command line: bad-signal: b\nf: read-twice: d\nf:7: syntax-error: \\x1b[31m\\x0a\\xff\\xc2\\x9b\xc3\xa9\n",
+            format_text({{Finding_Kind::BAD_SIGNAL, {}, "b"},
+                         {Finding_Kind::READ_TWICE, {"f", 0}, "d"},
+                         {Finding_Kind::SYNTAX_ERROR, {"f", 7}, "\x1b[31m\n\xff\xc2\x9b\xc3\xa9"}}));
 }
 
 TEST(check_report, writes_json_whatever_the_texts_hold)
 {
   EXPECT_EQ("{\"findings\": []}\n", format_json({}));
-  EXPECT_EQ(
-      "{\"findings\": [\n"
-      "  {\"kind\": \"a\", \"file\": null, \"line\": null, \"message\": \"b\"},\n"
-      "  {\"kind\": \"c\", \"file\": \"f\\\\\", \"line\": 7, \"message\": \"\\\"\\u0009\\u0000\xc3\xa9\\ufffd\"}\n"
-      "]}\n",
-      format_json({{"a", "", 0, "b"}, {"c", "f\\", 7, std::string("\"\t\0\xc3\xa9\xff", 6)}}));
+  EXPECT_EQ("{\"findings\": [\n"
+            "  {\"kind\": \"bad-signal\", \"file\": null, \"line\": null, \"message\": \"b\"},\n"
+            "  {\"kind\": \"syntax-error\", \"file\": \"f\\\\\", \"line\": 7, \"message\": "
+            "\"\\\"\\u0009\\u0000\xc3\xa9\\ufffd\"}\n"
+            "]}\n",
+            format_json({{Finding_Kind::BAD_SIGNAL, {}, "b"},
+                         {Finding_Kind::SYNTAX_ERROR, {"f\\", 7}, std::string("\"\t\0\xc3\xa9\xff", 6)}}));
 }
