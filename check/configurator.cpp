@@ -1,5 +1,7 @@
 #include "check/configurator.h"
 
+#include "starter/open_service_config.h"
+
 #include <ace/ACE.h>
 #include <ace/Get_Opt.h>
 #include <ace/Service_Gestalt.h>
@@ -92,7 +94,7 @@ void check_readings(int argc, char** argv, Findings& findings)
   for (const Option& option : read_service_options(argc, argv))
     taken.push_back(option);
   std::vector<Option> lost;
-  for (const Option& option : read_options(argc, argv, "-bdf:k:nyp:s:S:", ACE_Get_Opt::RETURN_IN_ORDER))
+  for (const Option& option : read_options(argc, argv, SERVICE_CONFIG_OPTIONS, ACE_Get_Opt::RETURN_IN_ORDER))
     if (const auto found = std::find(taken.begin(), taken.end(), option); found != taken.end())
       taken.erase(found);
     else

@@ -6,10 +6,11 @@
 
 #include <cstdlib>
 
-// The name behind the dollar sign, as long as the framework takes it.
+// The name behind the dollar sign, up to where the framework ends it. A quote or a backslash that is still in a word
+// ends the name too.
 static std::string variable_name(const std::string& text, std::size_t dollar)
 {
-  const std::size_t end = text.find_first_of("$~!#%^&*()-+=\\|/?,.;:'\"`[]{} \t\n\r", dollar + 1);
+  const std::size_t end = text.find_first_of(std::string(VARIABLE_NAME_ENDS) + "\\'\"", dollar + 1);
   return text.substr(dollar + 1, end == std::string::npos ? end : end - dollar - 1);
 }
 

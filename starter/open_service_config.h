@@ -13,12 +13,20 @@
 #include <set>
 #include <string>
 
+/// The options of the service configurator, as ACE_Get_Opt takes them. The leading '-' repeats the request for the
+/// order of the command line: without it, POSIXLY_CORRECT in the environment would end the options at the first stray word.
+constexpr char SERVICE_CONFIG_OPTIONS[] = "-bdf:k:nyp:s:S:";
+
+/// The characters that end the name of an environment variable wherever they stand. The framework ends a name at a
+/// backslash and at a quote too, but it may have taken these out of the text before, so that the name goes on.
+constexpr char VARIABLE_NAME_ENDS[] = "$~!#%^&*()-+=|/?,.;:`[]{} \t\n\r";
+
 /// Whether the framework can substitute the environment variables that `text` names. The framework copies a name into a
 /// buffer of ACE_DEFAULT_ARGV_BUFSIZ characters without checking its length, after it has removed quotes from the text.
 inline bool is_safe_to_substitute(const char* text)
 {
   for (const char* p = ACE_OS::strchr(text, '$'); p; p = ACE_OS::strchr(p + 1, '$'))
-    if (ACE_OS::strcspn(p + 1, "$~!#%^&*()-+=|/?,.;:`[]{} \t\n\r") >= ACE_DEFAULT_ARGV_BUFSIZ)
+    if (ACE_OS::strcspn(p + 1, VARIABLE_NAME_ENDS) >= ACE_DEFAULT_ARGV_BUFSIZ)
       return false;
 
   return true;
@@ -61,10 +69,8 @@ inline bool find_service_configs(const char* prefix, std::set<std::string>& svc_
 class Service_Config_Get_Opt : public ACE_Get_Opt
 {
 public:
-  // The leading '-' asks for the order of the command line once more: without it POSIXLY_CORRECT in the environment
-  // would end the options at the first stray word.
   Service_Config_Get_Opt(int argc, char** argv, bool skip_first_arg)
-      : ACE_Get_Opt(argc, argv, "-bdf:k:nyp:s:S:", skip_first_arg ? 1 : 0, 0, RETURN_IN_ORDER, 0)
+      : ACE_Get_Opt(argc, argv, SERVICE_CONFIG_OPTIONS, skip_first_arg ? 1 : 0, 0, RETURN_IN_ORDER, 0)
   {
     long_option("thread-pool", ARG_REQUIRED); // known, so that its value is dropped with it
   }

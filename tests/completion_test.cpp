@@ -50,7 +50,7 @@ static std::string completed_by_zsh(const std::string& line)
 static std::set<std::string> options_of_program()
 {
   static const std::regex long_option("long_option\\(\"([a-z-]+)\"");
-  static const std::regex short_options("argc, argv, \"-?([A-Za-z:]+)\"");
+  static const std::regex short_options("_OPTIONS\\[\\] = \"-?([A-Za-z:]+)\"");
 
   std::set<std::string> options;
   for (const fs::directory_entry& entry : fs::directory_iterator(TESTS_PROGRAM_DIR)) {

@@ -141,7 +141,7 @@ static Texts options_in_sources()
     options.insert("--" + call[1] + (call[2] == "ARG_REQUIRED" ? "=" : ""));
   EXPECT_EQ(find_all(sources, R"(\blong_option\(")").size(), options.size());
 
-  for (const Match& call : find_all(sources, R"re(ACE_Get_Opt\(argc, argv, "-([a-zA-Z:]*)")re"))
+  for (const Match& call : find_all(sources, R"re(_OPTIONS\[\] = "-([a-zA-Z:]*)")re"))
     for (const Match& letter : find_all(call[1], "([a-zA-Z])(:?)"))
       options.insert("-" + letter[1] + (letter[2].empty() ? "" : "="));
   return options;
