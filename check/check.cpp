@@ -1,6 +1,7 @@
 // Tells what the host would stumble over in a command line, before it is started with it.
 
-#include "check/command_line.h"
+#include "check/checker_options.h"
+#include "check/command_line_findings.h"
 #include "check/report.h"
 #include "check/services.h"
 #include "starter/product_version.h"
@@ -65,12 +66,13 @@ int main(int argc, char** argv)
     return fail("started without a name");
 
   const char* const option = argc > 1 ? argv[1] : "";
-  if (std::strcmp(option, "--help") == 0 || std::strcmp(option, "--version") == 0) {
+  const bool is_help = std::strcmp(option, HELP_OPTION) == 0;
+  if (is_help || std::strcmp(option, VERSION_OPTION) == 0) {
     if (argc > 2)
       return fail("--help and --version stand alone");
-    return print(option[2] == 'h' ? USAGE : "starter-check " STARTER_VERSION " (rev " STARTER_REVISION ")\n", CLEAN);
+    return print(is_help ? USAGE : "starter-check " STARTER_VERSION " (rev " STARTER_REVISION ")\n", CLEAN);
   }
-  const bool json = std::strcmp(option, "--json") == 0;
+  const bool json = std::strcmp(option, JSON_OPTION) == 0;
   if (json)
     line.erase(line.begin() + 1);
 

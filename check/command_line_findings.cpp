@@ -1,6 +1,8 @@
-#include "check/command_line.h"
+#include "check/command_line_findings.h"
 
 #include "check/account_probe.h"
+#include "check/checker_options.h"
+#include "check/command_line_reader.h"
 #include "check/substitution.h"
 #include "scrt/make_reactor.h"
 #include "scrt/natoi.h"
@@ -16,23 +18,6 @@
 
 namespace
 {
-// What one of the two parsers takes an argument for.
-enum Role { WORD, UNKNOWN, OPTION, VALUE, END, BEHIND };
-
-struct Occurrence
-{
-  std::string name;  // a letter or a long name
-  std::size_t at;    // its position
-  const char* value; // points into the command line; null if there is none
-};
-
-struct Reading
-{
-  std::vector<Role> roles;         // by position
-  std::vector<std::string> unread; // by position: letters in it that mean nothing
-  std::vector<Occurrence> options; // in order
-};
-
 void add(Findings& findings, Finding_Kind kind, const std::string& message)
 {
   findings.push_back({kind, {}, message});
@@ -43,131 +28,71 @@ std::string quoted(const std::string& text)
   return '\'' + text + '\'';
 }
 
-// Let the parser run over the line and note what it does.
-template <typename Parser>
-Reading read_line(Parser& opt, int argc, char** argv)
-{
-  Reading reading;
-  reading.roles.assign(static_cast<std::size_t>(argc), BEHIND);
-  reading.unread.resize(static_cast<std::size_t>(argc));
-  if (argc > 0)
-    reading.roles[0] = VALUE; // the name of the program
-
-  for (;;) {
-    const int at = opt.opt_ind();
-    const int c = opt();
-    if (at >= argc || at < 0)
-      return reading;
-    const std::size_t i = static_cast<std::size_t>(at);
-    const bool is_long = std::strncmp(argv[i], "--", 2) == 0;
-
-    if (c == -1) {
-      reading.roles[i] = END;
-      return reading;
-    }
-    if (c == 1)
-      reading.roles[i] = WORD;
-    else if (c == '?') {
-      if (reading.roles[i] == BEHIND)
-        reading.roles[i] = UNKNOWN; // unless another letter of it is known
-      if (!is_long)
-        reading.unread[i] += opt.last_option();
-    } else {
-      reading.roles[i] = OPTION;
-      if (opt.opt_ind() > at + 1)
-        reading.roles[i + 1] = VALUE;
-      reading.options.push_back({c == 0 ? opt.long_option() : std::string(1, static_cast<char>(c)), i, opt.opt_arg()});
-    }
-  }
-}
-
-Reading read_own(int argc, char** argv)
-{
-  Starter_Get_Opt opt(argc, argv);
-  return read_line(opt, argc, argv);
-}
-
-Reading read_configurator(int argc, char** argv)
-{
-  Service_Config_Get_Opt opt(argc, argv, true);
-  return read_line(opt, argc, argv);
-}
-
-// Whether the last argument is an option that only lacks its value: given one, it would be known.
-bool lacks_value(int argc, char** argv)
-{
-  std::vector<char*> longer(argv, argv + argc);
-  char value[] = "value";
-  longer.push_back(value);
-  longer.push_back(nullptr);
-
-  const std::size_t added = static_cast<std::size_t>(argc);
-  return read_own(argc + 1, longer.data()).roles[added] == VALUE ||
-         read_configurator(argc + 1, longer.data()).roles[added] == VALUE;
-}
-
 bool is_used(Role role)
 {
-  return role == OPTION || role == VALUE || role == END;
+  return role == Role::OPTION || role == Role::VALUE || role == Role::END;
 }
 
 std::string ignored(const std::string& argument, Role own, Role configurator)
 {
-  if (own == BEHIND || configurator == BEHIND)
+  if (own == Role::BEHIND || configurator == Role::BEHIND)
     return quoted(argument) + " is ignored: it stands behind '--'";
-  if (argument == "--json" || argument == "--help" || argument == "--version")
+  if (is_checker_option(argument))
     return quoted(argument) + " is no option of the host; as one of the checker's own it stands before all others";
   if (argument.size() > 1 && argument[0] == '-')
     return quoted(argument) + " is ignored: no such option, or more than one of that beginning";
   return quoted(argument) + " is ignored: it is no option and belongs to none";
 }
 
+// A word that one reading uses and the other one ignores is in order: each reader passes over what is for the other.
 void check_arguments(int argc, char** argv, const Reading& own, const Reading& configurator, Findings& findings)
 {
   for (std::size_t i = 1; i < static_cast<std::size_t>(argc); ++i) {
-    const Role l = own.roles[i];
-    const Role r = configurator.roles[i];
-    if (is_used(l) && is_used(r) && l != r)
+    const Role in_own = own.roles[i];
+    const Role in_configurator = configurator.roles[i];
+    const bool is_ignored = !is_used(in_own) && !is_used(in_configurator);
+    if (is_used(in_own) && is_used(in_configurator) && in_own != in_configurator)
       add(findings, Finding_Kind::READ_TWICE,
           quoted(argv[i]) + " is read twice: as the value of what stands before it, and for itself");
-    else if (i + 1 == static_cast<std::size_t>(argc) && !is_used(l) && !is_used(r) && lacks_value(argc, argv))
+    else if (is_ignored && i + 1 == static_cast<std::size_t>(argc) && lacks_value(argc, argv))
       add(findings, Finding_Kind::MISSING_VALUE, quoted(argv[i]) + " is ignored: its value is missing");
-    else if (!is_used(l) && !is_used(r))
-      add(findings, Finding_Kind::IGNORED_ARGUMENT, ignored(argv[i], l, r));
-    else if (r == OPTION && !is_used(l) && !configurator.unread[i].empty())
+    else if (is_ignored)
+      add(findings, Finding_Kind::IGNORED_ARGUMENT, ignored(argv[i], in_own, in_configurator));
+    else if (in_configurator == Role::OPTION && !is_used(in_own) && !configurator.unread[i].empty())
       add(findings, Finding_Kind::IGNORED_ARGUMENT,
           "in " + quoted(argv[i]) + " these letters are ignored: " + quoted(configurator.unread[i]));
   }
 }
 
-// Options that are known, and yet without effect.
-void check_occurrences(char** argv, const Reading& own, const Reading& configurator, Findings& findings)
+bool is_given_later(const Reading& reading, const Occurrence& option)
 {
-  for (auto i = own.options.begin(); i != own.options.end(); ++i) {
-    const bool is_replaced = i->name != "group" && std::any_of(i + 1, own.options.end(), [&](const Occurrence& later) {
-                               return later.name == i->name;
-                             });
-    if (is_replaced)
-      add(findings, Finding_Kind::IGNORED_ARGUMENT,
-          quoted(argv[i->at]) + " is ignored: --" + i->name + " is given again later");
-    if (i->name == "background" && std::strchr(argv[i->at], '='))
-      add(findings, Finding_Kind::IGNORED_ARGUMENT,
-          quoted(argv[i->at]) + " goes to the background whatever follows the equals sign");
-  }
+  return std::any_of(reading.options.begin(), reading.options.end(), [&](const Occurrence& other) {
+    return other.name == option.name && &other > &option; // they stand in the order of the line
+  });
+}
 
-  // Of these the configurator keeps the last one.
-  for (auto i = configurator.options.begin(); i != configurator.options.end(); ++i) {
-    const bool is_replaced =
-        (i->name == "k" || i->name == "p") &&
-        std::any_of(i + 1, configurator.options.end(), [&](const Occurrence& later) { return later.name == i->name; });
-    if (is_replaced)
+void check_own_occurrences(char** argv, const Reading& own, Findings& findings)
+{
+  for (const Occurrence& option : own.options) {
+    if (option.name != "group" && is_given_later(own, option))
       add(findings, Finding_Kind::IGNORED_ARGUMENT,
-          '-' + i->name + ' ' + quoted(i->value) + " is ignored: it is given again later");
+          quoted(argv[option.at]) + " is ignored: --" + option.name + " is given again later");
+    if (option.name == "background" && std::strchr(argv[option.at], '='))
+      add(findings, Finding_Kind::IGNORED_ARGUMENT,
+          quoted(argv[option.at]) + " goes to the background whatever follows the equals sign");
   }
+}
 
-  // The host takes a beginning that fits --threads as well for that one.
+void check_configurator_occurrences(char** argv, const Reading& own, const Reading& configurator, Findings& findings)
+{
   for (const Occurrence& option : configurator.options)
-    if (option.name == "thread-pool" && own.roles[option.at] != OPTION)
+    if ((option.name == "k" || option.name == "p") && is_given_later(configurator, option))
+      add(findings, Finding_Kind::IGNORED_ARGUMENT,
+          '-' + option.name + ' ' + quoted(option.value) + " is ignored: it is given again later");
+
+  // An abbreviation that fits --threads too is taken for --threads by the host.
+  for (const Occurrence& option : configurator.options)
+    if (option.name == "thread-pool" && own.roles[option.at] != Role::OPTION)
       add(findings, Finding_Kind::IGNORED_ARGUMENT, quoted(argv[option.at]) + " is ignored together with its value");
 }
 
@@ -245,7 +170,8 @@ void check_passed_values(const Reading& configurator, Findings& findings)
     const std::string what = '-' + option.name + ' ' + quoted(option.value) + ": ";
     if (const std::string problem = check_quoting(option.value); !problem.empty())
       add(findings, Finding_Kind::ALTERED_VALUE, what + problem);
-    // What the directive of -S leaves for its service to be replaced is looked at with the parameters.
+    // Variables that remain in a directive of -S are replaced among the parameters of its service and looked at there.
+    // A directive that is not safe gets nowhere.
     if (option.name != "S" || !is_safe_to_substitute(option.value))
       for (const std::string& problem : check_variables(option.value))
         add(findings, Finding_Kind::VARIABLE_NOT_SET, what + problem);
@@ -255,12 +181,13 @@ void check_passed_values(const Reading& configurator, Findings& findings)
 
 void check_command_line(int argc, char** argv, Findings& findings)
 {
-  const Reading own = read_own(argc, argv);
-  const Reading configurator = read_configurator(argc, argv);
+  const Reading own = read_own_options(argc, argv);
+  const Reading configurator = read_configurator_options(argc, argv);
   const Starter_Options options = parse_options(argc, argv);
 
   check_arguments(argc, argv, own, configurator, findings);
-  check_occurrences(argv, own, configurator, findings);
+  check_own_occurrences(argv, own, findings);
+  check_configurator_occurrences(argv, own, configurator, findings);
   check_reactor(options, findings);
   check_threads(own, options, findings);
   check_accounts(options, findings);
