@@ -1,0 +1,42 @@
+#ifndef CHECK_SVC_CONF_H
+#define CHECK_SVC_CONF_H
+
+#include <string>
+#include <vector>
+
+/// A directive of a configuration file that the framework would act on.
+struct Directive
+{
+  enum Verb { DYNAMIC, STATIC, SUSPEND, RESUME, REMOVE, STREAM };
+  enum Type { SERVICE_OBJECT, MODULE, STREAM_OBJECT };
+  enum Factory { OBJECT, FUNCTION, STATIC_FUNCTION };
+
+  Verb verb = DYNAMIC;
+  std::string name; ///< of the service; for STREAM the name of the stream that the modules are meant for
+  int line = 0;
+  bool in_stream = false; ///< stands within the braces of the stream before it
+
+  Type type = SERVICE_OBJECT; ///< this and the following members belong to DYNAMIC only, apart from the parameters
+  Factory factory = OBJECT;
+  std::string library;
+  std::string symbol;
+  bool has_parameters = false;
+  std::string parameters;
+};
+
+/// A place where the framework's parser stops or stumbles.
+struct Syntax_Error
+{
+  int line;
+  std::string message;
+  int logged_line; ///< the line that the framework names in its record, 0 when it logs none
+};
+
+/// The content of a configuration file.
+struct Svc_Conf
+{
+  std::vector<Directive> directives;
+  std::vector<Syntax_Error> errors;
+};
+
+#endif // CHECK_SVC_CONF_H
