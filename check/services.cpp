@@ -1,7 +1,9 @@
 #include "check/services.h"
 
 #include "check/configurator.h"
+#include "check/configurator_findings.h"
 #include "check/library_probe.h"
+#include "check/signal_findings.h"
 #include "check/substitution.h"
 #include "check/svc_conf_parser.h"
 #include "starter/configuration.h"
@@ -467,6 +469,7 @@ bool check_services(int argc, char** argv, Findings& findings)
 
   return open_service_config(argc, argv, true, [&findings](int args_count, char** args) {
     check_configurator_options(args_count, args, findings);
+    check_signals(args_count, args, findings);
     if (goes_to_background(args_count, args) && chdir("/") != 0)
       return false;
 
