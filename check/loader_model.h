@@ -1,0 +1,43 @@
+#ifndef CHECK_LOADER_MODEL_H
+#define CHECK_LOADER_MODEL_H
+
+#include "check/placed_directive.h"
+
+#include <vector>
+
+/// What becomes of the name in a directive.
+enum class Name_Effect {
+  NONE,
+  REPLACES,  ///< the service takes the place of one of this name
+  STAYS_OUT, ///< the service is not loaded, as there is one of this name
+  UNKNOWN    ///< there is no service of this name
+};
+
+/// What becomes of a directive within the braces of a stream.
+enum class Stream_Effect {
+  NONE,
+  NEEDS_DYNAMIC,    ///< the module is not loaded, as the stream is not loaded by this directive
+  NOT_PUSHED,       ///< the module is not pushed, as a directive fails
+  STREAM_MISTYPED,  ///< the host ends: the module is pushed onto what is no STREAM
+  MODULE_MISTYPED,  ///< the host ends: what is pushed is no Module
+  MODULE_NOT_THERE, ///< the host ends: the static module is not there
+  STREAM_NOT_THERE  ///< the host ends: the stream is not there
+};
+
+/// What the framework does at a directive.
+struct Loader_Step
+{
+  const Placed_Directive* placed;
+  const Directive* stream = nullptr;    ///< the stream within whose braces the directive stands
+  bool is_source_passed_over = false;   ///< the file is not read, as a service has its name
+  Name_Effect name = Name_Effect::NONE; ///< REPLACES and STAYS_OUT come with `there`
+  Place there = {};                     ///< of the service that has the name
+  Stream_Effect in_stream = Stream_Effect::NONE;
+  Place failed = {}; ///< with NOT_PUSHED, the directive that fails
+};
+
+/// Go through `directives` as the framework does, which have to outlive the steps, and tell what it does at each. A
+/// file that is passed over has a single step. The model goes on where the host would end. Any thread.
+std::vector<Loader_Step> simulate_loader(const std::vector<Placed_Directive>& directives);
+
+#endif // CHECK_LOADER_MODEL_H

@@ -1,0 +1,105 @@
+#include "check/service_findings.h"
+
+#include "check/library_findings.h"
+#include "check/substitution.h"
+
+#include <string>
+
+static void check_parameters(const Placed_Directive& placed, Findings& findings)
+{
+  const std::string service = "service '" + placed.directive.name + "', ";
+  if (const std::string problem = check_left_out(placed.directive.parameters); !problem.empty())
+    findings.push_back({Finding_Kind::ALTERED_VALUE, placed.place, service + "parameters: " + problem});
+  for (const std::string& word : split_parameters(placed.directive.parameters))
+    for (const std::string& problem : check_variables(word))
+      findings.push_back(
+          {Finding_Kind::VARIABLE_NOT_SET, placed.place, service + "parameter '" + word + "': " + problem});
+}
+
+static std::string describe(const Place& place)
+{
+  if (place.file.empty())
+    return "the command line";
+  return place.file + ':' + std::to_string(place.line);
+}
+
+static void check_name(const Loader_Step& step, Findings& findings)
+{
+  const std::string service = "service '" + step.placed->directive.name + '\'';
+  switch (step.name) {
+  case Name_Effect::NONE:
+    break;
+  case Name_Effect::REPLACES:
+    findings.push_back({Finding_Kind::DUPLICATE_SERVICE, step.placed->place,
+                        service + " takes the place of the one in " + describe(step.there)});
+    break;
+  case Name_Effect::STAYS_OUT:
+    findings.push_back({Finding_Kind::DUPLICATE_SERVICE, step.placed->place,
+                        service + " is not loaded: the one in " + describe(step.there) + " stays"});
+    break;
+  case Name_Effect::UNKNOWN:
+    findings.push_back({Finding_Kind::UNKNOWN_SERVICE, step.placed->place, "there is no " + service + " by then"});
+    break;
+  }
+}
+
+static std::string describe_ignored_module(const Loader_Step& step)
+{
+  const std::string module = '\'' + step.placed->directive.name + '\'';
+  if (step.in_stream == Stream_Effect::NEEDS_DYNAMIC)
+    return module + " is not loaded: modules need 'stream dynamic'";
+  if (step.in_stream == Stream_Effect::NOT_PUSHED)
+    return module + " is not pushed onto '" + step.stream->name + "', as the directive in " + describe(step.failed) +
+           " fails";
+  return "";
+}
+
+static std::string describe_end_of_host(const Loader_Step& step)
+{
+  const std::string module = '\'' + step.placed->directive.name + '\'';
+  switch (step.in_stream) {
+  case Stream_Effect::STREAM_MISTYPED:
+    return '\'' + step.stream->name + "' is no STREAM";
+  case Stream_Effect::MODULE_MISTYPED:
+    return module + " is no Module";
+  case Stream_Effect::MODULE_NOT_THERE:
+    return module + " is no module of a stream that is there";
+  case Stream_Effect::STREAM_NOT_THERE:
+    return "there is no stream '" + step.stream->name + "' before it";
+  default:
+    return "";
+  }
+}
+
+static void check_stream(const Loader_Step& step, Findings& findings)
+{
+  if (const std::string problem = describe_ignored_module(step); !problem.empty())
+    findings.push_back({Finding_Kind::IGNORED_MODULE, step.placed->place, problem});
+  if (const std::string problem = describe_end_of_host(step); !problem.empty())
+    findings.push_back({Finding_Kind::FATAL_DIRECTIVE, step.placed->place,
+                        "the host ends here, with a record of a fault: " + problem});
+}
+
+static void check_step(const Loader_Step& step, Findings& findings)
+{
+  if (step.is_source_passed_over) {
+    findings.push_back({Finding_Kind::UNREADABLE_FILE,
+                        {step.placed->place.file, 0},
+                        "is not read: there is a service of this name by then"});
+    return;
+  }
+
+  const bool is_loaded =
+      step.placed->directive.verb == Directive::DYNAMIC && step.in_stream != Stream_Effect::NEEDS_DYNAMIC;
+  check_parameters(*step.placed, findings);
+  if (is_loaded)
+    check_factory(*step.placed, findings);
+  check_name(step, findings);
+  check_stream(step, findings);
+}
+
+void check_steps(const std::vector<Loader_Step>& steps, Findings& findings)
+{
+  for (const Loader_Step& step : steps)
+    check_step(step, findings);
+}

@@ -1,0 +1,58 @@
+#include "check/source_findings.h"
+
+#include "starter/open_service_config.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+static void check_directory(const std::string& path, Findings& findings)
+{
+  Directory_Listing listing;
+  if (!list_directory(path, listing))
+    return; // it is a file, or nothing at all
+
+  if (listing.files.empty())
+    findings.push_back(
+        {Finding_Kind::EMPTY_DIRECTORY, {path, 0}, "no regular file in it has a name that ends in .conf"});
+  for (const std::string& other : listing.passed_over)
+    findings.push_back(
+        {Finding_Kind::UNREADABLE_FILE, {other, 0}, "is passed over: it is no regular file, and leads to none"});
+}
+
+void check_directories(int argc, char** argv, Findings& findings)
+{
+  Service_Config_Get_Opt opt(argc, argv, true);
+  for (int c; (c = opt()) != -1;)
+    if (c == 'f')
+      check_directory(opt.opt_arg(), findings);
+}
+
+static std::string describe_error(const Read_Source& read)
+{
+  std::string message = std::string("cannot be read: ") + std::strerror(read.error);
+  if (read.error == EISDIR)
+    message += "; the host ends here, with status 2";
+  else if (!read.source.is_default_file)
+    message += "; no later -f and no -S is processed";
+  return message;
+}
+
+static void check_source(const Read_Source& read, Findings& findings)
+{
+  const Place place = place_of(read.source, 0);
+  const bool is_usual = read.source.is_default_file && read.error == ENOENT; // most hosts have no default file
+  if (read.error != 0 && !is_usual)
+    findings.push_back({Finding_Kind::UNREADABLE_FILE, place, describe_error(read)});
+  if (read.is_repeated)
+    findings.push_back(
+        {Finding_Kind::REPEATED_FILE, place, "is processed again, so that its services are replaced by new ones"});
+  for (const Syntax_Error& error : read.conf.errors)
+    findings.push_back({Finding_Kind::SYNTAX_ERROR, place_of(read.source, error.line), error.message});
+}
+
+void check_sources(const std::vector<Read_Source>& sources, Findings& findings)
+{
+  for (const Read_Source& read : sources)
+    check_source(read, findings);
+}
