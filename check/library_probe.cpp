@@ -102,7 +102,7 @@ static bool is_processed(const std::string& name)
   }
 
   ACE_DLL dll;
-  if (!request.library.empty() && dll.open(request.library.c_str()) != 0)
+  if (request.library && dll.open(request.library->c_str()) != 0)
     answer(fd, "L"), answer(fd, one_line(dll.error()));
   else
     for (const std::string& symbol : request.symbols)

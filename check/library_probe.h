@@ -2,6 +2,7 @@
 #define CHECK_LIBRARY_PROBE_H
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -10,8 +11,8 @@
 struct Library_Request
 {
   std::vector<std::string> loaded;    ///< libraries that the host has by then, by their names in the directives
-  std::string library;                ///< empty: none, only the static services are asked for
-  std::vector<std::string> symbols;   ///< to be looked up in it
+  std::optional<std::string> library; ///< the name in the directive; none: only static services are asked for
+  std::vector<std::string> symbols;   ///< to be looked up in the library
   std::vector<std::string> factories; ///< static ones, linked to the program or to `loaded`
   std::vector<std::string> statics;   ///< services that are there without a directive
 };

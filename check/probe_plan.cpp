@@ -81,8 +81,8 @@ bool run_probes(std::vector<Placed_Directive>& directives)
 
     for (const std::size_t at : probe.directives)
       note_result(directives[at], result);
-    if (!probe.request.library.empty() && result.error.empty())
-      loaded.push_back(probe.request.library);
+    if (probe.request.library && result.error.empty())
+      loaded.push_back(*probe.request.library);
   }
   return true;
 }

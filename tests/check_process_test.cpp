@@ -453,6 +453,8 @@ TEST(starter_check, reports_libraries_that_do_not_load)
       ElementsAre(AllOf(StartsWith('2' + prefix), HasSubstr("undefined symbol: variable_that_nobody_defines"))));
   EXPECT_THAT(findings_in(directive("A", "check_crash") + directive("B")),
               ElementsAre(HasSubstr("': loading it ends the process with signal 6 (Aborted)")));
+  EXPECT_THAT(findings_in("dynamic A Service_Object * \"\":_make_A()\n"),
+              ElementsAre(StartsWith('1' + prefix + "': .so: cannot open shared object file: ")));
   EXPECT_THAT(findings_in("dynamic A Service_Object * foo-7.0.8:_make_A()\n"),
               ElementsAre(HasSubstr("; '.8' is taken for the extension of a file: give its full name")));
 }

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <optional>
 #include <random>
 #include <regex>
 #include <string>
@@ -339,7 +340,7 @@ TEST(library_probe, reads_answers_that_look_like_the_last_one)
 
 TEST(library_probe, knows_static_services)
 {
-  const Library_Result result = probe_library({{}, "", {}, {"No_Such_Factory"}, {"No_Such_Service"}});
+  const Library_Result result = probe_library({{}, std::nullopt, {}, {"No_Such_Factory"}, {"No_Such_Service"}});
 
   EXPECT_TRUE(result.is_probed);
   EXPECT_EQ("no such static factory", result.errors.at("No_Such_Factory"));
