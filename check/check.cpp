@@ -1,4 +1,4 @@
-// Tells what the host would stumble over in a command line, before it is started with it.
+// Reports what the host would stumble over in a command line, before the host is started with it.
 
 #include "check/checker_options.h"
 #include "check/command_line_findings.h"
@@ -38,7 +38,7 @@ static int fail(const char* text)
   return MISUSE;
 }
 
-// The framework would write to standard error what the findings tell.
+// Without this, the framework would write to standard error what the findings tell.
 static void silence_framework()
 {
   ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::PROCESS);

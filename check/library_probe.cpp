@@ -19,8 +19,8 @@
 
 using Clock = std::chrono::steady_clock;
 
-// The answers of the process: a letter, a text and perhaps a second one, each ended by a zero byte. The last one is
-// "E": a library that ends the process by itself cannot be taken for one that loads.
+// The process answers with a letter, a text and perhaps a second text, each ended by a zero byte. Its last answer is
+// "E", so that a library which ends the process by itself cannot be taken for one that loads.
 static void answer(int fd, const std::string& text)
 {
   for (std::size_t at = 0; at <= text.size();) {
@@ -46,7 +46,7 @@ static void leave_streams()
     dup2(null, fd);
 }
 
-// "F" for a function, "O" for data, and otherwise nothing.
+// "F" for a function, "O" for data, and an empty text for anything else.
 static std::string symbol_letter(const void* symbol)
 {
   Dl_info info;
@@ -54,7 +54,7 @@ static std::string symbol_letter(const void* symbol)
   if (dladdr1(symbol, &info, &entry, RTLD_DL_SYMENT) == 0 || !entry || info.dli_saddr != symbol)
     return "";
 
-  const int type = ELF64_ST_TYPE(static_cast<const ElfW(Sym)*>(entry)->st_info); // the same for 32 bits
+  const int type = ELF64_ST_TYPE(static_cast<const ElfW(Sym)*>(entry)->st_info); // the macro for 32 bits is the same
   return type == STT_FUNC ? "F" : type == STT_OBJECT ? "O" : "";
 }
 
@@ -72,8 +72,8 @@ static bool has_static_descriptor(const std::string& name)
   return ACE_Service_Config::global()->find_static_svc_descriptor(name.c_str()) == 0;
 }
 
-// The configurator makes services of what is linked statically when it opens: what a library brings along later is a
-// factory only, unless the library has the configurator process it.
+// The configurator makes a service of each descriptor that is linked statically when it opens. A descriptor that a
+// library brings along later is a factory only, unless the library has the configurator process it.
 static std::set<std::string> linked_services(const Library_Request& request)
 {
   std::set<std::string> services;
@@ -92,10 +92,10 @@ static bool is_processed(const std::string& name)
 {
   const std::set<std::string> services = linked_services(request);
   const struct rlimit no_core = {0, 0};
-  (void)setrlimit(RLIMIT_CORE, &no_core); // a crash of the library is told in words
+  (void)setrlimit(RLIMIT_CORE, &no_core); // a crash of the library is reported in words and needs no core image
   leave_streams();
 
-  std::list<ACE_DLL> loaded; // of those before, that one which cannot be loaded has a finding of its own
+  std::list<ACE_DLL> loaded; // a library that cannot be loaded has a finding of its own and is passed over here
   for (const std::string& library : request.loaded) {
     loaded.emplace_back();
     (void)loaded.back().open(library.c_str());
@@ -116,17 +116,17 @@ static bool is_processed(const std::string& name)
       answer(fd, "N"), answer(fd, name);
 
   answer(fd, "E");
-  _exit(0); // without the exit handlers of the libraries
+  _exit(0); // exit() would run the exit handlers of the libraries
 }
 
 static std::string next_text(const std::string& answers, std::size_t& at)
 {
-  std::string text = at < answers.size() ? answers.c_str() + at : ""; // what is still to come counts as empty
+  std::string text = at < answers.size() ? answers.c_str() + at : ""; // a text that has not arrived yet counts as empty
   at += text.size() + 1;
   return text;
 }
 
-// Whether the last one is among them. What they say is looked for by its place: any text may look like a letter.
+// Whether the last answer has arrived. A letter is told from a text by its place, as any text may look like a letter.
 static bool parse_answers(const std::string& answers, Library_Result& result)
 {
   for (std::size_t at = 0; at < answers.size();) {
@@ -149,7 +149,7 @@ static bool parse_answers(const std::string& answers, Library_Result& result)
   return false;
 }
 
-// What comes in until the other end is closed. False when that is not the case in time.
+// Read until the last answer has arrived or the other end is closed. False when neither happens in time.
 static bool read_answers(int fd, std::string& answers, unsigned timeout_sec)
 {
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_sec);
@@ -169,7 +169,7 @@ static bool read_answers(int fd, std::string& answers, unsigned timeout_sec)
       answers.append(buf, static_cast<std::size_t>(n));
     Library_Result ignored;
     if (parse_answers(answers, ignored))
-      return true; // a process that the library has started may keep the other end
+      return true; // a process that the library has started may keep the other end open
   }
 }
 

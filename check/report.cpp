@@ -14,7 +14,8 @@ static bool is_control(unsigned char c)
   return c < 0x20 || c == 0x7f;
 }
 
-// The length of the UTF-8 sequence at `at`, 0 if it is none: shortest forms only, no surrogates, nothing too large.
+// The length of the UTF-8 sequence at `at`, or 0 if there is none. Forms that are not the shortest ones, surrogates and
+// code points that are too large are no UTF-8.
 static std::size_t utf8_length(const std::string& text, std::size_t at)
 {
   const auto byte = [&](std::size_t i) { return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0U; };
@@ -42,7 +43,8 @@ static std::string printable(const std::string& text)
   for (std::size_t at = 0; at < text.size();) {
     const unsigned char c = static_cast<unsigned char>(text[at]);
     const std::size_t length = utf8_length(text, at);
-    const bool is_c1 = length == 2 && c == 0xc2 && static_cast<unsigned char>(text[at + 1]) < 0xa0; // controls too
+    const bool is_c1 = length == 2 && c == 0xc2 &&
+                       static_cast<unsigned char>(text[at + 1]) < 0xa0; // these code points are control characters too
     if (length == 0 || is_control(c) || is_c1)
       result += hexadecimal("\\x%02x", c);
     else

@@ -5,13 +5,13 @@
 
 #include <string>
 
-/// The findings as text, one a line: "FILE:LINE: KIND: MESSAGE", or "command line: KIND: MESSAGE". What a terminal
-/// would take for more than text is written as an escape such as \x1b.
+/// The findings as text, one a line: "FILE:LINE: KIND: MESSAGE", or "command line: KIND: MESSAGE". Bytes that a
+/// terminal would take for a command, or that are no UTF-8, are written as an escape such as \x1b. Any thread.
 std::string format_text(const Findings& findings);
 
 /// The findings as one JSON object and a newline: {"findings": [{"kind", "file", "line", "message"}, ...]}. "file" is
-/// null for the command line, "line" where there is none. The result is valid UTF-8 whatever bytes the texts hold:
-/// those that are not become U+FFFD.
+/// null for the command line, "line" is null where there is none. The result is valid UTF-8 whatever bytes the texts
+/// hold: bytes that are no UTF-8 become U+FFFD. Any thread.
 std::string format_json(const Findings& findings);
 
 #endif // CHECK_REPORT_H

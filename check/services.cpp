@@ -21,7 +21,7 @@ static bool move_to_background_directory()
   return chdir("/") == 0;
 }
 
-// `argv` is what the configurator is opened with.
+// `argv` holds the `argc` arguments that the configurator is opened with.
 static bool check_configuration(int argc, char** argv, Findings& findings)
 {
   check_configurator_options(argc, argv, findings);

@@ -28,7 +28,7 @@ std::vector<std::string> check_variables(const std::string& text)
     if (name.empty() && text.compare(at, 2, "${") == 0)
       problems.emplace_back("the framework knows no ${...}: write $NAME");
     else if (name.empty())
-      continue; // a dollar sign
+      continue; // the dollar sign stands for itself
     else if (at != first)
       problems.push_back("$" + name + " stays as it is: only what follows the first dollar sign is replaced");
     else if (!std::getenv(name.c_str()))
@@ -43,10 +43,10 @@ std::string check_quoting(const std::string& value)
     return "an empty value vanishes, and the option takes the word after it";
 
   ACE_ARGV args(false);
-  args.add("-x"); // as there is an option before it: the framework takes a "#" that comes first for a comment
+  args.add("-x"); // an option stands before each value: at the beginning, the framework would take a "#" for a comment
   args.add(value.c_str(), true);
   char** const argv = args.argv();
-  const int argc = args.argc(); // of the words that have been made
+  const int argc = args.argc(); // counts the words that have been made
   if (argc == 2 && argv && argv[1] && value == argv[1])
     return "";
 

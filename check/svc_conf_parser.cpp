@@ -143,7 +143,7 @@ bool Parser::parse_dynamic(Directive& directive)
   return true;
 }
 
-// Every directive but a stream; the token at hand is its verb.
+// Any directive but a stream. The token at hand is its verb.
 bool Parser::parse_directive(Directive& directive)
 {
   const Verb* const verb = find_verb(token_.kind);

@@ -1,4 +1,6 @@
 #include "check/library_probe.h"
+#include "check/loader_model.h"
+#include "check/probe_plan.h"
 #include "check/report.h"
 #include "check/substitution.h"
 #include "check/svc_conf_parser.h"
@@ -345,6 +347,69 @@ TEST(library_probe, knows_static_services)
   EXPECT_TRUE(result.is_probed);
   EXPECT_EQ("no such static factory", result.errors.at("No_Such_Factory"));
   EXPECT_THAT(result.missing_statics, ElementsAre("No_Such_Service"));
+}
+
+// ---- From directives to steps
+
+static std::vector<Placed_Directive> directives_in(const std::string& text)
+{
+  std::vector<Placed_Directive> directives;
+  for (const Directive& directive : parse_svc_conf(text).directives)
+    directives.push_back({directive, {"x.conf", directive.line}, 0, {}});
+  return directives;
+}
+
+TEST(probe_plan, tries_each_library_once_and_asks_for_static_services_in_between)
+{
+  const std::vector<Planned_Probe> plan = plan_probes(directives_in("static A\n"
+                                                                    "dynamic B Service_Object * lib:_make_B()\n"
+                                                                    "dynamic C Service_Object * other:_make_C()\n"
+                                                                    "remove D\n"
+                                                                    "dynamic E Service_Object * lib:_make_E()\n"
+                                                                    "dynamic F Service_Object * :_make_F()\n"));
+
+  ASSERT_THAT(plan, SizeIs(4));
+  EXPECT_THAT(plan[0].request.statics, ElementsAre("A"));
+  EXPECT_EQ("lib", plan[1].request.library);
+  EXPECT_THAT(plan[1].request.symbols, ElementsAre("_make_B", "_make_E"));
+  EXPECT_THAT(plan[1].directives, ElementsAre(1, 4));
+  EXPECT_EQ("other", plan[2].request.library);
+  EXPECT_EQ(std::nullopt, plan[3].request.library);
+  EXPECT_THAT(plan[3].request.statics, ElementsAre("D"));
+  EXPECT_THAT(plan[3].request.factories, ElementsAre("_make_F"));
+}
+
+TEST(loader_model, tells_what_becomes_of_the_names_of_services)
+{
+  const std::vector<Placed_Directive> directives = directives_in("dynamic A Service_Object * lib:_make_A()\n"
+                                                                 "dynamic A Service_Object * lib:_make_A()\n"
+                                                                 "remove A\n"
+                                                                 "dynamic A Service_Object * lib:_make_A()\n");
+  const std::vector<Loader_Step> steps = simulate_loader(directives);
+
+  ASSERT_THAT(steps, SizeIs(4));
+  EXPECT_EQ(Name_Effect::NONE, steps[0].name);
+  EXPECT_EQ(Name_Effect::REPLACES, steps[1].name);
+  EXPECT_EQ(1, steps[1].there.line);
+  EXPECT_EQ(Name_Effect::NONE, steps[3].name);
+}
+
+TEST(loader_model, pushes_no_module_behind_a_failure_in_the_same_source)
+{
+  std::vector<Placed_Directive> directives =
+      directives_in("dynamic A Service_Object * lib:_make_A()\n"
+                    "stream dynamic S STREAM * lib:_make_S() { dynamic M Module * lib:_make_M() }\n");
+  directives[0].found.library_error = "there is no library";
+  const std::vector<Loader_Step> failing = simulate_loader(directives);
+  ASSERT_THAT(failing, SizeIs(3));
+  EXPECT_EQ(Stream_Effect::NOT_PUSHED, failing[2].in_stream);
+  EXPECT_EQ(1, failing[2].failed.line);
+
+  directives[0].source = 1;
+  directives[1].source = directives[2].source = 2;
+  const std::vector<Loader_Step> separate = simulate_loader(directives);
+  ASSERT_THAT(separate, SizeIs(3));
+  EXPECT_EQ(Stream_Effect::NONE, separate[2].in_stream);
 }
 
 // ---- Reports
