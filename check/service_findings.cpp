@@ -10,10 +10,11 @@ static void check_parameters(const Placed_Directive& placed, Findings& findings)
   const std::string service = "service '" + placed.directive.name + "', ";
   if (const std::string problem = check_left_out(placed.directive.parameters); !problem.empty())
     findings.push_back({Finding_Kind::ALTERED_VALUE, placed.place, service + "parameters: " + problem});
-  for (const std::string& word : split_parameters(placed.directive.parameters))
+  for (const std::string& word : split_parameters(placed.directive.parameters)) {
+    const std::string parameter = std::string(service).append("parameter '").append(word).append("': ");
     for (const std::string& problem : check_variables(word))
-      findings.push_back(
-          {Finding_Kind::VARIABLE_NOT_SET, placed.place, service + "parameter '" + word + "': " + problem});
+      findings.push_back({Finding_Kind::VARIABLE_NOT_SET, placed.place, parameter + problem});
+  }
 }
 
 static std::string describe(const Place& place)
