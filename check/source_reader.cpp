@@ -2,7 +2,7 @@
 
 #include "check/svc_conf_parser.h"
 #include "starter/open_service_config.h"
-#include "starter/starter.h"
+#include "starter/configuration.h"
 
 #include <cerrno>
 #include <filesystem>

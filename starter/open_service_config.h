@@ -14,7 +14,8 @@
 #include <string>
 
 /// The options of the service configurator, as ACE_Get_Opt takes them. The leading '-' repeats the request for the
-/// order of the command line: without it, POSIXLY_CORRECT in the environment would end the options at the first stray word.
+/// order of the command line: without it, POSIXLY_CORRECT in the environment would end the options at the first stray
+/// word.
 constexpr char SERVICE_CONFIG_OPTIONS[] = "-bdf:k:nyp:s:S:";
 
 /// The characters that end the name of an environment variable wherever they stand. The framework ends a name at a
