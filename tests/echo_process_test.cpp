@@ -263,6 +263,20 @@ TEST(echo_process, ends_its_clients_with_the_service)
   }
 }
 
+TEST(echo_process, counts_a_single_client_in_the_singular)
+{
+  Echo_Process echo({});
+  const int port = echo.port();
+  ASSERT_NE(0, port) << echo.starter().log();
+  Client client(port);
+  EXPECT_EQ("hello", client.exchange("hello"));
+
+  echo.starter().send(SIGTERM);
+
+  EXPECT_EQ(0, echo.starter().wait_status()) << echo.starter().log();
+  EXPECT_THAT(echo.starter().log(), HasSubstr("Echo has stopped, 1 client was connected.\n"));
+}
+
 TEST(echo_process, gives_its_port_back_when_it_stops)
 {
   Echo_Process first({"--reactor", "tp", "--threads", "4"});

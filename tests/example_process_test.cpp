@@ -222,6 +222,19 @@ TEST(example_process, active_ends_its_threads_with_every_hang_up)
   active.end();
 }
 
+TEST(example_process, active_counts_a_single_datagram_in_the_singular)
+{
+  Example active({}, "active", "-p 7008 -t 2", "-p 0 -t 2");
+  const int port = active.number("Active answers on 127.0.0.1:");
+  ASSERT_NE(0, port) << active.starter().log();
+  EXPECT_EQ("HELLO", Datagrams(port).answer("hello"));
+
+  active.starter().send(SIGTERM);
+  EXPECT_EQ(0, active.starter().wait_status()) << active.starter().log();
+
+  EXPECT_EQ(1u, active.starter().count("Active has stopped, 1 datagram was answered.\n")) << active.starter().log();
+}
+
 // A hang-up that arrives at one of them is left to the others.
 TEST(example_process, active_takes_no_signals_in_its_threads)
 {

@@ -87,7 +87,9 @@ int Active::fini()
   threads_.stop();
   socket_.close();
 
-  ACE_DEBUG((LM_INFO, "Active has stopped, %u datagrams were answered.\n", answered_.load()));
+  const unsigned answered = answered_;
+  ACE_DEBUG(
+      (LM_INFO, "Active has stopped, %u %C answered.\n", answered, answered == 1 ? "datagram was" : "datagrams were"));
   return 0;
 }
 

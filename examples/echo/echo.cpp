@@ -309,7 +309,8 @@ int Echo::fini()
 {
   const std::size_t sessions = listener_->stop();
 
-  ACE_DEBUG((LM_INFO, "Echo has stopped, %u clients were connected.\n", static_cast<unsigned>(sessions)));
+  ACE_DEBUG((LM_INFO, "Echo has stopped, %u %C connected.\n", static_cast<unsigned>(sessions),
+             sessions == 1 ? "client was" : "clients were"));
   return 0;
 }
 

@@ -133,7 +133,7 @@ int Printer::put(ACE_Message_Block* message, ACE_Time_Value*)
 
 int Printer::module_closed()
 {
-  ACE_DEBUG((LM_INFO, "The printer has stopped, %u lines.\n", lines_));
+  ACE_DEBUG((LM_INFO, "The printer has stopped, %u %C.\n", lines_, lines_ == 1 ? "line" : "lines"));
   return 0;
 }
 

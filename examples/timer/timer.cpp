@@ -88,7 +88,8 @@ int Timer::fini()
   // From here on no beat begins. One that a loop thread is in goes on, and its record may come after ours.
   (void)beat_->reactor()->cancel_timer(beat_);
 
-  ACE_DEBUG((LM_INFO, "The timer has stopped, %u beats.\n", beat_->count()));
+  const unsigned beats = beat_->count();
+  ACE_DEBUG((LM_INFO, "The timer has stopped, %u %C.\n", beats, beats == 1 ? "beat" : "beats"));
   return 0;
 }
 
