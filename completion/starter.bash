@@ -1,4 +1,4 @@
-# Completion of starter and starter-check for bash.
+# Completes the command lines of starter and starter-check for bash.
 
 _starter()
 {
@@ -22,7 +22,7 @@ _starter()
     --group | --primary-group) mapfile -t COMPREPLY < <(compgen -g -- "$cur") ;;
     -f) mapfile -t COMPREPLY < <(compgen -d -- "$cur" && compgen -f -X '!*.conf' -- "$cur") ;;
     -p) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
-    --threads | -S | -k | -s) ;; # nothing that could be guessed
+    --threads | -S | -k | -s) ;; # nobody can guess these values
     *) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur") ;;
   esac
 }
