@@ -1,5 +1,5 @@
-# libACE ships no CMake package; the imported target ACE::ACE stands for it everywhere. Installed beside the package
-# of scrt too, whose users need it as we do.
+# libACE ships no CMake package; the imported target ACE::ACE stands for it everywhere. This module is also installed
+# beside the package of scrt, whose users need the target too.
 find_library(ACE_LIBRARY ACE)
 find_path(ACE_INCLUDE_DIR ace/ACE.h)
 mark_as_advanced(ACE_LIBRARY ACE_INCLUDE_DIR)

@@ -1,11 +1,11 @@
-# Writes the header with what the program says of itself; run at every build, as a script:
+# Every build runs this script, which writes the header with the version and the source revision of the program:
 #   cmake -D SOURCE_DIR=... -D VERSION=... -D HEADER=... -P product_version.cmake
-# A header that would be the same is not touched, so that nothing is compiled again.
+# A header whose content would stay the same is not touched, so that nothing is compiled again.
 
 file(REAL_PATH "${SOURCE_DIR}" source_dir)
-set(revision unknown) # no checkout, no git, or nothing committed yet
+set(revision unknown) # holds without a checkout, without git, and without a commit
 
-# In a folder that only lies within somebody's checkout, git would tell of that one.
+# If the folder only lies within some other checkout, git would tell the revision of that checkout.
 execute_process(COMMAND git -C "${source_dir}" rev-parse --show-toplevel
   OUTPUT_VARIABLE top ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(top STREQUAL source_dir)

@@ -1,10 +1,10 @@
-# Writes Debian's changelog from NEWS.md, compressed; run as a script:
+# This script writes Debian's changelog, compressed, from NEWS.md:
 #   cmake -D NEWS=NEWS.md -D PACKAGE=... -D MAINTAINER=... -D CHANGELOG=... -P changelog.cmake
-# A version is a heading such as "## 0.1.0, 2026-11-21", its entries are the items below it.
+# A heading such as "## 0.1.0, 2026-11-21" begins a version; the entries of the version are the items below it.
 
 file(READ "${NEWS}" news)
 string(REPLACE ";" "\\;" news "${news}")
-string(REGEX REPLACE "\n  +" " " news "${news}") # items on one line each
+string(REGEX REPLACE "\n  +" " " news "${news}") # puts each item on one line
 string(REPLACE "\n" ";" lines "${news}")
 
 # finish_version(): write the last line of the version that `date` belongs to.
