@@ -1,4 +1,4 @@
-// The pointers lead to the C library's functions with 64-bit offsets, whoever builds this and however.
+// The pointers lead to the C library's functions with 64-bit offsets, whatever the options of the build.
 #undef _FILE_OFFSET_BITS
 #define _FILE_OFFSET_BITS 64
 
@@ -11,7 +11,8 @@
 #include <stdio.h>
 #include <unistd.h>
 
-// Null by constant initialisation: nothing that runs at load time can take back what the probe has set.
+// The pointers are null by constant initialisation: nothing that runs at load time can take back what the probe has
+// set.
 open_cloexec_t open_cloexec = nullptr;
 fopen_compat_t fopen_compat = nullptr;
 freopen_compat_t freopen_compat = nullptr;
@@ -26,7 +27,7 @@ static bool is_cloexec(int fd)
   return flags != -1 && (flags & FD_CLOEXEC) != 0;
 }
 
-// Kept unchecked: a caller that got a descriptor shall not lose it because a flag of it could not be read or set.
+// The calls stay unchecked: a caller that got a descriptor shall not lose it because its flag could not be read or set.
 static void set_cloexec(int fd)
 {
   (void)fcntl(fd, F_SETFD, fcntl(fd, F_GETFD) | FD_CLOEXEC);
@@ -46,7 +47,7 @@ int o_cloexec_enabled(void)
   return o_cloexec_enabled_;
 }
 
-// Kept as it is: O_CREAT alone brings a mode, so an unnamed file (O_TMPFILE) is created with mode 0.
+// Kept as it is: the mode is read with O_CREAT only, so an unnamed file (O_TMPFILE) is created with mode 0.
 static mode_t get_mode(int flags, va_list args)
 {
   return flags & O_CREAT ? va_arg(args, mode_t) : 0;
@@ -84,7 +85,7 @@ static open_cloexec_t init_open_cloexec()
     fd = open("/dev/zero", O_RDONLY | O_CLOEXEC);
 
   const bool honoured = fd != -1 && is_cloexec(fd);
-  (void)close(fd); // of -1 too, which does nothing
+  (void)close(fd); // closing -1 does nothing
 
   return honoured ? open_cloexec_direct : open_cloexec_indirect;
 }
@@ -139,7 +140,7 @@ static fdopen_compat_t init_fdopen()
   if (fp)
     (void)fclose(fp);
   // Kept as it is: a descriptor that became a stream is closed a second time, and -1 is closed when there is none.
-  // Nothing else opens descriptors while the program is being loaded, so the error is all that comes of it.
+  // Nothing else opens descriptors while the program is being loaded, so the second close only fails with an error.
   (void)close(fd);
 
   return honoured ? fdopen : fdopen_indirect;
@@ -160,9 +161,9 @@ static popen_compat_t init_popen()
   return honoured ? popen : popen_indirect;
 }
 
-// A load-time constructor without a priority takes its turn among the static initialisers, in link order. Of them it
-// needs none: only the C library, which is ready before any of them. Code that wants a choice of its own to be kept
-// installs it in a constructor with a priority, which runs earlier.
+// A load-time constructor without a priority takes its turn among the static initialisers, in link order. This one
+// needs none of them, but only the C library, which is ready before any of them. Code that wants its own choice of a
+// pointer to be kept sets the pointer in a constructor with a priority, which runs earlier.
 __attribute__((constructor)) void init_compat_opens()
 {
   if (!open_cloexec)

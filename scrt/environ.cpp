@@ -7,7 +7,8 @@
 #include <ace/OS_NS_stdlib.h>
 #include <ace/RW_Thread_Mutex.h>
 
-// Constructed before, and destroyed after, static objects of usual priority, so that these can use the environment.
+// The lock is constructed before, and destroyed after, static objects of usual priority, so that these can use the
+// environment.
 [[gnu::init_priority(101)]] static ACE_RW_Thread_Mutex g_env_mutex;
 
 std::string get_env_r(const char* name)
@@ -47,7 +48,7 @@ bool set_env(const char* name, const char* val)
   return g.locked() && set_env_i(name, val);
 }
 
-// What append_env and prepend_env do once the name has been found good, under one lock from the reading to the writing.
+// Holds the lock from the reading to the writing, so that no other change gets in between. `name` is not empty.
 static bool add_env(const char* name, const char* val, bool in_front)
 {
   const ACE_Write_Guard<ACE_RW_Thread_Mutex> g(g_env_mutex);
@@ -59,7 +60,7 @@ static bool add_env(const char* name, const char* val, bool in_front)
     return set_env_i(name, val);
 
   const snprintf_t<4096, char> buf("%s:%s", in_front ? val : old, in_front ? old : val);
-  return set_env_i(name, buf.c_str()); // short of memory, with as much of the text as there was room for
+  return set_env_i(name, buf.c_str()); // without memory, the text is cut to the room of the buffer
 }
 
 bool append_env(const char* name, const char* val)

@@ -2,33 +2,33 @@
 #define SCRT_ENVIRON_H
 
 /// @file
-/// The environment, read and changed under one lock.
+/// These functions read and change the environment under one lock.
 ///
-/// For a process with threads: all four functions share one reader/writer lock, and each change is
-/// one step for every other user of them. Code that goes to the C library directly is not kept out. Any thread, from
-/// the constructors of static objects on. Readers overtake waiting writers: a change waits as long as there is always
-/// somebody reading.
+/// The threads of a process share this reader/writer lock through all four functions, and each change is one step for
+/// every other user of the functions. Code that calls the C library directly is not kept out. Any thread, from the
+/// constructors of static objects on. Readers overtake waiting writers: a change waits as long as some reader is always
+/// there.
 ///
 /// A null or empty `name` is logged at the emergency priority with a back trace. Nothing else is logged. When the
 /// lock cannot be taken, the result is that of a failure.
 
 #include <string>
 
-/// A copy of the value of the variable `name`. Empty when there is no such variable, when its value is empty, and when
-/// the call fails; these cannot be told apart.
+/// Returns a copy of the value of the variable `name`. The copy is empty when there is no such variable, when its value
+/// is empty, and when the call fails; the three cannot be told apart.
 std::string get_env_r(const char* name);
 
-/// Set `name` to `val`, which is copied, whether or not it exists: true when that succeeds, else false with the
-/// `errno` of setenv(3).
+/// Set the variable `name` to `val`, which is copied, whether or not the variable exists. Returns true when that
+/// succeeds, else false with the `errno` of setenv(3).
 /// A null `val` removes the variable, and then the answer is the other way round: false when the variable is gone,
 /// true with the `errno` of unsetenv(3) when it could not be removed.
 bool set_env(const char* name, const char* val);
 
-/// Add `val` behind the value of `name`, with a ":" in between, also if the text is there already. Without a value, or
-/// with an empty one, `val` alone becomes the value. `val` must not be null. Result as for set_env.
+/// Add `val` behind the value of `name`, with a ":" in between, even if the value contains the text already. If there
+/// is no value or an empty one, `val` alone becomes the value. `val` must not be null. The result is that of set_env.
 bool append_env(const char* name, const char* val);
 
-/// Add `val` in front of the value of `name`; for the rest as append_env.
+/// Add `val` in front of the value of `name`. In all other respects this is append_env.
 bool prepend_env(const char* name, const char* val);
 
 #endif // SCRT_ENVIRON_H

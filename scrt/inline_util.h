@@ -2,7 +2,7 @@
 #define SCRT_INLINE_UTIL_H
 
 /// @file
-/// Small inline helpers.
+/// This header holds small inline helpers.
 
 #include <ace/OS_NS_stdio.h>
 
@@ -17,12 +17,12 @@
 /// (EILSEQ, EOVERFLOW, ENOMEM). Without such an error `errno` is left as it was. Logs nothing. Any thread.
 inline int vformat(char* buf, std::size_t size, const char* fmt, void* args)
 {
-  // A clean errno shows an error, but the text may ask for the caller's errno with %m.
+  // An errno of 0 lets an error show, but the format may ask for the caller's errno with %m.
   const int saved = errno;
   const int old_errno = std::strchr(fmt, 'm') ? saved : 0;
   const auto format = [fmt, args, old_errno](char* to, std::size_t room) {
-    // The one place that knows how a va_list travels through an untyped pointer: it is an array on some platforms
-    // and a structure on others, and its address is the same kind of thing on all of them.
+    // Only this line knows how a va_list travels through an untyped pointer: a va_list is an array on some platforms
+    // and a structure on others, and its address is the same kind of pointer on all of them.
     va_list ap;
     va_copy(ap, *static_cast<va_list*>(args));
     errno = old_errno;
@@ -33,8 +33,8 @@ inline int vformat(char* buf, std::size_t size, const char* fmt, void* args)
 
   const int len = format(buf, size);
 
-  // The framework disguises an error as a text one longer than the room. An errno of 0 rules that out; else, formatting
-  // once more without any room tells: the disguise shrinks to 1 with it, a real length stays.
+  // The framework disguises an error as a text that is one longer than the room. An errno of 0 rules an error out; if
+  // it is not 0, formatting once more without any room tells: a disguise then has the length 1, a real length stays.
   if (len >= 0 && static_cast<std::size_t>(len) == size + 1 && errno != 0 && format(nullptr, 0) != len)
     return -1;
 

@@ -2,7 +2,7 @@
 #define SCRT_KEY_VALUE_H
 
 /// @file
-/// Static tables that are looked up by name.
+/// These tables are static and are searched by name.
 
 #include <cstring>
 
@@ -11,12 +11,12 @@ template <typename T>
 struct Key_Value_T
 {
   const char* key; ///< zero-terminated, not owned; null in the entry that ends the table
-  T value;         ///< what the key stands for; in the entry that ends the table, what a miss stands for
+  T value;         ///< the value of the key; in the entry that ends the table, the value of a miss
 };
 
-/// The first entry of `table` whose key equals `key` byte for byte, else the entry that ends the table.
-/// Never null, so a caller reads the value of what it gets: for a miss, that of the terminator.
-/// `T` is the entry type. A null `key` matches nothing. Any thread, as long as nobody writes the table.
+/// Returns the first entry of `table` whose key equals `key` byte for byte, else the entry that ends the table. The
+/// result is never null, so a caller can read its value: for a miss, that is the value of the entry that ends the
+/// table. `T` is the entry type. A null `key` matches nothing. Any thread, as long as nobody writes the table.
 template <typename T>
 T* get_key_value_entry(T* table, const char* key)
 {

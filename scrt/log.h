@@ -2,21 +2,22 @@
 #define SCRT_LOG_H
 
 /// @file
-/// The macros that every log record goes through.
+/// Every log record goes through one of these macros.
 
 #include <ace/Log_Msg.h>
 
-/// Every log record of ours goes through one of these two macros. They stamp it with the source file, the line, an
-/// operation status and the current `errno`, then format and write it at `priority` (an `ACE_Log_Priority`). The
-/// format and its arguments follow as they would in a printf call, with the framework's own directives besides.
-/// Neither returns from the calling function, and neither changes `errno`. Any thread, signal handlers included.
+/// Every log record of this project goes through one of these two macros. A macro stamps the record with the source
+/// file, the line, an operation status and the current `errno`, then formats and writes it at `priority` (an
+/// `ACE_Log_Priority`). The format and its arguments follow as in a printf call; the format may also contain the
+/// framework's own directives. Neither macro returns from the calling function, and neither changes `errno`. Any
+/// thread, signal handlers included.
 ///
-/// They differ in the status only, on which the priority says nothing: choose both each time.
+/// The macros differ in the status only. The priority says nothing about the status: choose both each time.
 
-/// Status 0: whatever is told here is no failure of the operation at hand.
+/// The record has the status 0: it reports no failure of the operation at hand.
 #define LOG_RECORD(priority, ...) ACE_DEBUG((priority, __VA_ARGS__))
 
-/// Status -1: the operation at hand fails, or has just failed.
+/// The record has the status -1: the operation at hand fails, or has just failed.
 #define LOG_FAILED(priority, ...) ACE_ERROR((priority, __VA_ARGS__))
 
 #endif // SCRT_LOG_H

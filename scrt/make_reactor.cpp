@@ -8,7 +8,7 @@
 #include <ace/Select_Reactor.h>
 #include <ace/TP_Reactor.h>
 
-// Default arguments of the constructors are what every kind is created with; the table only picks the class.
+// Every kind is created with the default arguments of its constructor; the table only picks the class.
 Key_Value_T<make_reactor_t> make_reactor_table[5] = {
     {"priority", make_reactor<ACE_Priority_Reactor>},
     {"tp", make_reactor<ACE_TP_Reactor>},
@@ -21,7 +21,7 @@ make_reactor_t get_reactor_factory(const char* type, unsigned threads)
   const make_reactor_t maker = get_key_value_entry(make_reactor_table, type)->value;
 
   if (maker && ACE_OS::strcmp(type, "tp") == 0 && threads < 2) {
-    // Kept without a trailing newline: people search the log for this text as it is.
+    // The text has no end of line, and stays without one: people search the log for it as it is.
     LOG_FAILED(LM_ERROR, "The number of threads (%u) of thread pool reactor is less than 2", threads);
     return nullptr;
   }

@@ -2,7 +2,7 @@
 #define SCRT_MAKE_REACTOR_H
 
 /// @file
-/// Reactors by the name of their kind.
+/// These declarations give reactors by the name of their kind.
 
 #include "scrt/key_value.h"
 
@@ -12,8 +12,8 @@
 #include <memory>
 #include <new>
 
-/// Creates a reactor that the caller owns and that owns its implementation.
-/// Returns null with `errno` ENOMEM when there is no memory for it. Logs nothing: the caller knows what it asked for.
+/// A function that creates a reactor. The caller owns the reactor, and the reactor owns its implementation. Returns
+/// null with `errno` ENOMEM when there is no memory for the reactor. Logs nothing: the caller knows what it asked for.
 using make_reactor_t = ACE_Reactor* (*)();
 
 /// Create a reactor over a new `Impl`, one of `ACE_Priority_Reactor`, `ACE_TP_Reactor`, `ACE_Select_Reactor` and
@@ -42,13 +42,13 @@ ACE_Reactor* make_reactor()
   return reactor;
 }
 
-/// What the names "priority", "tp", "select" and "dev_poll" stand for, in this order, ended by a null key.
-/// Initialised statically; nobody writes it.
+/// The factories for the names "priority", "tp", "select" and "dev_poll", in this order, and an entry with a null key
+/// that ends the table. The table is initialised statically; nobody writes it.
 extern Key_Value_T<make_reactor_t> make_reactor_table[5];
 
-/// The factory for the reactor kind named `type` (exact name, letter case included), or null for an unknown, empty or
-/// null name. The thread-pool kind "tp" is refused, with an error record, for fewer than two `threads`: its threads
-/// take turns, and a lone one would have nobody to hand over to. Other kinds are given out for any count.
+/// Returns the factory for the reactor kind named `type` (exact name, letter case included), or null for an unknown,
+/// empty or null name. The thread-pool kind "tp" is refused, with an error record, for fewer than two `threads`: its
+/// threads take turns, and a lone thread would have none to hand over to. The other kinds are returned for any count.
 /// Does not touch `errno`. Any thread.
 make_reactor_t get_reactor_factory(const char* type, unsigned threads);
 

@@ -14,8 +14,8 @@ int mkdir_p(const wchar_t* path, unsigned mode, std::function<bool(const wchar_t
   return mkdir_p_t<wchar_t>(path, mode, L'/', std::move(cb));
 }
 
-// Walk over `result` as long as there are directories, with the status of the last of them in `*st`. `*last_slash`
-// receives its end. Returns 0 when that is the end of the path, else the error that stopped the walk.
+// Walk over `result` as long as there are directories. `*st` receives the status of the last directory, and
+// `*last_slash` its end. Returns 0 when that is the end of the path, else the error that stopped the walk.
 static int walk_directories(char* result, struct stat* st, char** last_slash)
 {
   char* slash = result;
@@ -31,7 +31,7 @@ static int walk_directories(char* result, struct stat* st, char** last_slash)
     if (!S_ISDIR(sb.st_mode))
       return ENOTDIR;
 
-    *slash = '/'; // at the end of the path too: the caller cuts the text anew
+    *slash = '/'; // also at the end of the path: the caller cuts the text anew
     *last_slash = slash;
     *st = sb;
   }
@@ -53,7 +53,7 @@ char* longest_exist_dirname(const char* path, struct stat* st)
     const bool none = last_slash == result.get();
     if (none && *path == '/') {
       ++last_slash;
-      (void)ACE_OS::stat("/", st); // there is nothing above it to fall back on
+      (void)ACE_OS::stat("/", st); // no parent is left to fall back on
     }
     if (!none || *path == '/')
       err = 0;

@@ -2,7 +2,7 @@
 #define SCRT_MKDIR_P_T_H
 
 /// @file
-/// The template behind mkdir_p, for any character type and separator that the framework's calls know.
+/// The template behind mkdir_p takes any character type and separator that the framework's calls know.
 
 #include <ace/OS_NS_errno.h>
 #include <ace/OS_NS_stdlib.h>
@@ -13,7 +13,7 @@
 #include <functional>
 #include <memory>
 
-/// Returns memory of the C library's; for owning pointers.
+/// Gives memory back to the C library; for owning pointers.
 struct Free_Delete
 {
   /// Free `p`, which may be null.
@@ -21,7 +21,7 @@ struct Free_Delete
 };
 
 /// Move from `slash`, which is where a prefix of a path ends, over the separators and the component behind it. Returns
-/// where the prefix ends then. `sep` holds the separator as a string. `T` is char or wchar_t.
+/// the new end of the prefix. `sep` holds the separator as a string. `T` is char or wchar_t.
 template <typename T>
 T* next_component(T* slash, const T* sep)
 {
@@ -29,7 +29,7 @@ T* next_component(T* slash, const T* sep)
   return slash + ACE_OS::strcspn(slash, sep);
 }
 
-/// What mkdir_p does (see there), with components separated by `sep`. `T` is char or wchar_t.
+/// Do what mkdir_p does (see there), with components separated by `sep`. `T` is char or wchar_t.
 template <typename T>
 int mkdir_p_t(const T* path, unsigned mode, T sep, std::function<bool(const T*)> cb)
 {
@@ -58,15 +58,16 @@ int mkdir_p_t(const T* path, unsigned mode, T sep, std::function<bool(const T*)>
         break;
       }
     } else if (ACE_OS::mkdir(t.get(), mode) == 0) {
-      // Kept: the callback's veto is no error. A caller that wants to tell it from success takes note in the callback.
+      // Kept: the callback's veto is no error. A caller that has to tell a veto from success takes note in the
+      // callback.
       if (cb && !cb(t.get()))
         break;
-    } else if (ACE_OS::last_error() != EEXIST) { // else somebody else made it meanwhile
+    } else if (ACE_OS::last_error() != EEXIST) { // else another thread or process has made it
       err = ACE_OS::last_error();
       break;
     }
 
-    *slash = sep; // at the end of the path too, where nobody looks any more
+    *slash = sep; // also at the end of the path, where nobody reads it
   }
 
   t.reset();

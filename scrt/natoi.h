@@ -2,7 +2,7 @@
 #define SCRT_NATOI_H
 
 /// @file
-/// Strict conversion of decimal text to integers.
+/// natoi converts decimal text to integers strictly.
 
 #include <ace/OS_NS_errno.h>
 
@@ -10,23 +10,23 @@
 #include <limits>
 #include <type_traits>
 
-/// What `natoi` needs to know of its iterator type. Only pointers are supported.
+/// The properties of its iterator type that `natoi` needs. Only pointers are supported.
 template <typename U, bool = std::is_pointer<U>::value>
 struct natoi_traits;
 
-/// Pointers to characters of a zero-terminated text.
+/// The specialisation for pointers to characters of a zero-terminated text.
 template <typename U>
 struct natoi_traits<U, true>
 {
-  /// Whether there is any text at `p`.
+  /// Returns whether there is any text at `p`.
   static bool pre_cond(U p) { return p && *p; }
 };
 
 /// Convert the decimal text at `beg` to the integer type `T`, strictly: an optional sign ('-' for a signed `T` only),
 /// then digits. White space is not skipped, there are no other bases and no locale. Text after the digits is no error.
 ///
-/// `beg` is the start of the text, zero-terminated unless `end` says where to stop; a null `end` is none. The sign is
-/// taken without a look at `end`, so an `end` equal to `beg` does not stop a signed text.
+/// `beg` is the start of the text, which is zero-terminated unless `end` says where to stop; a null `end` says nothing.
+/// The sign is taken without a look at `end`, so an `end` equal to `beg` does not stop a signed text.
 /// `eptr`, unless null, receives the position where the scan stopped.
 ///
 /// `errno` is always set, so that callers can test it alone:
@@ -35,7 +35,7 @@ struct natoi_traits<U, true>
 ///           digit (`*eptr` after the sign, if there is one)
 ///   ERANGE  the largest `T` is returned, for too large a negative magnitude too; `*eptr` at the digit too many
 ///
-/// One pass, no allocation, logs nothing. Any thread.
+/// Makes one pass, allocates nothing, logs nothing. Any thread.
 template <typename T, typename U>
 T natoi(U beg, U end, U* eptr)
 {
@@ -62,7 +62,7 @@ T natoi(U beg, U end, U* eptr)
   } else if (*first == '+')
     ++first;
 
-  // One more after a minus sign: the magnitude of the most negative value.
+  // The limit is one more after a minus sign: it is the magnitude of the most negative value.
   const max_type type_max = static_cast<max_type>(std::numeric_limits<T>::max()) + (flag < 0 ? 1 : 0);
   const max_type q = type_max / 10;
   const max_type r = type_max % 10;
@@ -85,10 +85,10 @@ T natoi(U beg, U end, U* eptr)
     e = EINVAL;
   ACE_OS::last_error(e);
 
-  // The largest value for negative overflow too: callers recognise overflow by errno, never by the sign.
+  // Negative overflow gives the largest value too: callers recognise overflow by errno, never by the sign.
   if (e == ERANGE)
     return std::numeric_limits<T>::max();
-  // The product wraps to the most negative value for its magnitude; without digits it is 0.
+  // For the magnitude of the most negative value the product wraps to that value; without digits it is 0.
   return static_cast<T>(static_cast<uint_type>(static_cast<uint_type>(flag) * result));
 }
 

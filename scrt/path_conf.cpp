@@ -33,7 +33,7 @@ Path_Conf::Path_Conf(const char* prefix, bool create, const char* basename, unsi
 
 Path_Conf::Path_Conf(const char* prefix, const char* sub, bool create, const char* basename, unsigned mode)
 {
-  if (is_empty(prefix)) { // here already: with a sub-directory it would become an absolute path
+  if (is_empty(prefix)) { // checked before a sub-directory is added, which would make an absolute path of it
     LOG_FAILED(LM_EMERGENCY, "Unexpected error in %N:%l, prefix is NULL or \"\":\n%?\n");
     return;
   }
@@ -45,10 +45,11 @@ Path_Conf::Path_Conf(const char* prefix, const char* sub, bool create, const cha
 
 Path_Conf::~Path_Conf() = default;
 
-// A copy of `text`, which the caller frees, with the first variable replaced by its value; null with errno on failure.
+// Returns a copy of `text` with the first variable replaced by its value, which the caller frees; null with errno on
+// failure.
 static char* expand(const char* text)
 {
-  // The framework copies the name into a buffer of this size on its stack, without a look at its length.
+  // The framework copies the name into a buffer of this size on its stack and does not check the length of the name.
   const char* const reference = ACE_OS::strchr(text, '$');
   if (reference && ACE_OS::strcspn(reference + 1, "$~!#%^&*()-+=\\|/?,.;:'\"`[]{} \t\n\r") >= ACE_DEFAULT_ARGV_BUFSIZ) {
     errno = ENAMETOOLONG;
@@ -72,7 +73,7 @@ void Path_Conf::init(const char* prefix, bool create, const char* basename, unsi
     return;
   }
 
-  // Only logged: the path is wanted all the same, and whoever opens the file tells what became of it.
+  // The failure is only logged: the caller wants the path all the same, and whoever opens the file sees the error.
   if (create && mkdir_p(p, mode, nullptr) == -1 && errno != EEXIST)
     LOG_FAILED(LM_ERROR, "Failed to mkdir %s, errno=%d, %m\n", p, errno);
 

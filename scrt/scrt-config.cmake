@@ -1,6 +1,6 @@
 include(CMakeFindDependencyMacro)
 
-# The module that finds the framework lies beside this file.
+# The module that finds the framework is installed beside this file.
 set(scrt_module_path "${CMAKE_MODULE_PATH}")
 list(PREPEND CMAKE_MODULE_PATH "${CMAKE_CURRENT_LIST_DIR}")
 find_dependency(ACE)

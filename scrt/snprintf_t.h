@@ -2,7 +2,7 @@
 #define SCRT_SNPRINTF_T_H
 
 /// @file
-/// Formatted text in a buffer that grows when it has to.
+/// snprintf_t holds formatted text in a buffer that grows when it has to.
 
 #include "scrt/inline_util.h"
 
@@ -11,17 +11,17 @@
 #include <cstdarg>
 #include <cstddef>
 
-/// A text formatted as by printf, kept in place while it fits into `N` characters (the terminating NUL included) and
-/// on the heap once it did not. `T` is the character type, char. The object owns its text. One object is not to be
-/// used from two threads at once. Logs nothing.
+/// A text that is formatted as by printf. It is kept in place while it fits into `N` characters (the terminating NUL
+/// included), and on the heap once a text did not fit. `T` is the character type, char. The object owns its text. One
+/// object is not to be used from two threads at once. Logs nothing.
 template <unsigned N, typename T>
 class snprintf_t
 {
 public:
-  /// An empty text.
+  /// Make an empty text.
   snprintf_t() : len_(0), ptr_(nullptr), size_(0) { buf_[0] = T(); }
 
-  /// The formatted text; `length()` tells how the formatting went.
+  /// Make the formatted text; `length()` tells how the formatting went.
   explicit snprintf_t(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
   ~snprintf_t() { ACE_OS::free(ptr_); }
@@ -29,25 +29,26 @@ public:
   snprintf_t(const snprintf_t&) = delete;
   snprintf_t& operator=(const snprintf_t&) = delete;
 
-  /// The text, valid until the next formatting or the end of the object. Undefined content after a formatting error.
+  /// Returns the text, valid until the next formatting or the end of the object. After a formatting error its content
+  /// is undefined.
   const T* c_str() const { return ptr_ ? ptr_ : buf_; }
 
-  /// The same text, which the caller may change within its length.
+  /// Returns the same text, which the caller may change within its length.
   T* data() { return ptr_ ? ptr_ : buf_; }
 
-  /// The length of the text in characters; negative after a formatting error, 0 when memory ran out.
+  /// Returns the length of the text in characters; negative after a formatting error, 0 when memory ran out.
   int length() const { return len_; }
 
   /// Format anew. The arguments must not point into this object's own text. Returns the length of the text, or
   /// a negative value: with `errno` as the C library set it for a formatting error, with ENOMEM when the text does
-  /// not fit and cannot grow; what fitted is then kept.
+  /// not fit and the buffer cannot grow; the part that fits is then kept.
   int set(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
-  /// The same with the address of a `va_list` as `args`, which the caller may use again.
+  /// Do the same with the address of a `va_list` as `args`, which the caller may use again.
   int vset(const char* fmt, void* args);
 
 protected:
-  T buf_[N];      ///< the text as long as it has not outgrown this
+  T buf_[N];      ///< the text as long as it has not outgrown this buffer
   int len_;       ///< what length() returns
   T* ptr_;        ///< the text once it has outgrown buf_, owned; else null
   unsigned size_; ///< room at ptr_ in characters, 0 while that is null
@@ -83,7 +84,7 @@ int snprintf_t<N, T>::vset(const char* fmt, void* args)
     if (len_ < 0 || static_cast<unsigned>(len_) < size)
       return len_;
 
-    // One more than the room is the guess of libraries that cannot tell the length: take a good step then.
+    // A library that cannot tell the length returns one more than the room: the buffer then grows by a large step.
     unsigned length = static_cast<unsigned>(len_);
     if (length == size + 1)
       length *= 2;

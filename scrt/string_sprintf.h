@@ -2,7 +2,7 @@
 #define SCRT_STRING_SPRINTF_H
 
 /// @file
-/// Formatted text in a string.
+/// These functions format a text into a string.
 
 #include "scrt/inline_util.h"
 
@@ -41,7 +41,7 @@ int string_vsprintf(std::basic_string<T>& s, const T* fmt, void* args, bool appe
       return static_cast<int>(s.size());
     }
 
-    // One more than the room is the guess of libraries that cannot tell the length: take a step beyond it then.
+    // A library that cannot tell the length returns one more than the room: the string then grows beyond that.
     if (length == size + 1)
       length += 128;
     size = length + 1;

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-// Widened with its sign, so that the product is the same on platforms whose long has 32 bits.
+// The result is widened with its sign, so that the product is the same on platforms whose long has 32 bits.
 static unsigned long long get_sysconf(int name)
 {
   return static_cast<unsigned long long>(static_cast<long long>(sysconf(name)));

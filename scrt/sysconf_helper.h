@@ -2,10 +2,10 @@
 #define SCRT_SYSCONF_HELPER_H
 
 /// @file
-/// What the system configuration tells of the machine.
+/// This function reads the system configuration of the machine.
 
-/// The size of the physical memory in bytes, as sysconf(3) tells it: pages times page size. A failure of sysconf(3) is
-/// not recognised, its -1 is multiplied like any other number. Logs nothing. Any thread.
+/// Returns the size of the physical memory in bytes, as sysconf(3) tells it: the number of pages times their size. A
+/// failure of sysconf(3) is not recognised; its -1 is multiplied like any other number. Logs nothing. Any thread.
 unsigned long long get_system_memory();
 
 #endif // SCRT_SYSCONF_HELPER_H
