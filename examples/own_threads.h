@@ -14,13 +14,14 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-/// Threads of a service's own, for work that would block a loop thread. Start and stop them from init and fini: stop
-/// returns when the last one has ended, so nothing of the service runs after it.
+/// The threads of a service, for work that would block a loop thread. Start them from init and stop them from fini:
+/// stop returns when the last thread has ended, so nothing of the service runs after that.
 ///
-/// They belong to a thread manager of their own. At shutdown the program waits for every thread of the framework's
-/// common one before it finalises a service, and would wait for ever for threads that only fini ends.
+/// The threads belong to a thread manager of their own. At shutdown the program waits for every thread of the
+/// framework's common manager before it finalises a service, and would wait for ever for threads that only fini ends.
 ///
-/// They take no signals but faults. A hang-up that one of them took would run fini, which waits for its end.
+/// The threads take no signals but faults. A thread that took a hang-up would run fini, which waits for the end of this
+/// very thread.
 class Own_Threads
 {
 public:
@@ -30,13 +31,13 @@ public:
   Own_Threads(const Own_Threads&) = delete;
   Own_Threads& operator=(const Own_Threads&) = delete;
 
-  /// Run `work` in `count` threads. Returns 0, or -1 with errno and no thread left.
+  /// Run `work` in `count` threads. Returns 0, or -1 with errno; no thread is left then.
   int start(unsigned count, std::function<void()> work);
 
-  /// Wake the threads that wait and wait for the end of all. Nothing happens when there are none.
+  /// Wake the threads from wait_for, and wait until all of them have ended. Does nothing when there are none.
   void stop();
 
-  /// From the threads: wait until `fd` can be read. False when they are to end.
+  /// The threads call this to wait until `fd` can be read. Returns false when they are to end.
   bool wait_for(int fd) const;
 
 private:
@@ -44,7 +45,7 @@ private:
 
   ACE_Thread_Manager manager_;
   std::function<void()> work_;
-  int stop_fd_ = -1; // can be read, by all of them, once they are to end
+  int stop_fd_ = -1; // all threads can read it once they are to end
 };
 
 inline void* Own_Threads::run(void* arg)
@@ -65,14 +66,14 @@ inline int Own_Threads::start(unsigned count, std::function<void()> work)
   sigfillset(&all_but_faults);
   for (const int fault : {SIGILL, SIGSEGV, SIGFPE, SIGBUS, SIGABRT})
     sigdelset(&all_but_faults, fault);
-  (void)pthread_sigmask(SIG_SETMASK, &all_but_faults, &before); // what a thread is born with
+  (void)pthread_sigmask(SIG_SETMASK, &all_but_faults, &before); // new threads inherit this mask
   const int group = manager_.spawn_n(count, run, this, THR_NEW_LWP | THR_JOINABLE);
   const int error = errno;
   (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
 
   if (group != -1)
     return 0;
-  stop(); // those that have been started
+  stop(); // ends the threads that have been started
   errno = error;
   return -1;
 }
@@ -83,7 +84,7 @@ inline void Own_Threads::stop()
     return;
 
   const std::uint64_t one = 1;
-  (void)!::write(stop_fd_, &one, sizeof one); // cannot fail: nobody has written before
+  (void)!::write(stop_fd_, &one, sizeof one); // cannot fail: nobody has written to it before
   manager_.wait();
 
   ::close(stop_fd_);
@@ -95,7 +96,7 @@ inline bool Own_Threads::wait_for(int fd) const
   pollfd fds[] = {{stop_fd_, POLLIN, 0}, {fd, POLLIN, 0}};
 
   while (::poll(fds, 2, -1) == -1)
-    ; // interrupted: by a debugger, for instance
+    ; // a debugger, for instance, interrupts the wait
   return fds[0].revents == 0;
 }
 

@@ -5,7 +5,8 @@
 
 #include <cerrno>
 
-/// The number that `text` is: digits and nothing else, up to `max`. False when it is none, or null. Any thread.
+/// Set `number` to the number in `text`, which has digits only and is `max` at most. Returns false when `text` is null
+/// or no such number. Any thread.
 inline bool parse_number(const char* text, unsigned max, unsigned& number)
 {
   const char* end = nullptr;

@@ -1,6 +1,6 @@
-// A service with threads of its own, for work that would block a loop thread: each waits for a datagram on the loopback
-// interface and sends it back in capitals. The reactor has no part in it, and the threads share nothing but a socket
-// and a counter, so there is no lock that a signal handler could find taken.
+// This service has threads of its own, for work that would block a loop thread: each thread waits for a datagram on the
+// loopback interface and sends it back in capitals. The reactor has no part in this. The threads share nothing but a
+// socket and a counter, so there is no lock that a signal handler could find taken.
 
 #include "examples/own_threads.h"
 #include "examples/parse_number.h"
@@ -18,7 +18,7 @@
 
 enum { DEFAULT_PORT = 7008, MAX_PORT = 65535, DEFAULT_THREADS = 2, MAX_THREADS = 64 };
 
-/// What the configuration file loads. Its arguments are "-p PORT", 0 for any free one, and "-t THREADS".
+/// The configuration file loads this service. Its arguments are "-p PORT", 0 for any free port, and "-t THREADS".
 class Active : public ACE_Service_Object
 {
 public:
@@ -33,7 +33,7 @@ private:
   Own_Threads threads_;
 };
 
-// What each thread does. The wait wakes all of them for a datagram that one gets.
+// Each thread runs this function. A datagram wakes all of the threads, and one of them gets it.
 void Active::serve()
 {
   while (threads_.wait_for(socket_.get_handle())) {

@@ -1,9 +1,10 @@
-// A TCP echo service on the loopback interface: whatever a client sends comes back. It is written for a reactor with
-// any number of loop threads: no call of it blocks one, and a client costs one buffer, however little it reads.
+// This is a TCP echo service on the loopback interface: whatever a client sends comes back. The service is written for
+// a reactor with any number of loop threads: none of its calls blocks a loop thread, and a client costs one buffer,
+// however little the client reads.
 //
-// The reactor owns the handlers registered with it, by their reference counts. The service may end while loop threads
-// are busy with its clients (a hang-up signal reloads it): a session therefore closes its socket when the last
-// reference to it goes, and only the loop thread that is in the session touches its buffer.
+// The reactor owns the event handlers registered with it, by their reference counts. The service may end while loop
+// threads are busy with its clients (a hang-up signal reloads the service): a session therefore closes its socket when
+// the last reference to the session goes, and only the loop thread that is in the session touches its buffer.
 
 #include <ace/Event_Handler.h>
 #include <ace/Get_Opt.h>
@@ -39,16 +40,16 @@ public:
     reference_counting_policy().value(Reference_Counting_Policy::ENABLED);
   }
 
-  /// Listen on `port` of the loopback interface, 0 for any free one. Returns 0, or -1 with errno.
+  /// Listen on `port` of the loopback interface, 0 for any free port. Returns 0, or -1 with errno.
   int open(unsigned short port);
 
-  /// The port that it listens on.
+  /// Returns the port that the listener listens on.
   unsigned short port() const;
 
   /// Stop listening and end the sessions. Returns the number of sessions that were there.
   std::size_t stop();
 
-  /// The reactor lets go of `session`.
+  /// Take `session` off the list of sessions: the reactor has let go of it.
   void forget(Session* session);
 
   ACE_HANDLE get_handle() const override { return acceptor_.get_handle(); }
@@ -65,12 +66,13 @@ private:
   void pause();
 
   ACE_SOCK_Acceptor acceptor_;
-  ACE_Thread_Mutex lock_; // of what follows; never held in a call to the reactor, which has locks of its own
+  ACE_Thread_Mutex lock_; // guards the members below; never held in a call to the reactor, which has locks of its own
   std::set<Session*> sessions_;
   bool stopped_ = false;
 };
 
-/// A client. It is either read from or written to: as long as anything is left to send, it has to wait with more.
+/// The session of one client. The client is either read from or written to: as long as anything is left to send,
+/// nothing more is read from it.
 class Session : public ACE_Event_Handler
 {
 public:
@@ -81,7 +83,7 @@ public:
     listener.add_reference();
   }
 
-  /// Let the reactor forget this session, whatever it waits for.
+  /// Let the reactor forget this session, whatever the session waits for.
   void end() { (void)reactor()->remove_handler(this, ALL_EVENTS_MASK); } // fails when it is forgotten already
 
   ACE_HANDLE get_handle() const override { return peer_.get_handle(); }
@@ -96,11 +98,11 @@ private:
   void wait_for(ACE_Reactor_Mask mask);
 
   Listener& listener_;
-  const ACE_Event_Handler_var listener_holder_; // keeps it alive
+  const ACE_Event_Handler_var listener_holder_; // keeps the listener alive
   ACE_SOCK_Stream peer_;
   ACE_Reactor_Mask waits_for_ = READ_MASK;
   char buffer_[BUFFER_SIZE];
-  std::size_t begin_ = 0; // of what is left to send
+  std::size_t begin_ = 0; // of the bytes that are left to send
   std::size_t end_ = 0;
 };
 
@@ -111,7 +113,7 @@ int Session::handle_input(ACE_HANDLE handle)
   const ssize_t n = ::recv(handle, buffer_, sizeof buffer_, 0);
   if (n < 0 && (errno == EWOULDBLOCK || errno == EINTR))
     return 0;
-  if (n <= 0) { // whatever the client sent before the end has come back already
+  if (n <= 0) { // everything that the client has sent has come back already
     end();
     return 0;
   }
@@ -185,7 +187,8 @@ int Listener::handle_input(ACE_HANDLE)
   return 0; // another thread was faster, or the client has gone
 }
 
-// The client stays in the queue, and the listening socket ready: to look at once again would keep a processor busy.
+// The client stays in the queue, and the listening socket stays ready: looking again at once would keep a processor
+// busy.
 void Listener::pause()
 {
   ACE_ERROR((LM_WARNING, "Failed to accept a client, errno=%d, %m\n", errno));
@@ -209,13 +212,13 @@ void Listener::start_session(const ACE_SOCK_Stream& peer)
     return;
   }
 
-  const ACE_Event_Handler_var holder(session); // our reference; the reactor takes one of its own
+  const ACE_Event_Handler_var holder(session); // this function's reference; the reactor takes one of its own
   if (peer.enable(ACE_NONBLOCK) == -1 || peer.enable(ACE_CLOEXEC) == -1 || !add(session))
     return;
 
   if (reactor()->register_handler(session, READ_MASK) == -1)
     forget(session);
-  else if (is_stopped()) // after it had been added, before it was registered
+  else if (is_stopped()) // between the addition and the registration of the session
     session->end();
 }
 
@@ -241,7 +244,7 @@ std::size_t Listener::stop()
 {
   (void)reactor()->cancel_timer(this);
   (void)reactor()->remove_handler(this, ACCEPT_MASK | DONT_CALL);
-  // Gives the port back at once, to a successor for instance, while a loop thread may still be about to accept.
+  // This gives the port back at once, to a successor for instance; a loop thread may still be about to accept a client.
   (void)::shutdown(get_handle(), SHUT_RDWR);
 
   std::vector<ACE_Event_Handler_var> holders;
@@ -263,7 +266,7 @@ std::size_t Listener::stop()
 
 // ---- The service
 
-/// What the configuration file loads. Its argument "-p PORT" names the port, 0 for any free one.
+/// The configuration file loads this service. Its argument "-p PORT" names the port, 0 for any free port.
 class Echo : public ACE_Service_Object
 {
 public:
@@ -271,7 +274,7 @@ public:
   int fini() override;
 
 private:
-  ACE_Event_Handler_var holder_; // our reference to the listener
+  ACE_Event_Handler_var holder_; // the service's reference to the listener
   Listener* listener_ = nullptr;
 };
 

@@ -1,8 +1,8 @@
-// A stream of two modules that the configuration file puts together. At the top, Receiver takes datagrams from the
+// The configuration file puts these two modules together to a stream. At the top, Receiver takes datagrams from the
 // loopback interface, in a thread of its own, and passes them down; below it, Printer logs them.
 //
-// The thread is in the topmost module on purpose. The framework takes a stream apart from the top: what is below is
-// still whole when the thread ends, and nobody passes anything on any more when its turn comes.
+// The thread is in the topmost module on purpose. The framework takes a stream apart from the top: the module below is
+// still whole when the thread ends, and nobody passes a message on any more when the turn of that module comes.
 
 #include "examples/own_threads.h"
 #include "examples/parse_number.h"
@@ -25,19 +25,19 @@ using Task = ACE_Task<ACE_MT_SYNCH>;
 
 enum { DEFAULT_PORT = 7009, MAX_PORT = 65535, MAX_LINE = 1500 };
 
-/// The writing side of the upper module. Its argument "-p PORT" names the port, 0 for any free one.
+/// The writing side of the upper module. Its argument "-p PORT" names the port, 0 for any free port.
 class Receiver : public Task
 {
 public:
   int init(int argc, ACE_TCHAR* argv[]) override;
 
-  /// Called when the module has been pushed onto its stream.
+  /// The framework calls this when it has pushed the module onto its stream.
   int open(void*) override;
 
-  /// What somebody else writes to the stream goes down too.
+  /// A message that somebody else writes to the stream goes down too.
   int put(ACE_Message_Block* message, ACE_Time_Value* timeout) override { return put_next(message, timeout); }
 
-  /// Called when the module is taken off its stream.
+  /// The framework calls this when it takes the module off its stream.
   int module_closed() override;
 
 private:
@@ -55,7 +55,7 @@ public:
   int module_closed() override;
 
 private:
-  unsigned lines_ = 0; // of the receiver's thread, as long as there is one
+  unsigned lines_ = 0; // belongs to the receiver's thread, as long as there is one
 };
 
 // ---- The receiver
@@ -103,7 +103,7 @@ void Receiver::receive()
     ACE_Message_Block* const message = new (std::nothrow) ACE_Message_Block(static_cast<std::size_t>(n));
     if (!message)
       continue;
-    (void)message->copy(line, static_cast<std::size_t>(n)); // there is room for it
+    (void)message->copy(line, static_cast<std::size_t>(n)); // the block has room for the line
     if (put_next(message) == -1)
       message->release();
   }
@@ -137,11 +137,12 @@ int Printer::module_closed()
   return 0;
 }
 
-// ---- What the configuration file loads: the stream and its modules
+// ---- The configuration file loads the stream and its modules
 
 using Module = ACE_Module<ACE_MT_SYNCH>;
 
-// A module that has `writer` for its writing side and passes through what comes up. It deletes both.
+// Returns a module that has `writer` for its writing side; its reading side passes on what comes up. The module deletes
+// both sides.
 static void* make_module(const char* name, Task* writer)
 {
   return writer ? new (std::nothrow) Module(name, writer) : nullptr;

@@ -1,9 +1,9 @@
-// A service that does something every now and then, on a timer of the reactor. It holds for any number of loop threads
-// and for a hang-up at any moment.
+// This service does something every now and then, on a timer of the reactor. It allows any number of loop threads, and
+// a hang-up at any moment.
 //
-// What the reactor calls is no part of the service, but an object of its own that is counted by its references. The
-// reactor holds one while it calls. Service and timer may therefore end while a loop thread is in the middle of a beat,
-// or, with a single loop, while the signal handler that ends them has interrupted a long one.
+// The event handler that the reactor calls is no part of the service, but an object of its own with a reference count.
+// The reactor holds a reference during a call. Service and timer may therefore end while a loop thread is in the middle
+// of a beat, or, with a single loop, while the signal handler that ends them has interrupted a long beat.
 
 #include "examples/parse_number.h"
 
@@ -21,7 +21,7 @@
 
 enum { DEFAULT_INTERVAL_MSEC = 1000, MAX_INTERVAL_MSEC = 3600000 };
 
-/// What happens on the timer.
+/// The event handler of the timer.
 class Beat : public ACE_Event_Handler
 {
 public:
@@ -39,11 +39,11 @@ public:
   }
 
 private:
-  // Atomic: a beat that takes longer than the interval meets the next one, on another loop thread.
+  // The count is atomic: a beat that takes longer than the interval meets the next beat, on another loop thread.
   std::atomic<unsigned> count_{0};
 };
 
-/// What the configuration file loads. Its argument "-i MSEC" is the interval.
+/// The configuration file loads this service. Its argument "-i MSEC" is the interval.
 class Timer : public ACE_Service_Object
 {
 public:
@@ -51,7 +51,7 @@ public:
   int fini() override;
 
 private:
-  ACE_Event_Handler_var holder_; // our reference to the beat
+  ACE_Event_Handler_var holder_; // the service's reference to the beat
   Beat* beat_ = nullptr;
 };
 
@@ -85,7 +85,8 @@ int Timer::init(int argc, ACE_TCHAR* argv[])
 
 int Timer::fini()
 {
-  // From here on no beat begins. One that a loop thread is in goes on, and its record may come after ours.
+  // From here on no beat begins. A beat that a loop thread is in goes on, and its record may come after the record
+  // below.
   (void)beat_->reactor()->cancel_timer(beat_);
 
   const unsigned beats = beat_->count();
