@@ -1,5 +1,5 @@
-// The least that a host of services can be, to hold the program against: it is linked to the framework, opens the
-// service configurator and runs the event loop. It says so when it gets there.
+// This is the least that a host of services can be, and the program is compared with it: it is linked to the framework,
+// opens the service configurator and runs the event loop. It reports when it gets there.
 
 #include <ace/Reactor.h>
 #include <ace/Service_Config.h>

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-// Numbers of `digits` digits, all different, so that no branch predictor learns one text by heart.
+// Returns numbers of `digits` digits, all different, so that no branch predictor learns one text by heart.
 static std::vector<std::string> texts_of(std::size_t digits)
 {
   std::mt19937 random(20240229);
@@ -24,7 +24,7 @@ static std::vector<std::string> texts_of(std::size_t digits)
   return texts;
 }
 
-// The sum of a conversion of every text, which keeps the compiler from leaving any out.
+// Returns the sum of the conversions of all texts, which keeps the compiler from leaving any out.
 template <typename Convert>
 static auto sum_of(const std::vector<std::string>& texts, Convert convert)
 {
@@ -36,8 +36,8 @@ static auto sum_of(const std::vector<std::string>& texts, Convert convert)
   };
 }
 
-// A thousand conversions to unsigned long long, the way callers make them: errno tells how it went. The argument is the
-// number of digits.
+// Measures a thousand conversions to unsigned long long, the way callers make them: errno tells the outcome. The
+// argument is the number of digits.
 static void natoi_side_by_side(benchmark::State& state)
 {
   const std::vector<std::string> texts = texts_of(static_cast<std::size_t>(state.range(0)));
@@ -58,7 +58,7 @@ static void natoi_side_by_side(benchmark::State& state)
 }
 BENCHMARK(natoi_side_by_side)->Arg(1)->Arg(4)->Arg(8)->Arg(19)->UseManualTime();
 
-// The same for int, signed.
+// Measures the same for int, which is signed.
 static void natoi_int_side_by_side(benchmark::State& state)
 {
   const std::vector<std::string> texts = texts_of(static_cast<std::size_t>(state.range(0)));

@@ -5,7 +5,7 @@
 
 #include <chrono>
 
-/// One way of doing the work that is compared.
+/// One of the ways of doing the work that are compared.
 template <typename Work>
 struct Contender
 {
@@ -16,7 +16,7 @@ struct Contender
 template <typename Work>
 Contender(const char*, Work) -> Contender<Work>;
 
-/// The seconds that `work` takes.
+/// Returns the seconds that `work` takes.
 template <typename Work>
 double seconds_of(const Work& work)
 {
@@ -25,9 +25,9 @@ double seconds_of(const Work& work)
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-/// Let the contenders do the same work in turns, so that whatever slows the machine down slows all of them. The time
-/// that is reported is that of `own`; each of the others has a counter with its name, which says how many times as long
-/// as this one `own` took: below 1, `own` is faster.
+/// Let the contenders do the same work in turns, so that whatever slows the machine down slows all of them. The
+/// reported time is that of `own`. Each of the others has a counter with its name, which says how many times as long as
+/// this contender `own` took: below 1, `own` is faster.
 template <typename Own, typename... Others>
 void side_by_side(benchmark::State& state, const Own& own, const Others&... others)
 {

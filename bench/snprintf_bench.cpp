@@ -18,8 +18,8 @@ static auto a_hundred_times(Work work)
   };
 }
 
-// A hundred texts "NAME=VALUE" each, the value as long as the argument says: what setting an environment variable
-// takes. Up to 4095 characters fit into the buffer.
+// Measures a hundred texts "NAME=VALUE", with a value as long as the argument says, as they are made to set an
+// environment variable. Up to 4095 characters fit into the buffer.
 static void snprintf_t_side_by_side(benchmark::State& state)
 {
   const std::string name("LD_LIBRARY_PATH");
@@ -33,7 +33,7 @@ static void snprintf_t_side_by_side(benchmark::State& state)
   const Contender string{"string", a_hundred_times([&] {
                            std::string text(name);
                            text += '=';
-                           text += value.c_str(); // the length is news to the others too
+                           text += value.c_str(); // the other contenders do not know the length before either
                            benchmark::DoNotOptimize(text.data());
                            benchmark::ClobberMemory();
                          })};
@@ -48,7 +48,7 @@ static void snprintf_t_side_by_side(benchmark::State& state)
 }
 BENCHMARK(snprintf_t_side_by_side)->Arg(10)->Arg(200)->Arg(4000)->Arg(8000)->UseManualTime();
 
-// A hundred paths into one string, as a walk through a directory makes them.
+// Measures a hundred paths in one string, as a walk through a directory makes them.
 static void string_sprintf_side_by_side(benchmark::State& state)
 {
   const std::string dir(static_cast<std::size_t>(state.range(0)), 'd');

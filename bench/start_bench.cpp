@@ -1,5 +1,5 @@
-// What the program costs as a process: the time from its start until it says that it is started, and the memory that it
-// has taken by then, beside the least that a host can be.
+// Measures the cost of the program as a process, compared with the least that a host can be: the time from its start
+// until it reports that it is started, and the memory that it has taken by then.
 
 #include "bench/side_by_side.h"
 
@@ -42,7 +42,7 @@ std::string label(std::size_t kind)
   return text.empty() ? "default" : text;
 }
 
-// A process that has said that it is started. Its destructor ends it.
+// A process that has reported that it is started. The destructor ends the process.
 class Started
 {
 public:
@@ -56,7 +56,7 @@ public:
   Started(const Started&) = delete;
   Started& operator=(const Started&) = delete;
 
-  // The memory that is its own, and its share of what it shares with others.
+  // Returns the memory of the process: its own, and its share of the memory that it shares with others.
   double kib() const;
 
 private:
@@ -114,7 +114,8 @@ double Started::kib() const
   throw std::runtime_error("no memory figures");
 }
 
-// The counter says how many times as long as the bare host the program takes to start, and to be killed and reaped.
+// Measures a start. The counter says how many times as long as the bare host the program takes to start, and to be
+// killed and reaped.
 void time_to_start(benchmark::State& state)
 {
   const std::size_t kind = static_cast<std::size_t>(state.range(0));
@@ -125,7 +126,8 @@ void time_to_start(benchmark::State& state)
 }
 BENCHMARK(time_to_start)->DenseRange(0, 4)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-// The counters say how much memory the program has at the start, and how many times as much as the bare host that is.
+// Measures memory. The counters say how much memory the program has at the start, and how many times as much as the
+// bare host that is.
 void memory_at_start(benchmark::State& state)
 {
   const std::size_t kind = static_cast<std::size_t>(state.range(0));
