@@ -1,7 +1,8 @@
-# Turn what gcov writes of each object into one tracefile for gcovr. gcovr would read gcov's text, which does not tell the
-# branches of exceptions where nothing was executed, and keeps one of several instantiations of a template.
+# Turn gcov's output for all objects into one tracefile for gcovr. gcovr itself would read gcov's text, which does not
+# tell the branches of exceptions where nothing was executed, and which has only one of several instantiations of a
+# template.
 #
-# Input: gcov's JSON, one document an object. Argument: $root, the directory of the repository.
+# The input is gcov's JSON, one document for each object. The argument $root is the directory of the repository.
 
 def branches: [.branches[] | select(.throw | not) | .count];
 

@@ -1,9 +1,9 @@
 # shellcheck shell=bash
-# Sourced by the other scripts, which run with the repository root as working directory.
+# The other scripts source this file, which makes the repository root their working directory.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-# install_missing GROUP...: install what scripts/packages lists for the groups and the system lacks.
+# install_missing GROUP...: install the packages that scripts/packages lists for the groups and the system lacks.
 install_missing() {
   local wanted missing=() package
   wanted=$(awk -v groups=" $* " '!/^#/ && NF == 2 && index(groups, " " $1 " ") { print $2 }' scripts/packages)
@@ -19,7 +19,7 @@ install_missing() {
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y install --no-install-recommends "${missing[@]}"
 }
 
-# build PRESET [CMAKE_ARGUMENT...]: configure and build.
+# build PRESET [CMAKE_ARGUMENT...]: configure and build the preset.
 build() {
   local preset=$1
   shift
@@ -27,7 +27,7 @@ build() {
   cmake --build --preset "$preset"
 }
 
-# run_tests PRESET [CTEST_ARGUMENT...]: run the preset's tests, in parallel; ends with the counts on a line.
+# run_tests PRESET [CTEST_ARGUMENT...]: run the preset's tests in parallel, and print the counts on the last line.
 run_tests() {
   local preset=$1 status=0 report
   shift
@@ -38,7 +38,7 @@ run_tests() {
   return "$status"
 }
 
-# count_tests REPORT: print "N passed, N failed" of a JUnit report; fails when nothing ran.
+# count_tests REPORT: print "N passed, N failed" of a JUnit report; fails when no test ran.
 count_tests() {
   local tests failed skipped
   tests=$(grep -c '<testcase ' "$1" || true)
