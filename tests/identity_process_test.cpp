@@ -18,17 +18,17 @@ using Texts = std::vector<std::string>;
 // Accounts and groups of every Debian system: root and nobody, whose ids are fixed.
 enum : gid_t { NOBODY = 65534, ADM = 4, TTY = 5, LP = 7, MAN = 12 };
 
-static const char CREATED[] = "8 0 starter/starter.cpp Created 'select' reactor\n";
+static const char SOURCE[] = "starter/starter.cpp";
+static const Logged CREATED = info("Created 'select' reactor\n").in(SOURCE);
 
-static std::string not_found(const std::string& text, const std::string& kind)
+static Logged not_found(const std::string& text, const std::string& kind)
 {
-  return "128 0 starter/starter.cpp Failed to get " + text + ' ' + kind +
-         " entry, errno=2, No such file or directory\n";
+  return error("Failed to get " + text + ' ' + kind + " entry, errno=2, No such file or directory\n").in(SOURCE);
 }
 
-static std::string refused(const std::string& what)
+static Logged refused(const std::string& what)
 {
-  return "128 -1 starter/starter.cpp Failed to " + what + ", errno=1, Operation not permitted\n";
+  return error_failed("Failed to " + what + ", errno=1, Operation not permitted\n").in(SOURCE);
 }
 
 // The values of the four ids in a line of /proc/PID/status, which are all the same after a switch; else the line.
@@ -47,8 +47,8 @@ struct Outcome
   std::string uid;
   std::string gid;
   std::string groups;
-  Texts records; // without the last one, which tells that the reactor has been made in any case
-  Texts calls;   // that set identities or read the groups
+  std::vector<Logged> records; // without the last one, which tells that the reactor has been made in any case
+  Texts calls;                 // that set identities or read the groups
   int status;
 };
 
@@ -63,7 +63,7 @@ static Outcome run(Texts args, Start_Options options)
 
   Starter_Process starter(args, options);
   if (!starter.wait_for_event_loop())
-    return {"", "", "", {starter.log()}, {}, starter.wait_status()};
+    return {"", "", "", {error(starter.log())}, {}, starter.wait_status()};
 
   Outcome outcome{id(starter, "Uid"), id(starter, "Gid"), starter.status_field("Groups"), {}, {}, 0};
   starter.send(SIGTERM);
@@ -358,8 +358,9 @@ TEST_F(identity_process, starts_from_an_empty_list_when_its_groups_cannot_be_rea
   const Outcome outcome = run({"--group", "adm", "--group", "man"}, options);
 
   EXPECT_THAT(outcome.calls, ElementsAre("setgroups(2, [4, 12]) = 0"));
-  EXPECT_THAT(outcome.records, ElementsAre("128 -1 starter/starter.cpp Failed to get supplementary groups, errno=5, "
-                                           "Input/output error\n"));
+  EXPECT_THAT(outcome.records, ElementsAre(error_failed("Failed to get supplementary groups, errno=5, "
+                                                        "Input/output error\n")
+                                               .in(SOURCE)));
   EXPECT_EQ("4 12", outcome.groups);
 }
 
@@ -391,8 +392,9 @@ TEST_F(identity_process, starts_from_an_empty_list_when_it_has_more_groups_than_
 
   EXPECT_THAT(outcome.calls, ElementsAre(testing::MatchesRegex("getgroups\\(2, 0x[0-9a-f]+\\) = -1 EINVAL.*"),
                                          "setgroups(1, [5]) = 0"));
-  EXPECT_THAT(outcome.records, ElementsAre("128 -1 starter/starter.cpp Failed to get supplementary groups, errno=22, "
-                                           "Invalid argument\n"));
+  EXPECT_THAT(outcome.records, ElementsAre(error_failed("Failed to get supplementary groups, errno=22, "
+                                                        "Invalid argument\n")
+                                               .in(SOURCE)));
 }
 
 TEST_F(identity_process, assumes_sizes_that_the_system_does_not_tell)
@@ -415,24 +417,20 @@ TEST_F(identity_process, reports_the_error_of_a_lookup)
   const std::string range = ", errno=34, Numerical result out of range\n";
 
   for (const char* const user : {"nobody", "65534"})
-    EXPECT_THAT(
-        run({"--user", user}, with_fault("FAULT_GETPW_SIZE", "16")).records,
-        ElementsAre("128 0 starter/starter.cpp Failed to get " + std::string(user) + " password entry" + range));
+    EXPECT_THAT(run({"--user", user}, with_fault("FAULT_GETPW_SIZE", "16")).records,
+                ElementsAre(error("Failed to get " + std::string(user) + " password entry" + range).in(SOURCE)));
   for (const char* const group : {"adm", "4"})
     EXPECT_THAT(run({"--primary-group", group}, with_fault("FAULT_GETGR_SIZE", "8")).records,
-                ElementsAre("128 0 starter/starter.cpp Failed to get " + std::string(group) + " group entry" + range));
+                ElementsAre(error("Failed to get " + std::string(group) + " group entry" + range).in(SOURCE)));
 }
 
 // The emergency record names its own place in the source, and a back trace follows.
 static void expect_no_buffer_record(const Record& record)
 {
-  EXPECT_EQ(1024, record.priority) << record;
-  EXPECT_EQ(-1, record.status) << record;
   EXPECT_EQ(ENOMEM, record.error) << record;
-  EXPECT_EQ("starter/starter.cpp", record.file) << record;
   const std::string start =
       "Unexpected error in starter/starter.cpp:" + std::to_string(record.line) + ", buf is NULL:\n";
-  EXPECT_THAT(record.text, StartsWith(start));
+  EXPECT_THAT(with_file(record), BeginsLike(emergency_failed(start).in(SOURCE)));
   EXPECT_THAT(record.text.substr(start.size()), testing::ContainsRegex("starter.*\n")) << "no trace";
 }
 
@@ -461,7 +459,7 @@ TEST_F(identity_process, leaves_a_supplementary_group_out_that_it_has_no_buffer_
   const Outcome outcome = run({"--group", "adm", "--group", "man"}, options);
 
   EXPECT_THAT(outcome.calls, ElementsAre("getgroups(65536, [7]) = 1", "setgroups(2, [7, 12]) = 0"));
-  EXPECT_THAT(outcome.records, ElementsAre(StartsWith("1024 -1 starter/starter.cpp Unexpected error in ")));
+  EXPECT_THAT(outcome.records, ElementsAre(BeginsLike(emergency_failed("Unexpected error in ").in(SOURCE))));
 }
 
 TEST_F(identity_process, skips_supplementary_groups_silently_without_a_list_buffer)
@@ -554,7 +552,7 @@ TEST_F(identity_process_with_accounts, looks_up_minus_one_by_name)
               ElementsAre("setgid(3001) = 0", "setgroups(1, [3001]) = 0", "setuid(-1) = -1 EINVAL (Invalid argument)"));
   EXPECT_THAT(run({"--user", "-1"}, options).records, ElementsAre(not_found("-1", "password")));
   EXPECT_THAT(run({"--primary-group", "4294967295"}, options).records,
-              ElementsAre("128 -1 starter/starter.cpp Failed to set gid to 4294967295, errno=22, Invalid argument\n"));
+              ElementsAre(error_failed("Failed to set gid to 4294967295, errno=22, Invalid argument\n").in(SOURCE)));
   EXPECT_THAT(run({"--primary-group", "-1"}, options).records, ElementsAre(not_found("-1", "group")));
   EXPECT_THAT(run({"--group", "-1"}, options).records, ElementsAre(not_found("-1", "group")));
 }
@@ -587,6 +585,7 @@ TEST_F(identity_process_with_accounts, looks_up_an_oversized_entry_only_once)
   const Outcome outcome = run({"--user", "long"}, options);
 
   EXPECT_THAT(outcome.calls, IsEmpty());
-  EXPECT_THAT(outcome.records, ElementsAre("128 0 starter/starter.cpp Failed to get long password entry, errno=34, "
-                                           "Numerical result out of range\n"));
+  EXPECT_THAT(outcome.records, ElementsAre(error("Failed to get long password entry, errno=34, "
+                                                 "Numerical result out of range\n")
+                                               .in(SOURCE)));
 }

@@ -1,6 +1,7 @@
 #include "scrt/make_reactor.h"
 
 #include "tests/support/log_capture.h"
+#include "tests/support/logged.h"
 #include "tests/support/new_probe.h"
 
 #include <ace/Dev_Poll_Reactor.h>
@@ -86,12 +87,9 @@ TEST(make_reactor, refuses_tp_for_fewer_than_two_threads_with_a_record)
     EXPECT_EQ(nullptr, get_reactor_factory("tp", threads));
 
     ASSERT_EQ(1U, log.records().size());
-    const Record& record = log.records()[0];
-    EXPECT_EQ(128, record.priority) << record;
-    EXPECT_EQ(-1, record.status) << record;
-    EXPECT_EQ("scrt/make_reactor.cpp", record.file) << record;
-    EXPECT_EQ("The number of threads (" + std::to_string(threads) + ") of thread pool reactor is less than 2",
-              record.text);
+    const std::string text =
+        "The number of threads (" + std::to_string(threads) + ") of thread pool reactor is less than 2";
+    EXPECT_EQ(error_failed(text).in("scrt/make_reactor.cpp"), with_file(log.records()[0]));
   }
 }
 

@@ -27,35 +27,37 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Texts = std::vector<std::string>;
 
-static std::string created(const std::string& type, unsigned threads = 0)
+static const char SOURCE[] = "starter/starter.cpp";
+
+static Logged created(const std::string& type, unsigned threads = 0)
 {
   const std::string pool = threads < 2 ? "" : " with " + std::to_string(threads) + " threads";
-  return "8 0 starter/starter.cpp Created '" + type + "' reactor" + pool + '\n';
+  return info("Created '" + type + "' reactor" + pool + '\n').in(SOURCE);
 }
 
-static std::string no_factory(const std::string& type)
+static Logged no_factory(const std::string& type)
 {
-  return "128 0 starter/starter.cpp Failed to get reactor factory by '" + type + "'\n";
+  return error("Failed to get reactor factory by '" + type + "'\n").in(SOURCE);
 }
 
-static std::string too_few_threads(unsigned threads)
+static Logged too_few_threads(unsigned threads)
 {
-  return "128 -1 scrt/make_reactor.cpp The number of threads (" + std::to_string(threads) +
-         ") of thread pool reactor is less than 2";
+  return error_failed("The number of threads (" + std::to_string(threads) + ") of thread pool reactor is less than 2")
+      .in("scrt/make_reactor.cpp");
 }
 
-static std::string no_account(const std::string& user)
+static Logged no_account(const std::string& user)
 {
-  return "128 0 starter/starter.cpp Failed to get " + user + " password entry, errno=2, No such file or directory\n";
+  return error("Failed to get " + user + " password entry, errno=2, No such file or directory\n").in(SOURCE);
 }
 
-static std::string no_group(const std::string& group)
+static Logged no_group(const std::string& group)
 {
-  return "128 0 starter/starter.cpp Failed to get " + group + " group entry, errno=2, No such file or directory\n";
+  return error("Failed to get " + group + " group entry, errno=2, No such file or directory\n").in(SOURCE);
 }
 
 // Start with `args`: the records are `records`, and `threads` loop threads are made, of which `looping` stay.
-static void expect_start(const Texts& args, const Texts& records, unsigned threads, unsigned looping,
+static void expect_start(const Texts& args, const std::vector<Logged>& records, unsigned threads, unsigned looping,
                          const Start_Options& base = probed())
 {
   SCOPED_TRACE(testing::PrintToString(args));
@@ -74,7 +76,8 @@ static void expect_start(const Texts& args, const Texts& records, unsigned threa
 }
 
 // Start with `args`, which ask for no more than one thread: the records are `records`.
-static void expect_records(const Texts& args, const Texts& records, const Start_Options& options = probed())
+static void expect_records(const Texts& args, const std::vector<Logged>& records,
+                           const Start_Options& options = probed())
 {
   expect_start(args, records, 0, 0, options);
 }
@@ -153,7 +156,7 @@ TEST(option_process, reports_a_reactor_that_cannot_be_allocated)
 
       EXPECT_EQ(0, starter.wait_status()) << starter.log();
       EXPECT_THAT(starter.command_line_records(),
-                  ElementsAre("128 0 starter/starter.cpp Failed to create '" + std::string(type) + "' reactor\n"));
+                  ElementsAre(error("Failed to create '" + std::string(type) + "' reactor\n").in(SOURCE)));
       ASSERT_FALSE(starter.records().empty());
       EXPECT_EQ(ENOMEM, starter.records()[0].error);
     }
@@ -273,9 +276,9 @@ TEST(option_process, uses_every_supplementary_group_in_the_order_of_the_line)
   Starter_Process starter({"--group", "no-such-c", "--group=no-such-a", "stray", "--g", "no-such-b"}, probed());
   ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
 
-  const Texts records = starter.command_line_records();
+  const std::vector<Logged> records = starter.command_line_records();
   ASSERT_LE(3U, records.size());
-  EXPECT_THAT(Texts(records.begin(), records.begin() + 3),
+  EXPECT_THAT(std::vector<Logged>(records.begin(), records.begin() + 3),
               ElementsAre(no_group("no-such-c"), no_group("no-such-a"), no_group("no-such-b")));
 }
 

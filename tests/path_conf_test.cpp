@@ -3,6 +3,7 @@
 #include "tests/support/child.h"
 #include "tests/support/failing_strdup.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/logged.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -48,15 +49,14 @@ private:
   const std::string name_;
 };
 
-static void expect_record(const Log_Capture& log, int priority, int error, const std::string& text)
+static const char SOURCE[] = "scrt/path_conf.cpp";
+
+static void expect_failure(const Log_Capture& log, int number, const std::string& text)
 {
   ASSERT_EQ(1u, log.records().size());
   const Record& record = log.records().front();
-  EXPECT_EQ(priority, record.priority);
-  EXPECT_EQ(-1, record.status);
-  EXPECT_EQ(error, record.error);
-  EXPECT_EQ("scrt/path_conf.cpp", record.file);
-  EXPECT_EQ(text, record.text);
+  EXPECT_EQ(error_failed(text).in(SOURCE), with_file(record));
+  EXPECT_EQ(number, record.error);
 }
 
 TEST(path_conf, creates_prefix_and_sub_directory_and_names_the_file)
@@ -179,8 +179,8 @@ TEST(path_conf, builds_the_path_although_the_directory_cannot_be_created)
   const Path_Conf path(prefix.c_str(), true, "b", 0755);
 
   EXPECT_EQ(prefix + "/b", path.str());
-  expect_record(log, LM_ERROR, ENOTDIR,
-                "Failed to mkdir " + prefix + ", errno=" + std::to_string(ENOTDIR) + ", Not a directory\n");
+  expect_failure(log, ENOTDIR,
+                 "Failed to mkdir " + prefix + ", errno=" + std::to_string(ENOTDIR) + ", Not a directory\n");
 }
 
 TEST(path_conf, logs_the_expanded_directory_that_cannot_be_created)
@@ -192,8 +192,8 @@ TEST(path_conf, logs_the_expanded_directory_that_cannot_be_created)
   const Path_Conf path("$PATH_CONF_TEST", "a", true, "b", 0755);
 
   EXPECT_EQ(dir / "file/a/b", path.str());
-  expect_record(log, LM_ERROR, ENOTDIR,
-                "Failed to mkdir " + (dir / "file/a") + ", errno=" + std::to_string(ENOTDIR) + ", Not a directory\n");
+  expect_failure(log, ENOTDIR,
+                 "Failed to mkdir " + (dir / "file/a") + ", errno=" + std::to_string(ENOTDIR) + ", Not a directory\n");
 }
 
 TEST(path_conf, is_silent_when_the_creation_reports_that_it_exists)
@@ -224,12 +224,9 @@ TEST(path_conf, logs_with_a_back_trace_that_there_is_no_prefix)
       EXPECT_EQ("", path);
       ASSERT_EQ(1u, log.records().size());
       const Record& record = log.records().front();
-      EXPECT_EQ(LM_EMERGENCY, record.priority);
-      EXPECT_EQ(-1, record.status);
       EXPECT_EQ(EPERM, record.error);
-      EXPECT_EQ("scrt/path_conf.cpp", record.file);
       const std::string start = head + std::to_string(record.line) + tail;
-      EXPECT_EQ(start, record.text.substr(0, start.size()));
+      EXPECT_THAT(with_file(record), BeginsLike(emergency_failed(start).in(SOURCE)));
       EXPECT_NE(std::string::npos, record.text.find("path_conf_test", start.size())) << record.text; // a frame of ours
     }
 }
@@ -243,8 +240,9 @@ TEST(path_conf, stays_empty_when_the_prefix_cannot_be_expanded)
   const Path_Conf path(prefix.c_str(), true, "b", 0755);
 
   EXPECT_EQ("", path.str());
-  expect_record(log, LM_ERROR, ENOMEM,
-                "Failed to strenvdup '" + prefix + "', errno=" + std::to_string(ENOMEM) + ", Cannot allocate memory\n");
+  expect_failure(log, ENOMEM,
+                 "Failed to strenvdup '" + prefix + "', errno=" + std::to_string(ENOMEM) +
+                     ", Cannot allocate memory\n");
 }
 
 TEST(path_conf, refuses_a_variable_name_that_the_framework_cannot_hold)
@@ -263,11 +261,9 @@ TEST(path_conf, refuses_a_variable_name_that_the_framework_cannot_hold)
   EXPECT_EQ("", path.str());
   ASSERT_EQ(1u, log.records().size());
   const Record& record = log.records().front();
-  EXPECT_EQ(LM_ERROR, record.priority);
-  EXPECT_EQ(-1, record.status);
   EXPECT_EQ(ENAMETOOLONG, record.error);
-  const std::string start = "Failed to strenvdup '$N";
-  EXPECT_EQ(start, record.text.substr(0, start.size())); // the record has no room for all of it
+  // The record has no room for the whole name.
+  EXPECT_THAT(with_file(record), BeginsLike(error_failed("Failed to strenvdup '$N").in(SOURCE)));
 }
 
 TEST(path_conf, creates_nothing_of_a_prefix_that_cannot_be_expanded)
@@ -334,11 +330,8 @@ TEST(path_conf, cuts_a_record_about_a_path_beyond_any_limit)
   EXPECT_EQ(prefix + "/b", path.str());
   ASSERT_EQ(1u, log.records().size());
   const Record& record = log.records().front();
-  EXPECT_EQ(LM_ERROR, record.priority);
-  EXPECT_EQ(-1, record.status);
   EXPECT_EQ(ENAMETOOLONG, record.error);
-  const std::string start = "Failed to mkdir ppp";
-  EXPECT_EQ(start, record.text.substr(0, start.size()));
+  EXPECT_THAT(with_file(record), BeginsLike(error_failed("Failed to mkdir ppp").in(SOURCE)));
 }
 
 TEST(path_conf, appends_what_is_there)

@@ -1,5 +1,6 @@
 #include "starter/starter.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/logged.h"
 
 #include <ace/ACE.h>
 
@@ -96,13 +97,9 @@ TEST(signal_handlers, user_signal_2_toggles_debugging_and_says_so_first)
 
   ACE::debug(before);
   ASSERT_EQ(2u, log.records().size());
-  EXPECT_EQ("Enable ACE::debug.\n", log.records()[0].text);
-  EXPECT_EQ("Disable ACE::debug.\n", log.records()[1].text);
-  for (const Record& record : log.records()) {
-    EXPECT_EQ(LM_INFO, record.priority);
-    EXPECT_EQ(0, record.status);
-    EXPECT_EQ("starter/starter.cpp", record.file);
-  }
+  const char source[] = "starter/starter.cpp";
+  EXPECT_EQ(info("Enable ACE::debug.\n").in(source), with_file(log.records()[0]));
+  EXPECT_EQ(info("Disable ACE::debug.\n").in(source), with_file(log.records()[1]));
 }
 
 TEST(signal_handlers, leave_errno_as_they_found_it)

@@ -3,6 +3,7 @@
 #include "tests/support/syscall_trace.h"
 #include "tests/support/wait_until.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,6 +19,8 @@
 namespace
 {
 using Texts = std::vector<std::string>;
+
+const char SOURCE[] = "starter/starter.cpp";
 
 // A signal of the C library's own is in the set when the process has ended a thread before.
 std::vector<int> signals(const Starter_Process& starter, const std::string& field)
@@ -48,12 +51,12 @@ std::string loop_name(const testing::TestParamInfo<Loop>& info)
   return info.param.name;
 }
 
-std::vector<Record> records_with(const Starter_Process& starter, const std::string& text)
+std::vector<Logged> records_with(const Starter_Process& starter, const std::string& text)
 {
-  std::vector<Record> found;
+  std::vector<Logged> found;
   for (const Record& record : starter.records())
     if (record.text.find(text) != std::string::npos)
-      found.push_back(record);
+      found.push_back(with_file(record));
   return found;
 }
 } // namespace
@@ -95,12 +98,9 @@ TEST_P(every_loop, ends_in_order_with_status_0_on_each_termination_signal)
 
     EXPECT_EQ(0, starter.wait_status()) << starter.log();
     EXPECT_EQ(1u, starter.count("talker fini.")) << starter.log();
-    const std::vector<Record> found = records_with(starter, "caught in");
+    const std::vector<Logged> found = records_with(starter, "caught in");
     ASSERT_EQ(1u, found.size());
-    EXPECT_EQ(caught_in(signo, "starter") + ".\n", found[0].text);
-    EXPECT_EQ(8, found[0].priority);
-    EXPECT_EQ(0, found[0].status);
-    EXPECT_EQ("starter/starter.cpp", found[0].file);
+    EXPECT_EQ(info(caught_in(signo, "starter") + ".\n").in(SOURCE), found[0]);
   }
 }
 
@@ -128,12 +128,10 @@ TEST_P(every_loop, logs_a_fault_with_a_back_trace_and_ends_with_status_0)
     starter.send(signo);
 
     EXPECT_EQ(0, starter.wait_status()) << starter.log();
-    const std::vector<Record> found = records_with(starter, "caught in");
+    const std::vector<Logged> found = records_with(starter, "caught in");
     ASSERT_EQ(1u, found.size());
-    EXPECT_EQ(0u, found[0].text.find(caught_in(signo, "starter") + ", the back trace:\n")) << found[0].text;
+    EXPECT_THAT(found[0], BeginsLike(alert(caught_in(signo, "starter") + ", the back trace:\n").in(SOURCE)));
     EXPECT_NE(std::string::npos, found[0].text.find("libc.so.6(")) << found[0].text; // where the thread waits
-    EXPECT_EQ(512, found[0].priority);
-    EXPECT_EQ(0, found[0].status);
   }
 }
 
@@ -156,11 +154,9 @@ TEST_P(every_loop, applies_an_edited_configuration_on_a_hang_up_and_goes_on)
   starter.send(SIGTERM);
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   EXPECT_EQ(1u, starter.count("second fini.")) << starter.log();
-  const std::vector<Record> found = records_with(starter, "reconfiguring");
+  const std::vector<Logged> found = records_with(starter, "reconfiguring");
   ASSERT_EQ(1u, found.size());
-  EXPECT_EQ("Signal 1 (Hangup) caught, and reconfiguring ... \n", found[0].text);
-  EXPECT_EQ(8, found[0].priority);
-  EXPECT_EQ(0, found[0].status);
+  EXPECT_EQ(info("Signal 1 (Hangup) caught, and reconfiguring ... \n").in(SOURCE), found[0]);
 }
 
 INSTANTIATE_TEST_SUITE_P(signals, every_loop, testing::ValuesIn(LOOPS), loop_name);
@@ -214,10 +210,9 @@ TEST(fault, inside_the_allocator_is_logged_by_a_single_loop_itself)
   Starter_Process starter(with_service(args, "crash", "_make_Crash", "heap"), probed());
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
-  const std::vector<Record> found = records_with(starter, "the back trace:");
+  const std::vector<Logged> found = records_with(starter, "the back trace:");
   ASSERT_EQ(1u, found.size()) << starter.log();
-  EXPECT_EQ(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n", found[0].text);
-  EXPECT_EQ(512, found[0].priority);
+  EXPECT_EQ(alert(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n").in(SOURCE), found[0]);
 }
 
 // The back trace waits for the allocator, and the record without it for the log.
@@ -372,11 +367,10 @@ TEST(start_up, loses_no_record_that_a_signal_interrupts)
     EXPECT_EQ(0, starter.wait_status()) << starter.log();
 
     EXPECT_EQ(1u, starter.count(text)) << starter.log();
-    const std::vector<Record> found = records_with(starter, "system info: sysname=Linux, nodename=");
+    const std::vector<Logged> found = records_with(starter, "system info: sysname=Linux, nodename=");
     ASSERT_EQ(1u, found.size()) << starter.log();
     EXPECT_NE(std::string::npos, found[0].text.find(", swappiness=")) << found[0].text;
-    EXPECT_EQ("starter/starter.cpp", found[0].file);
-    EXPECT_EQ(0, found[0].status);
+    EXPECT_EQ(info(found[0].text).in(SOURCE), found[0]);
   }
 }
 
@@ -529,10 +523,9 @@ TEST(user_signal_2, toggles_debug_output)
   starter.send(SIGTERM);
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
 
-  const std::vector<Record> found = records_with(starter, "able ACE::debug.");
+  const std::vector<Logged> found = records_with(starter, "able ACE::debug.");
   ASSERT_EQ(2u, found.size());
-  EXPECT_EQ(8, found[0].priority);
-  EXPECT_EQ(0, found[0].status);
+  EXPECT_EQ(info("Enable ACE::debug.\n").in(SOURCE), found[0]);
 }
 
 TEST(user_signal_2, finds_debugging_on_when_the_command_line_asked_for_it)

@@ -1,6 +1,7 @@
 #include "starter/version.h"
 
 #include "tests/support/fake_systemd.h"
+#include "tests/support/logged.h"
 #include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
 #include "tests/support/syscall_trace.h"
@@ -19,18 +20,16 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-using Row = std::tuple<int, int, std::string, std::string>; // priority, status, file, text
-
 static const char SOURCE[] = "starter/starter.cpp";
 static const std::string BANNER_END =
     std::string(" " TESTS_PROJECT_VERSION " (rev ") + STARTER_REVISION + ") is started.\n";
 
-static std::vector<Row> rows(const Starter_Process& starter)
+static std::vector<Logged> logged(const Starter_Process& starter)
 {
-  std::vector<Row> rows;
+  std::vector<Logged> found;
   for (const Record& record : starter.records())
-    rows.emplace_back(record.priority, record.status, record.file, record.text);
-  return rows;
+    found.push_back(with_file(record));
+  return found;
 }
 
 // The system record of this machine, with what a test may set.
@@ -67,18 +66,18 @@ static Start_Options quiet()
 }
 
 // The records of a start up to the event loop.
-static std::vector<Row> start(const Start_Options& options)
+static std::vector<Logged> start(const Start_Options& options)
 {
   Starter_Process starter({}, options);
   EXPECT_TRUE(starter.wait_for_event_loop()) << starter.log();
-  const std::vector<Row> records = rows(starter);
+  const std::vector<Logged> records = logged(starter);
 
   starter.send(SIGTERM);
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   return records;
 }
 
-static const Row BANNER(8, 0, SOURCE, "tessarin3" + BANNER_END);
+static const Logged BANNER = info("tessarin3" + BANNER_END).in(SOURCE);
 
 TEST(start_up_records, of_a_whole_start_and_stop_stand_in_this_order)
 {
@@ -98,19 +97,20 @@ TEST(start_up_records, of_a_whole_start_and_stop_stand_in_this_order)
   ASSERT_EQ(0, starter.wait_status()) << starter.log();
 
   const std::string staller = "tests/services/staller.cpp";
-  const std::vector<Row> expected{{8, 0, SOURCE, "Created 'tp' reactor with 2 threads\n"},
-                                  {8, 0, staller, "The staller is there.\n"},
-                                  {8, 0, SOURCE, system_info(real_memory(), real_swappiness())},
-                                  {4, 0, "starter/systemd_handler.cpp", "Notify systemd every 10000 ms.\n"},
-                                  {8, 0, SOURCE, "tessarin3-alpha" + BANNER_END},
-                                  {8, 0, SOURCE, "Signal 15 (Terminated) caught in [starter].\n"},
-                                  {8, 0, staller, "The staller is gone.\n"}};
-  EXPECT_EQ(expected, rows(starter));
+  const std::vector<Logged> expected{info("Created 'tp' reactor with 2 threads\n").in(SOURCE),
+                                     info("The staller is there.\n").in(staller),
+                                     info(system_info(real_memory(), real_swappiness())).in(SOURCE),
+                                     debug("Notify systemd every 10000 ms.\n").in("starter/systemd_handler.cpp"),
+                                     info("tessarin3-alpha" + BANNER_END).in(SOURCE),
+                                     info("Signal 15 (Terminated) caught in [starter].\n").in(SOURCE),
+                                     info("The staller is gone.\n").in(staller)};
+  EXPECT_EQ(expected, logged(starter));
 }
 
 TEST(start_up_records, of_a_plain_start_are_the_system_record_and_the_banner)
 {
-  EXPECT_EQ((std::vector<Row>{{8, 0, SOURCE, system_info(real_memory(), real_swappiness())}, BANNER}), start(quiet()));
+  EXPECT_EQ((std::vector<Logged>{info(system_info(real_memory(), real_swappiness())).in(SOURCE), BANNER}),
+            start(quiet()));
 }
 
 TEST(start_up_records, name_the_component_unless_it_is_unset_or_empty)
@@ -124,9 +124,9 @@ TEST(start_up_records, name_the_component_unless_it_is_unset_or_empty)
     if (component)
       options.env["COMPONENT"] = component;
 
-    const std::vector<Row> records = start(options);
+    const std::vector<Logged> records = start(options);
     ASSERT_FALSE(records.empty());
-    EXPECT_EQ(Row(8, 0, SOURCE, product + BANNER_END), records.back());
+    EXPECT_EQ(info(product + BANNER_END).in(SOURCE), records.back());
   }
 }
 
@@ -151,7 +151,7 @@ TEST(start_up_records, round_memory_to_the_nearest_gibibyte_halves_up)
     options.preload.push_back(preload_library("faults"));
     options.env["FAULT_PHYS_PAGES"] = std::to_string(pages);
 
-    EXPECT_EQ((std::vector<Row>{{8, 0, SOURCE, system_info(memory, real_swappiness())}, BANNER}), start(options));
+    EXPECT_EQ((std::vector<Logged>{info(system_info(memory, real_swappiness())).in(SOURCE), BANNER}), start(options));
   }
 }
 
@@ -161,7 +161,7 @@ TEST(start_up_records, leave_the_system_out_without_a_word_when_it_has_no_name)
   options.preload.push_back(preload_library("faults"));
   options.env["FAULT_UNAME"] = "1";
 
-  EXPECT_EQ((std::vector<Row>{BANNER}), start(options));
+  EXPECT_EQ((std::vector<Logged>{BANNER}), start(options));
 }
 
 // ---- Swappiness
@@ -172,7 +172,7 @@ protected:
   void SetUp() override { NEEDS(is_root(), "root, for mounts of its own"); }
 
   // The records of a start after `command` in mounts of its own; $file is a file of `content`.
-  std::vector<Row> start_after(const std::string& command, const std::string& content = "") const
+  std::vector<Logged> start_after(const std::string& command, const std::string& content = "") const
   {
     Start_Options options = quiet();
     options.wrapper = {"unshare",
@@ -187,14 +187,17 @@ protected:
     return start(options);
   }
 
-  static Row failure(int error, const std::string& text)
+  static Logged failure(int number, const std::string& text)
   {
-    return {128, 0, SOURCE,
-            "Failed to get vm swappiness from /proc/sys/vm/swappiness, errno=" + std::to_string(error) + ", " + text +
-                "\n"};
+    return error("Failed to get vm swappiness from /proc/sys/vm/swappiness, errno=" + std::to_string(number) + ", " +
+                 text + "\n")
+        .in(SOURCE);
   }
 
-  static Row system(const std::string& swappiness) { return {8, 0, SOURCE, system_info(real_memory(), swappiness)}; }
+  static Logged system(const std::string& swappiness)
+  {
+    return info(system_info(real_memory(), swappiness)).in(SOURCE);
+  }
 
   const Temp_Dir dir_;
 };
@@ -206,20 +209,20 @@ TEST_F(swappiness_record, shows_one_two_and_three_digits_and_0_for_no_number)
 
   for (const auto& [content, value] : cases) {
     SCOPED_TRACE(content);
-    EXPECT_EQ((std::vector<Row>{system(value), BANNER}),
+    EXPECT_EQ((std::vector<Logged>{system(value), BANNER}),
               start_after("mount --bind $file /proc/sys/vm/swappiness", content));
   }
 }
 
 TEST_F(swappiness_record, comes_after_an_error_record_when_there_is_no_such_file)
 {
-  EXPECT_EQ((std::vector<Row>{failure(2, "No such file or directory"), system("-1"), BANNER}),
+  EXPECT_EQ((std::vector<Logged>{failure(2, "No such file or directory"), system("-1"), BANNER}),
             start_after("mount -t tmpfs tmpfs /proc/sys"));
 }
 
 TEST_F(swappiness_record, comes_after_an_error_record_when_the_file_is_not_for_this_account)
 {
-  EXPECT_EQ((std::vector<Row>{failure(13, "Permission denied"), system("-1"), BANNER}),
+  EXPECT_EQ((std::vector<Logged>{failure(13, "Permission denied"), system("-1"), BANNER}),
             start_after("chmod 0 $file && mount --bind $file /proc/sys/vm/swappiness && "
                         "set -- setpriv --reuid=65534 --regid=65534 --clear-groups -- \"$@\"",
                         "60\n"));
@@ -227,18 +230,17 @@ TEST_F(swappiness_record, comes_after_an_error_record_when_the_file_is_not_for_t
 
 TEST_F(swappiness_record, comes_after_an_error_record_when_reading_fails)
 {
-  EXPECT_EQ((std::vector<Row>{failure(5, "Input/output error"), system("-1"), BANNER}),
+  EXPECT_EQ((std::vector<Logged>{failure(5, "Input/output error"), system("-1"), BANNER}),
             start_after("mount --bind /proc/$$/mem /proc/sys/vm/swappiness")); // nothing is mapped at its start
 }
 
 TEST_F(swappiness_record, comes_after_an_error_record_with_whatever_errno_is_when_the_file_is_empty)
 {
-  const std::vector<Row> records = start_after("mount --bind $file /proc/sys/vm/swappiness");
+  const std::vector<Logged> records = start_after("mount --bind $file /proc/sys/vm/swappiness");
 
   ASSERT_EQ(3u, records.size());
-  const auto& [priority, status, file, text] = records[0];
-  EXPECT_EQ(std::tuple(128, 0, SOURCE), std::tuple(priority, status, file));
-  EXPECT_THAT(text,
+  EXPECT_EQ(error(records[0].text).in(SOURCE), records[0]);
+  EXPECT_THAT(records[0].text,
               testing::MatchesRegex("Failed to get vm swappiness from /proc/sys/vm/swappiness, errno=[0-9]+, .+\n"));
   EXPECT_EQ(system("-1"), records[1]);
   EXPECT_EQ(BANNER, records[2]);
@@ -255,8 +257,7 @@ TEST_F(swappiness_record, comes_after_an_error_record_when_proc_is_not_mounted)
   Starter_Process starter({}, options);
   ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
 
-  const std::string expected =
-      std::get<3>(failure(2, "No such file or directory")) + std::get<3>(system("-1")) + std::get<3>(BANNER);
+  const std::string expected = failure(2, "No such file or directory").text + system("-1").text + BANNER.text;
   EXPECT_EQ(1u, starter.count(expected)) << starter.log();
 }
 

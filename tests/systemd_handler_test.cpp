@@ -2,6 +2,7 @@
 
 #include "tests/support/fake_systemd.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/logged.h"
 #include "tests/support/temp_dir.h"
 
 #include <ace/Select_Reactor.h>
@@ -104,16 +105,14 @@ static bool is_loaded(const std::string& library)
   return handle;
 }
 
-using Row = std::tuple<int, int, std::string>; // priority, status, text
-
-static std::vector<Row> rows(const Log_Capture& capture)
+static std::vector<Logged> logged_by_notifier(const Log_Capture& capture)
 {
-  std::vector<Row> rows;
+  std::vector<Logged> found;
   for (const Record& record : capture.records()) {
     EXPECT_EQ("starter/systemd_handler.cpp", record.file);
-    rows.emplace_back(record.priority, record.status, record.text);
+    found.push_back(without_file(record));
   }
-  return rows;
+  return found;
 }
 
 class systemd_handler : public testing::Test
@@ -145,7 +144,7 @@ protected:
     testing::internal::CaptureStderr();
     const int result = handler_.open(r);
     standard_error_ = testing::internal::GetCapturedStderr();
-    records_ = rows(capture);
+    records_ = logged_by_notifier(capture);
     return result;
   }
   int open() { return open(&reactor_); }
@@ -195,16 +194,16 @@ protected:
   ACE_Reactor reactor_;
   const std::string calls_;
   Open_Handler handler_;
-  std::vector<Row> records_;
+  std::vector<Logged> records_;
   std::string standard_error_;
 };
 
 static const std::vector<std::string> ACTIVE_CALLS{"sd_booted", "sd_watchdog_enabled 0", "sd_notify 0 READY=1\n",
                                                    "sd_notify 0 WATCHDOG=1\n"};
 
-static std::vector<Row> announced(const std::string& ms)
+static std::vector<Logged> announced(const std::string& ms)
 {
-  return {{4, 0, "Notify systemd every " + ms + " ms.\n"}};
+  return {debug("Notify systemd every " + ms + " ms.\n")};
 }
 
 // ---- A new notifier
@@ -269,10 +268,8 @@ TEST_F(systemd_handler, logs_an_emergency_and_loads_nothing_for_a_null_reactor)
   ASSERT_EQ(-1, open(nullptr));
 
   ASSERT_EQ(1u, records_.size());
-  const auto& [priority, status, text] = records_[0];
-  EXPECT_EQ(1024, priority);
-  EXPECT_EQ(-1, status);
-  EXPECT_EQ(0u, text.find("Unexpected error in starter/systemd_handler.cpp:")) << text;
+  EXPECT_THAT(records_[0], BeginsLike(emergency_failed("Unexpected error in starter/systemd_handler.cpp:")));
+  const std::string& text = records_[0].text;
   const std::string end = ", r is NULL:\n";
   const std::size_t at = text.find(end);
   ASSERT_NE(std::string::npos, at) << text;
@@ -296,8 +293,8 @@ TEST_F(systemd_handler, takes_two_zeros_for_a_file_name)
   use("00");
 
   EXPECT_EQ(-1, open());
-  EXPECT_EQ((std::vector<Row>{
-                {32, -1, "Unable to load 00, 00: cannot open shared object file: No such file or directory\n"}}),
+  EXPECT_EQ((std::vector<Logged>{
+                warning_failed("Unable to load 00, 00: cannot open shared object file: No such file or directory\n")}),
             records_);
   expect_closed();
 }
@@ -307,9 +304,9 @@ TEST_F(systemd_handler, logs_a_missing_library_and_tries_no_other_once_a_name_is
   use("/nowhere/libsystemd.so");
 
   EXPECT_EQ(-1, open());
-  EXPECT_EQ((std::vector<Row>{{32, -1,
-                               "Unable to load /nowhere/libsystemd.so, /nowhere/libsystemd.so: cannot open shared "
-                               "object file: No such file or directory\n"}}),
+  EXPECT_EQ((std::vector<Logged>{
+                warning_failed("Unable to load /nowhere/libsystemd.so, /nowhere/libsystemd.so: cannot open shared "
+                               "object file: No such file or directory\n")}),
             records_);
   EXPECT_EQ((std::vector<std::pair<std::string, int>>{{"/nowhere/libsystemd.so", RTLD_LAZY}}), asked_for);
   expect_closed();
@@ -339,10 +336,10 @@ TEST_F(systemd_handler, falls_back_to_the_old_name_with_a_warning_that_is_no_fai
   redirected = {{"libsystemd.so.0", "/nowhere/new"}, {"libsystemd-daemon.so.0", fake_library()}};
 
   EXPECT_EQ(0, open());
-  EXPECT_EQ((std::vector<Row>{{32, 0,
-                               "Unable to load libsystemd.so.0, /nowhere/new: cannot open shared object file: No such "
-                               "file or directory\n"},
-                              {4, 0, "Notify systemd every 10000 ms.\n"}}),
+  EXPECT_EQ((std::vector<Logged>{
+                warning("Unable to load libsystemd.so.0, /nowhere/new: cannot open shared object file: No such "
+                        "file or directory\n"),
+                debug("Notify systemd every 10000 ms.\n")}),
             records_);
   EXPECT_EQ(
       (std::vector<std::pair<std::string, int>>{{"libsystemd.so.0", RTLD_LAZY}, {"libsystemd-daemon.so.0", RTLD_LAZY}}),
@@ -356,12 +353,11 @@ TEST_F(systemd_handler, fails_when_the_old_name_is_not_found_either)
   redirected = {{"libsystemd.so.0", "/nowhere/new"}, {"libsystemd-daemon.so.0", "/nowhere/old"}};
 
   EXPECT_EQ(-1, open());
-  EXPECT_EQ((std::vector<Row>{{32, 0,
-                               "Unable to load libsystemd.so.0, /nowhere/new: cannot open shared object file: No such "
-                               "file or directory\n"},
-                              {32, -1,
-                               "Unable to load libsystemd-daemon.so.0, /nowhere/old: cannot open shared object file: "
-                               "No such file or directory\n"}}),
+  EXPECT_EQ((std::vector<Logged>{
+                warning("Unable to load libsystemd.so.0, /nowhere/new: cannot open shared object file: No such "
+                        "file or directory\n"),
+                warning_failed("Unable to load libsystemd-daemon.so.0, /nowhere/old: cannot open shared object file: "
+                               "No such file or directory\n")}),
             records_);
   expect_closed();
 }
@@ -372,7 +368,7 @@ TEST_F(systemd_handler, fails_with_a_record_when_the_loader_gives_no_reason)
   is_wordless = true;
 
   EXPECT_EQ(-1, open());
-  EXPECT_EQ((std::vector<Row>{{32, -1, "Unable to load /nowhere/lib, \n"}}), records_);
+  EXPECT_EQ((std::vector<Logged>{warning_failed("Unable to load /nowhere/lib, \n")}), records_);
   expect_closed();
 }
 
@@ -384,7 +380,8 @@ TEST_F(systemd_handler, names_the_library_that_lacks_a_function_it_needs)
     use(library);
 
     EXPECT_EQ(-1, open());
-    EXPECT_EQ((std::vector<Row>{{128, -1, "Not found symbol sd_" + missing + " in " + library + "!\n"}}), records_);
+    EXPECT_EQ((std::vector<Logged>{error_failed("Not found symbol sd_" + missing + " in " + library + "!\n")}),
+              records_);
     EXPECT_TRUE(calls().empty());
     expect_closed();
   }
@@ -395,12 +392,12 @@ TEST_F(systemd_handler, names_the_built_in_library_that_lacks_a_function)
   unsetenv("LIBSYSTEMD_FILENAME");
   redirected = {{"libsystemd.so.0", fake_library("_without_booted")}};
   EXPECT_EQ(-1, open());
-  EXPECT_EQ((std::vector<Row>{{128, -1, "Not found symbol sd_booted in libsystemd.so.0!\n"}}), records_);
+  EXPECT_EQ((std::vector<Logged>{error_failed("Not found symbol sd_booted in libsystemd.so.0!\n")}), records_);
 
   redirected = {{"libsystemd.so.0", "/nowhere/new"}, {"libsystemd-daemon.so.0", fake_library("_without_notify")}};
   EXPECT_EQ(-1, open());
   ASSERT_EQ(2u, records_.size());
-  EXPECT_EQ(Row(128, -1, "Not found symbol sd_notify in libsystemd-daemon.so.0!\n"), records_[1]);
+  EXPECT_EQ(error_failed("Not found symbol sd_notify in libsystemd-daemon.so.0!\n"), records_[1]);
   expect_closed();
 }
 
@@ -426,7 +423,7 @@ TEST_F(systemd_handler, warns_when_there_is_no_watchdog_for_this_service_and_rep
     setenv("FAKE_SD_WATCHDOG", enabled, 1);
 
     EXPECT_EQ(-1, open());
-    EXPECT_EQ((std::vector<Row>{{32, -1, "systemd watchdog is not enabled.\n"}}), records_);
+    EXPECT_EQ((std::vector<Logged>{warning_failed("systemd watchdog is not enabled.\n")}), records_);
     EXPECT_EQ((std::vector<std::string>{"sd_booted", "sd_watchdog_enabled 0"}), calls());
     expect_closed();
   }
@@ -448,14 +445,14 @@ protected:
   old_library() { use(library_); }
 
   const std::string library_ = fake_library("_without_watchdog");
-  const Row missing_{32, 0, "Not found symbol sd_watchdog_enabled in " + library_ + "!\n"};
+  const Logged missing_ = warning("Not found symbol sd_watchdog_enabled in " + library_ + "!\n");
 };
 
 TEST_F(old_library, is_good_enough_with_a_warning_that_is_no_failure)
 {
   ASSERT_EQ(0, open());
 
-  EXPECT_EQ((std::vector<Row>{missing_, {4, 0, "Notify systemd every 10000 ms.\n"}}), records_);
+  EXPECT_EQ((std::vector<Logged>{missing_, debug("Notify systemd every 10000 ms.\n")}), records_);
   EXPECT_EQ((std::vector<std::string>{"sd_booted", "sd_notify 0 READY=1\n", "sd_notify 0 WATCHDOG=1\n"}), calls());
 }
 
@@ -465,7 +462,7 @@ TEST_F(old_library, is_not_asked_for_the_watchdog_outside_the_init_system)
   unsetenv("WATCHDOG_USEC");
 
   EXPECT_EQ(-1, open());
-  EXPECT_EQ((std::vector<Row>{missing_}), records_);
+  EXPECT_EQ((std::vector<Logged>{missing_}), records_);
   expect_closed();
 }
 
@@ -478,8 +475,9 @@ TEST_F(old_library, is_useless_without_a_period_in_the_environment)
       setenv("WATCHDOG_USEC", "", 1);
 
     EXPECT_EQ(-1, open());
-    EXPECT_EQ((std::vector<Row>{missing_, {32, -1, "systemd watchdog is not enabled, WATCHDOG_USEC is unset.\n"}}),
-              records_);
+    EXPECT_EQ(
+        (std::vector<Logged>{missing_, warning_failed("systemd watchdog is not enabled, WATCHDOG_USEC is unset.\n")}),
+        records_);
     expect_closed();
   }
 }
@@ -491,9 +489,9 @@ TEST_F(old_library, is_useless_with_a_period_of_zero_or_no_number)
     setenv("WATCHDOG_USEC", period.c_str(), 1);
 
     EXPECT_EQ(-1, open());
-    EXPECT_EQ(
-        (std::vector<Row>{missing_, {32, -1, "systemd watchdog is not enabled, WATCHDOG_USEC=" + period + ".\n"}}),
-        records_);
+    EXPECT_EQ((std::vector<Logged>{missing_,
+                                   warning_failed("systemd watchdog is not enabled, WATCHDOG_USEC=" + period + ".\n")}),
+              records_);
     expect_closed();
   }
 }
@@ -514,8 +512,9 @@ TEST_F(old_library, is_useless_when_the_watchdog_is_for_another_process)
     setenv("WATCHDOG_PID", pid.c_str(), 1);
 
     EXPECT_EQ(-1, open());
-    EXPECT_EQ((std::vector<Row>{missing_, {32, -1, "systemd watchdog is not enabled, WATCHDOG_PID=" + pid + ".\n"}}),
-              records_);
+    EXPECT_EQ(
+        (std::vector<Logged>{missing_, warning_failed("systemd watchdog is not enabled, WATCHDOG_PID=" + pid + ".\n")}),
+        records_);
     expect_closed();
   }
 }
@@ -605,9 +604,9 @@ TEST_F(systemd_handler, logs_a_timer_that_cannot_be_scheduled_and_sends_nothing)
   ACE_Reactor r(new ACE_Select_Reactor(nullptr, &no_room), true);
 
   EXPECT_EQ(-1, open(&r));
-  EXPECT_EQ(
-      (std::vector<Row>{{128, -1, "Failed to schedule systemd notify timer, errno=12, Cannot allocate memory\n"}}),
-      records_);
+  EXPECT_EQ((std::vector<Logged>{
+                error_failed("Failed to schedule systemd notify timer, errno=12, Cannot allocate memory\n")}),
+            records_);
   EXPECT_EQ((std::vector<std::string>{"sd_booted", "sd_watchdog_enabled 0"}), calls());
   expect_closed();
 }
@@ -724,7 +723,7 @@ TEST_F(systemd_handler, does_not_load_the_library_again_while_it_has_it)
   use("/nowhere/libsystemd.so");
 
   EXPECT_EQ(-1, open());
-  EXPECT_EQ((std::vector<Row>{{32, -1, "systemd watchdog is not enabled.\n"}}), records_);
+  EXPECT_EQ((std::vector<Logged>{warning_failed("systemd watchdog is not enabled.\n")}), records_);
   EXPECT_EQ(1u, asked_for.size());
 }
 
@@ -818,7 +817,7 @@ TEST_F(process_notifier, serves_the_process_to_its_end)
   standard_error_ = testing::internal::GetCapturedStderr();
 
   EXPECT_EQ("<6>Notify systemd every 10000 ms.\n", standard_error_);
-  EXPECT_EQ(announced("10000"), rows(capture));
+  EXPECT_EQ(announced("10000"), logged_by_notifier(capture));
   EXPECT_EQ(ACTIVE_CALLS, calls());
   EXPECT_TRUE(is_loaded(fake_library()));
   EXPECT_FALSE(ACE_Reactor::instance()->timer_queue()->is_empty());

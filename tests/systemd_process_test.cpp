@@ -1,6 +1,7 @@
 #include "starter/systemd_handler.h"
 
 #include "tests/support/fake_systemd.h"
+#include "tests/support/logged.h"
 #include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
 #include "tests/support/wait_until.h"
@@ -25,13 +26,13 @@ static const char KEEP_ALIVE[] = "sd_notify 0 WATCHDOG=1\n";
 static const char BANNER[] = ") is started.\n";
 
 // Those of the notifier.
-static std::vector<std::string> notifier_records(const Starter_Process& starter)
+static std::vector<Logged> notifier_records(const Starter_Process& starter)
 {
-  std::vector<std::string> lines;
+  std::vector<Logged> found;
   for (const Record& record : starter.records())
     if (record.file == "starter/systemd_handler.cpp")
-      lines.push_back(std::to_string(record.priority) + ' ' + std::to_string(record.status) + ' ' + record.text);
-  return lines;
+      found.push_back(without_file(record));
+  return found;
 }
 
 static void expect_orderly_end(Starter_Process& starter)
@@ -84,7 +85,7 @@ TEST_F(notifier_process, announces_its_interval_and_reports_readiness_before_the
   ASSERT_NE(std::string::npos, line) << log;
   EXPECT_LT(line, log.find("\nNotify systemd every 10000 ms.\n")) << log;
   EXPECT_LT(log.find("\nNotify systemd every 10000 ms.\n"), log.find("\ntessarin3 ")) << log;
-  EXPECT_EQ((std::vector<std::string>{"4 0 Notify systemd every 10000 ms.\n"}), notifier_records(starter));
+  EXPECT_EQ((std::vector<Logged>{debug("Notify systemd every 10000 ms.\n")}), notifier_records(starter));
   expect_orderly_end(starter);
 }
 
@@ -172,28 +173,29 @@ TEST_F(notifier_process, starts_without_notifications_whatever_is_missing)
   {
     const char* name;
     std::map<std::string, std::string> env;
-    std::vector<std::string> records;
+    std::vector<Logged> records;
   };
   const std::string old_library = fake_library("_without_watchdog");
-  const std::string missing = "32 0 Not found symbol sd_watchdog_enabled in " + old_library + "!\n";
+  const Logged missing = warning("Not found symbol sd_watchdog_enabled in " + old_library + "!\n");
   const std::string no_notify = fake_library("_without_notify");
   const Case cases[] = {
       {"switched off", {{"LIBSYSTEMD_FILENAME", "0"}}, {}},
       {"no library",
        {{"LIBSYSTEMD_FILENAME", "/nowhere/lib.so"}},
-       {"32 -1 Unable to load /nowhere/lib.so, /nowhere/lib.so: cannot open shared object file: No such file or "
-        "directory\n"}},
+       {warning_failed(
+           "Unable to load /nowhere/lib.so, /nowhere/lib.so: cannot open shared object file: No such file or "
+           "directory\n")}},
       {"no function",
        {{"LIBSYSTEMD_FILENAME", no_notify}},
-       {"128 -1 Not found symbol sd_notify in " + no_notify + "!\n"}},
+       {error_failed("Not found symbol sd_notify in " + no_notify + "!\n")}},
       {"outside the init system", {{"FAKE_SD_BOOTED", "0"}}, {}},
-      {"no watchdog", {{"FAKE_SD_WATCHDOG", "0"}}, {"32 -1 systemd watchdog is not enabled.\n"}},
+      {"no watchdog", {{"FAKE_SD_WATCHDOG", "0"}}, {warning_failed("systemd watchdog is not enabled.\n")}},
       {"no period",
        {{"LIBSYSTEMD_FILENAME", old_library}, {"WATCHDOG_USEC", ""}},
-       {missing, "32 -1 systemd watchdog is not enabled, WATCHDOG_USEC is unset.\n"}},
+       {missing, warning_failed("systemd watchdog is not enabled, WATCHDOG_USEC is unset.\n")}},
       {"another process",
        {{"LIBSYSTEMD_FILENAME", old_library}, {"WATCHDOG_PID", "1"}},
-       {missing, "32 -1 systemd watchdog is not enabled, WATCHDOG_PID=1.\n"}},
+       {missing, warning_failed("systemd watchdog is not enabled, WATCHDOG_PID=1.\n")}},
       {"no memory", {{"FAULT_NEW", std::to_string(sizeof(Systemd_Handler))}}, {}}};
 
   for (const auto& [name, env, records] : cases) {
@@ -306,7 +308,7 @@ TEST_F(real_library, delivers_readiness_and_keep_alives)
   EXPECT_EQ(pid + "READY=1\n", socket_.receive()) << starter.log();
   for (int i = 0; i < 4; ++i)
     EXPECT_EQ(pid + "WATCHDOG=1\n", socket_.receive()) << starter.log();
-  EXPECT_EQ((std::vector<std::string>{"4 0 Notify systemd every 1000 ms.\n"}), notifier_records(starter));
+  EXPECT_EQ((std::vector<Logged>{debug("Notify systemd every 1000 ms.\n")}), notifier_records(starter));
   expect_orderly_end(starter);
 }
 
@@ -320,7 +322,7 @@ TEST_F(real_library, takes_the_period_and_the_process_from_the_environment)
 
   EXPECT_EQ(std::to_string(starter.pid()) + " READY=1\n", socket_.receive()) << starter.log();
   expect_orderly_end(starter);
-  EXPECT_EQ((std::vector<std::string>{"4 0 Notify systemd every 4000 ms.\n"}), notifier_records(starter));
+  EXPECT_EQ((std::vector<Logged>{debug("Notify systemd every 4000 ms.\n")}), notifier_records(starter));
 }
 
 TEST_F(real_library, finds_no_watchdog_for_another_process_or_without_a_period)
@@ -334,7 +336,7 @@ TEST_F(real_library, finds_no_watchdog_for_another_process_or_without_a_period)
 
     ASSERT_TRUE(starter.wait_for_record(BANNER)) << starter.log();
     expect_orderly_end(starter);
-    EXPECT_EQ((std::vector<std::string>{"32 -1 systemd watchdog is not enabled.\n"}), notifier_records(starter));
+    EXPECT_EQ((std::vector<Logged>{warning_failed("systemd watchdog is not enabled.\n")}), notifier_records(starter));
     EXPECT_TRUE(socket_.is_empty());
   }
 }
@@ -364,11 +366,12 @@ TEST_F(real_library, is_looked_for_by_two_names_before_the_process_goes_on_witho
 
   ASSERT_TRUE(starter.wait_for_record(BANNER)) << starter.log();
   expect_orderly_end(starter);
-  const std::vector<std::string> records = notifier_records(starter);
+  const std::vector<Logged> records = notifier_records(starter);
   ASSERT_EQ(2u, records.size()) << testing::PrintToString(records);
-  EXPECT_THAT(records[0], testing::MatchesRegex("32 0 Unable to load libsystemd.so.0, .*libsystemd.so.0: .*\n"));
-  EXPECT_EQ("32 -1 Unable to load libsystemd-daemon.so.0, libsystemd-daemon.so.0: cannot open shared object file: No "
-            "such file or directory\n",
+  EXPECT_EQ(warning(records[0].text), records[0]);
+  EXPECT_THAT(records[0].text, testing::MatchesRegex("Unable to load libsystemd.so.0, .*libsystemd.so.0: .*\n"));
+  EXPECT_EQ(warning_failed("Unable to load libsystemd-daemon.so.0, libsystemd-daemon.so.0: cannot open shared object "
+                           "file: No such file or directory\n"),
             records[1]);
   EXPECT_TRUE(socket_.is_empty());
 }

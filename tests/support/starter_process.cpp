@@ -387,18 +387,17 @@ static bool starts_with(const std::string& text, const std::string& start)
   return text.compare(0, start.size(), start) == 0;
 }
 
-std::vector<std::string> Starter_Process::command_line_records() const
+std::vector<Logged> Starter_Process::command_line_records() const
 {
-  std::vector<std::string> lines;
+  std::vector<Logged> found;
   for (const Record& record : records()) {
     if (starts_with(record.text, "system info:") || starts_with(record.text, "Failed to get vm swappiness") ||
         starts_with(record.text, "Signal "))
       break;
     if (starts_with(record.file, "starter/") || starts_with(record.file, "scrt/"))
-      lines.push_back(std::to_string(record.priority) + ' ' + std::to_string(record.status) + ' ' + record.file + ' ' +
-                      record.text);
+      found.push_back(with_file(record));
   }
-  return lines;
+  return found;
 }
 
 std::vector<int> signals_in_mask(const std::string& hex)

@@ -2,6 +2,7 @@
 #define TESTS_SUPPORT_STARTER_PROCESS_H
 
 #include "tests/support/log_capture.h"
+#include "tests/support/logged.h"
 #include "tests/support/temp_dir.h"
 
 #include <functional>
@@ -94,9 +95,9 @@ public:
   /// log() a moment before. Only with Start_Options::probe.
   std::vector<Record> records() const;
 
-  /// Of records(), those that the program itself has written on its command line: what comes before the system record
-  /// and the first signal. Each as one line of priority, status, file and text.
-  std::vector<std::string> command_line_records() const;
+  /// Those of records() that the program itself has written while it acted on its command line: they come before the
+  /// system record and the first signal. Each has its source file.
+  std::vector<Logged> command_line_records() const;
 
 private:
   bool read_log(int timeout_msec);
