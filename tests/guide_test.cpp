@@ -4,19 +4,17 @@
 //   text        lines that the commands before it write, in this order, whatever their numbers
 //   WORD PATH   the content of the file PATH
 
+#include "tests/support/command.h"
 #include "tests/support/temp_dir.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <sys/wait.h>
 
 static const std::string MARK = "==== end of block ====";
 
@@ -27,20 +25,11 @@ struct Block
   std::string text;
 };
 
-static std::vector<std::string> split(const std::string& text)
-{
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);)
-    lines.push_back(line);
-  return lines;
-}
-
 static std::vector<Block> blocks_of(const std::string& guide)
 {
   std::vector<Block> blocks;
   bool inside = false;
-  for (const std::string& line : split(guide)) {
+  for (const std::string& line : lines_of(guide)) {
     if (line.compare(0, 3, "```") == 0) {
       if (!inside) {
         std::istringstream words(line.substr(3));
@@ -69,19 +58,6 @@ static std::string script_of(const std::vector<Block>& blocks)
   return script;
 }
 
-static std::string run(const std::string& command, int& status)
-{
-  std::string output;
-  FILE* const fp = popen((command + " 2>&1").c_str(), "r");
-  if (!fp)
-    return "cannot be run";
-  char buf[4096];
-  for (std::size_t n; (n = fread(buf, 1, sizeof buf, fp)) > 0;)
-    output.append(buf, n);
-  status = pclose(fp);
-  return output;
-}
-
 static std::string without_numbers(const std::string& text)
 {
   return std::regex_replace(text, std::regex("[0-9]+"), "#");
@@ -90,9 +66,9 @@ static std::string without_numbers(const std::string& text)
 // Whether each line of `expected` is part of a line of `output`, in order.
 static void expect_lines(const std::string& expected, const std::string& output)
 {
-  const std::vector<std::string> lines = split(without_numbers(output));
+  const std::vector<std::string> lines = lines_of(without_numbers(output));
   auto at = lines.begin();
-  for (const std::string& line : split(without_numbers(expected))) {
+  for (const std::string& line : lines_of(without_numbers(expected))) {
     while (at != lines.end() && at->find(line) == std::string::npos)
       ++at;
     if (at == lines.end())
@@ -106,23 +82,21 @@ static void follow(const std::string& name, unsigned commands)
 {
   const Temp_Dir dir;
   const std::vector<Block> blocks = blocks_of(read_file(SOURCE_DIR "/" + name));
-  int status = -1;
   // Of everything, the support library alone: nothing else is looked for below the prefix.
-  const std::string installed =
-      run(CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --component Unspecified --prefix " + dir / "usr", status);
-  ASSERT_EQ(0, status) << installed;
+  const Ended installed =
+      run(CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --component Unspecified --prefix " + dir / "usr");
+  ASSERT_EQ(0, installed.status) << installed.output;
   std::filesystem::create_directory(dir / "work");
 
   const std::string script = dir.write("script", script_of(blocks));
-  const std::string output = run("cd " + dir / "work" + " && env -u MAKEFLAGS PATH=" STARTER_DIR ":\"$PATH\" " +
-                                     "CMAKE_PREFIX_PATH=" + dir / "usr" +
-                                     " CXX=" CXX_COMPILER " CXXFLAGS='" BUILD_FLAGS
-                                     "' LD_LIBRARY_PATH=" EXAMPLE_LIBRARY_DIR " timeout -k 5 120 bash -eu " +
-                                     script,
-                                 status);
+  const auto [status, output] = run("cd " + dir / "work" + " && env -u MAKEFLAGS PATH=" STARTER_DIR ":\"$PATH\" " +
+                                    "CMAKE_PREFIX_PATH=" + dir / "usr" +
+                                    " CXX=" CXX_COMPILER " CXXFLAGS='" BUILD_FLAGS
+                                    "' LD_LIBRARY_PATH=" EXAMPLE_LIBRARY_DIR " timeout -k 5 120 bash -eu " +
+                                    script);
   ASSERT_EQ(0, status) << output;
 
-  unsigned run = 0;
+  unsigned followed = 0;
   std::size_t begin = 0;
   std::string last;
   for (const Block& block : blocks) {
@@ -131,11 +105,11 @@ static void follow(const std::string& name, unsigned commands)
       ASSERT_NE(std::string::npos, end) << output;
       last = output.substr(begin, end - begin);
       begin = end + MARK.size();
-      ++run;
+      ++followed;
     } else if (block.kind == "text" && block.path.empty())
       expect_lines(block.text, last);
   }
-  EXPECT_EQ(commands, run);
+  EXPECT_EQ(commands, followed);
 }
 
 TEST(guide, readme_works_as_it_says)

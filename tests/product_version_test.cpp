@@ -1,28 +1,13 @@
 // The header that the build writes from the project's version and its checkout.
 
+#include "tests/support/command.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-
-static std::string run(const std::string& command)
-{
-  std::string output;
-  FILE* const pipe = popen(("exec 2>&1; " + command).c_str(), "r");
-  std::array<char, 4096> buf;
-  while (std::fgets(buf.data(), static_cast<int>(buf.size()), pipe))
-    output += buf.data();
-  EXPECT_EQ(0, pclose(pipe)) << command << '\n' << output;
-
-  if (!output.empty() && output.back() == '\n')
-    output.pop_back();
-  return output;
-}
 
 class product_version : public testing::Test
 {
@@ -39,15 +24,16 @@ protected:
 
   void commit(const std::string& folder)
   {
-    run("cd " + dir_ / folder + " && git init -q && git -c user.name=t -c user.email=t@t commit -q --allow-empty -m t");
+    (void)output_of("cd " + dir_ / folder +
+                    " && git init -q && git -c user.name=t -c user.email=t@t commit -q --allow-empty -m t");
   }
 
   // Have the header written for the tree in `folder`, and read it.
   std::string write(const std::string& folder, const std::string& version = "1.2.3")
   {
     std::filesystem::create_directories(dir_ / folder);
-    run("cmake -D SOURCE_DIR=" + dir_ / folder + " -D VERSION=" + version + " -D HEADER=" + header_ + " -P " +
-        TESTS_PRODUCT_VERSION_SCRIPT);
+    (void)output_of("cmake -D SOURCE_DIR=" + dir_ / folder + " -D VERSION=" + version + " -D HEADER=" + header_ +
+                    " -P " + TESTS_PRODUCT_VERSION_SCRIPT);
     return read_file(header_);
   }
 
@@ -70,7 +56,7 @@ TEST_F(product_version, has_the_revision_of_the_checkout)
   std::filesystem::create_directories(dir_ / "tree");
   commit("tree");
 
-  EXPECT_EQ(content("1.2.3", run("git -C " + dir_ / "tree" + " rev-parse HEAD").substr(0, 12)), write("tree"));
+  EXPECT_EQ(content("1.2.3", output_of("git -C " + dir_ / "tree" + " rev-parse HEAD").substr(0, 12)), write("tree"));
 }
 
 TEST_F(product_version, does_not_take_the_revision_of_a_checkout_around_the_tree)
@@ -84,7 +70,7 @@ TEST_F(product_version, does_not_take_the_revision_of_a_checkout_around_the_tree
 TEST_F(product_version, has_a_fixed_word_before_the_first_commit)
 {
   std::filesystem::create_directories(dir_ / "tree");
-  run("git init -q " + dir_ / "tree");
+  (void)output_of("git init -q " + dir_ / "tree");
 
   EXPECT_EQ(content("1.2.3", "unknown"), write("tree"));
 }

@@ -1,6 +1,7 @@
 #include "tests/support/stl_declarations.h"
 
 #include "starter/starter.h"
+#include "tests/support/command.h"
 #include "tests/support/starter_process.h"
 
 #include <gmock/gmock.h>
@@ -13,25 +14,15 @@
 #include <string>
 #include <utility>
 
-#include <stdio.h>
-
 // The names of the symbols that the executable defines, one a line as nm prints them with `options`.
 static std::set<std::string> symbols(const std::string& options)
 {
   const std::string command = "nm --defined-only --format=posix " + options + " '" + starter_executable() + "'";
-  std::string output;
-  FILE* const nm = popen(command.c_str(), "r");
-  char buf[4096];
-  for (std::size_t n; nm && (n = fread(buf, 1, sizeof buf, nm)) > 0;)
-    output.append(buf, n);
-  EXPECT_TRUE(nm && pclose(nm) == 0) << command;
-
   // A name of a demangled symbol has blanks in it; type and value follow it.
   std::set<std::string> names;
-  std::istringstream lines(output);
   static const std::regex fields("^(.*) [A-Za-z] [0-9a-f]+( [0-9a-f]*)?$");
   std::smatch match;
-  for (std::string line; std::getline(lines, line);)
+  for (const std::string& line : lines_of(output_of(command)))
     if (std::regex_match(line, match, fields))
       names.insert(match[1]);
   return names;

@@ -7,9 +7,9 @@
 
 #include <sys/wait.h>
 
-Ended run(const std::string& command)
+Ended run_for_stdout(const std::string& command)
 {
-  FILE* const pipe = popen(("( " + command + "\n) 2>&1").c_str(), "re");
+  FILE* const pipe = popen(command.c_str(), "re");
   if (!pipe)
     return {-1, "cannot be run"};
 
@@ -22,11 +22,23 @@ Ended run(const std::string& command)
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
+Ended run(const std::string& command)
+{
+  return run_for_stdout("( " + command + "\n) 2>&1");
+}
+
 std::string output_of(const std::string& command)
 {
   const Ended result = run(command);
   EXPECT_EQ(0, result.status) << command << '\n' << result.output;
   return result.output;
+}
+
+std::string without_newline(std::string text)
+{
+  if (!text.empty() && text.back() == '\n')
+    text.pop_back();
+  return text;
 }
 
 std::vector<std::string> lines_of(const std::string& text)

@@ -1,9 +1,8 @@
 #include "tests/support/systemd_machine.h"
 
+#include "tests/support/command.h"
 #include "tests/support/wait_until.h"
 
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -165,16 +164,7 @@ std::string Systemd_Machine::make_command(const std::string& command) const
 
 std::string Systemd_Machine::run(const std::string& command) const
 {
-  std::string output;
-  FILE* const pipe = popen(make_command(command).c_str(), "re");
-  std::array<char, 4096> buf;
-  while (std::fgets(buf.data(), static_cast<int>(buf.size()), pipe))
-    output += buf.data();
-  pclose(pipe);
-
-  if (!output.empty() && output.back() == '\n')
-    output.pop_back();
-  return output;
+  return without_newline(run_for_stdout(make_command(command)).output);
 }
 
 bool Systemd_Machine::succeeds(const std::string& command) const
