@@ -1,20 +1,19 @@
 // Completion in bash and zsh, by the shells themselves.
 
 #include "tests/support/command.h"
+#include "tests/support/program_options.h"
+#include "tests/support/requirements.h"
 #include "tests/support/temp_dir.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <regex>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
-
-namespace fs = std::filesystem;
 
 using testing::ElementsAre;
 
@@ -46,23 +45,13 @@ static std::string completed_by_zsh(const std::string& line)
   return result;
 }
 
-// The options that the program's sources know, as they are typed.
+// The options to offer, as they are typed.
 static std::set<std::string> options_of_program()
 {
-  static const std::regex long_option("long_option\\(\"([a-z-]+)\"");
-  static const std::regex short_options("_OPTIONS\\[\\] = \"-?([A-Za-z:]+)\"");
-
   std::set<std::string> options;
-  for (const fs::directory_entry& entry : fs::directory_iterator(TESTS_PROGRAM_DIR)) {
-    const std::string text = read_file(entry.path());
-    for (std::sregex_iterator i(text.begin(), text.end(), long_option); i != std::sregex_iterator(); ++i)
-      options.insert("--" + (*i)[1].str());
-    for (std::sregex_iterator i(text.begin(), text.end(), short_options); i != std::sregex_iterator(); ++i)
-      for (const char letter : (*i)[1].str())
-        if (letter != ':')
-          options.insert(std::string("-") + letter);
-  }
-  options.erase("--thread-pool"); // taken and dropped: nothing to be offered
+  for (const std::string& option : program_options())
+    options.insert(option.substr(0, option.find('=')));
+  options.erase("--thread-pool"); // accepted and dropped, so it is not offered
   return options;
 }
 
@@ -100,6 +89,7 @@ TEST(completion, finds_the_values_of_options_in_bash)
 
 TEST(completion, finds_configuration_files_and_directories)
 {
+  NEEDS(has_zsh_with_terminal(), "zsh with pseudo-terminals of its module zsh/zpty");
   const Temp_Dir dir;
   for (const char* const name : {"one two.conf", "one.txt", "one.d/x.conf"})
     dir.write(name, "");
@@ -111,6 +101,7 @@ TEST(completion, finds_configuration_files_and_directories)
 
 TEST(completion, offers_more_options_for_the_checker)
 {
+  NEEDS(has_zsh_with_terminal(), "zsh with pseudo-terminals of its module zsh/zpty");
   EXPECT_THAT(offered_by_bash({"starter", "--j"}), ElementsAre());
   EXPECT_THAT(offered_by_bash({"/usr/sbin/starter-check", "--j"}), ElementsAre("--json"));
   EXPECT_EQ("starter --js", completed_by_zsh("starter --js"));
@@ -119,6 +110,7 @@ TEST(completion, offers_more_options_for_the_checker)
 
 TEST(completion, finishes_options_and_their_values_in_zsh)
 {
+  NEEDS(has_zsh_with_terminal(), "zsh with pseudo-terminals of its module zsh/zpty");
   const std::pair<const char*, const char*> cases[] = {{"starter --reac", "starter --reactor="},
                                                        {"starter --reactor=d", "starter --reactor=dev_poll"},
                                                        {"starter --reactor d", "starter --reactor dev_poll"},

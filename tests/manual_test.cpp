@@ -1,14 +1,19 @@
-// Holds the manual page against the sources: what the one names, the other has to have, both ways round.
+// Holds the manual page against the program: what the one names, the other has to have, both ways round.
 
+#include "scrt/make_reactor.h"
+#include "starter/starter.h"
+#include "starter/version.h"
+
+#include "tests/support/command.h"
+#include "tests/support/manual_page.h"
+#include "tests/support/program_options.h"
 #include "tests/support/requirements.h"
+#include "tests/support/starter_process.h"
 #include "tests/support/temp_dir.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -17,27 +22,11 @@
 #include <string>
 #include <vector>
 
+#include <signal.h>
+
 using Texts = std::set<std::string>;
 
-static std::string read_source(const std::string& path)
-{
-  const std::string text = read_file(SOURCE_DIR "/" + path);
-  EXPECT_NE("", text) << path;
-  return text;
-}
-
-// The sources in a directory, one after another.
-static std::string read_sources(const std::string& dir)
-{
-  std::string text;
-  for (const auto& entry : std::filesystem::directory_iterator(SOURCE_DIR "/" + dir))
-    if (entry.path().extension() == ".cpp" || entry.path().extension() == ".h")
-      text += read_file(entry.path());
-  EXPECT_NE("", text) << dir;
-  return text;
-}
-
-using Match = std::vector<std::string>; // the whole of it, then its groups
+using Match = std::vector<std::string>; // the whole match, then its groups
 
 static std::vector<Match> find_all(const std::string& text, const std::string& pattern)
 {
@@ -53,104 +42,68 @@ static std::string replace_all(const std::string& text, const std::string& patte
   return std::regex_replace(text, std::regex(pattern), by);
 }
 
-// ---- The page
-
-static const std::string& page()
+// The texts that stand as constants in the executable under test. They are those of the sources that it was built
+// from, whatever these are called, and of the headers of the framework.
+static std::vector<std::string> constant_texts()
 {
-  static const std::string text = read_source("man/starter.8");
-  return text;
+  const Temp_Dir dir;
+  const std::string section = dir / "section";
+  (void)output_of("objcopy --dump-section .rodata=" + section + ' ' + starter_executable() + " /dev/null");
+
+  std::vector<std::string> texts;
+  std::istringstream in(read_file(section));
+  for (std::string text; std::getline(in, text, '\0');)
+    texts.push_back(text);
+  return texts;
 }
 
-// The lines of the page's section `name`.
-static std::vector<std::string> section(const std::string& name)
+// ---- Records: the first line of the text, with a star for each part that varies
+
+// Whether `text` is the format of a record: several words that end a line or have a part that varies. The framework's
+// own texts begin with a class or a parenthesis, and the notice for the journal with a priority in angle brackets.
+static bool is_record_format(const std::string& text)
 {
-  std::vector<std::string> lines;
-  bool inside = false;
-  std::istringstream in(page());
-  for (std::string line; std::getline(in, line);) {
-    if (line.compare(0, 4, ".Sh ") == 0)
-      inside = line == ".Sh " + name;
-    else if (inside)
-      lines.push_back(line);
-  }
-  EXPECT_FALSE(lines.empty()) << name;
-  return lines;
+  static const std::regex words(R"([A-Za-z%][^ :_(<]* [^]*)");
+  return std::regex_match(text, words) && (text.back() == '\n' || text.find('%') != std::string::npos);
 }
 
-// Of the section's lines, those that begin with `start`, without it.
-static std::vector<std::string> items(const std::string& name, const std::string& start)
+static std::string first_line(const std::string& text)
 {
-  std::vector<std::string> found;
-  for (const std::string& line : section(name))
-    if (line.compare(0, start.size(), start) == 0)
-      found.push_back(line.substr(start.size()));
-  return found;
+  return text.substr(0, text.find('\n'));
 }
 
-// ---- Records: "PRIORITY TEXT", the first line of the text, with a star for whatever differs from time to time
-
-static Texts records_in_sources()
+static Texts records_in_program()
 {
-  static const std::map<std::string, std::string> priorities{{"LM_DEBUG", "debug"},     {"LM_INFO", "info"},
-                                                             {"LM_WARNING", "warning"}, {"LM_ERROR", "error"},
-                                                             {"LM_ALERT", "alert"},     {"LM_EMERGENCY", "emergency"}};
-
-  const std::string sources = read_sources("starter") + read_sources("scrt");
-  const auto calls =
-      find_all(sources, R"re((LOG_RECORD|LOG_FAILED)\((LM_\w+),\s*((?:"(?:[^"\\]|\\.)*"|STARTER_\w+|\s)+))re");
-  EXPECT_EQ(find_all(sources, R"((LOG_RECORD|LOG_FAILED)\(LM_)").size(), calls.size());
-
   Texts records;
-  for (const Match& call : calls) {
-    std::string text = replace_all(call[3], R"(STARTER_\w+)", "\"*\"");
-    text = replace_all(text, R"re("\s*")re", "");
-    text = text.substr(1, text.rfind('"') - 1);
-    text = text.substr(0, text.find("\\n"));
-    text = replace_all(replace_all(text, R"re(\\")re", "\""), "%.", "*");
-    EXPECT_EQ(1U, priorities.count(call[2])) << call[2];
-    records.insert(priorities.at(call[2]) + ' ' + text);
-  }
+  for (const std::string& text : constant_texts())
+    if (is_record_format(text)) {
+      const std::string line = replace_all(first_line(text), "%.", "*");
+      records.insert(replace_all(line, "\\b(" STARTER_VERSION "|" STARTER_REVISION ")(?= |\\))", "*"));
+    }
   return records;
 }
 
 static Texts records_in_page()
 {
   Texts records;
-  for (const std::string& item : items("DIAGNOSTICS", ".It Sy ")) {
-    std::smatch parts;
-    EXPECT_TRUE(std::regex_match(item, parts, std::regex(R"re("(.*)" Pq (\w+))re"))) << item;
-    const std::string text = replace_all(replace_all(parts[1].str(), R"(\\\(dq)", "\""), R"(\\&)", "");
-    EXPECT_TRUE(records.insert(parts[2].str() + ' ' + replace_all(text, "<[a-z]+>", "*")).second) << "twice: " << item;
-  }
+  for (const Manual_Record& record : manual_records())
+    EXPECT_TRUE(records.insert(record.text).second) << "twice: " << record.text;
   return records;
 }
 
-TEST(manual, names_every_record_of_the_sources_and_no_other)
+// The other tests compare the priority of each record that they see with the one in the page: see expect_in_manual.
+TEST(manual, names_every_record_of_the_program_and_no_other)
 {
-  EXPECT_EQ(records_in_sources(), records_in_page());
+  NEEDS(has_tool("objcopy"), "objcopy of the binutils");
+  EXPECT_THAT(records_in_page(), testing::ContainerEq(records_in_program()));
 }
 
-// ---- Options: the name as it is written, and "=" after those that take an argument
-
-static Texts options_in_sources()
-{
-  const std::string sources = read_sources("starter");
-
-  Texts options;
-  for (const Match& call : find_all(sources, R"re(\blong_option\("([\w-]+)", (ARG_REQUIRED|NO_ARG)\))re"))
-    options.insert("--" + call[1] + (call[2] == "ARG_REQUIRED" ? "=" : ""));
-  EXPECT_EQ(find_all(sources, R"(\blong_option\(")").size(), options.size());
-
-  for (const Match& call : find_all(sources, R"re(_OPTIONS\[\] = "-([a-zA-Z:]*)")re"))
-    for (const Match& letter : find_all(call[1], "([a-zA-Z])(:?)"))
-      options.insert("-" + letter[1] + (letter[2].empty() ? "" : "="));
-  return options;
-}
+// ---- Options: the name as it is typed, with "=" behind those that take an argument
 
 static Texts options_in_page()
 {
   Texts options;
-  for (const std::string& item : items("OPTIONS", ".It Fl ")) {
+  for (const std::string& item : manual_items("OPTIONS", ".It Fl ")) {
     const std::string name = item.substr(0, item.find(' '));
     options.insert("-" + name + (item.find(" Ar ") != std::string::npos ? "=" : ""));
   }
@@ -160,7 +113,7 @@ static Texts options_in_page()
 static Texts options_in_synopsis()
 {
   Texts options;
-  for (const std::string& item : items("SYNOPSIS", ".Op Fl ")) {
+  for (const std::string& item : manual_items("SYNOPSIS", ".Op Fl ")) {
     const std::string name = item.substr(0, item.find(' '));
     const std::string value = item.find(" Ar ") != std::string::npos ? "=" : "";
     if (name[0] == '-')
@@ -174,7 +127,7 @@ static Texts options_in_synopsis()
 
 TEST(manual, names_every_option_of_both_parsers_and_no_other)
 {
-  EXPECT_EQ(options_in_sources(), options_in_page());
+  EXPECT_EQ(program_options(), options_in_page());
 }
 
 TEST(manual, shows_every_option_in_the_synopsis_but_the_one_that_is_dropped)
@@ -185,89 +138,83 @@ TEST(manual, shows_every_option_in_the_synopsis_but_the_one_that_is_dropped)
   EXPECT_EQ(options, options_in_synopsis());
 }
 
+// The factories are instances of one template, whose names the executable keeps for the debugger.
+static Texts reactor_factories()
+{
+  Texts classes;
+  for (const Match& symbol : find_all(output_of("nm --demangle " + starter_executable()), R"(\bmake_reactor<(.+)>\()"))
+    classes.insert(symbol[1]);
+  return classes;
+}
+
 TEST(manual, names_the_reactor_types)
 {
-  Texts types_in_source;
-  for (const Match& row : find_all(read_source("scrt/make_reactor.cpp"), R"re(\{"(\w+)", make_reactor<)re"))
-    types_in_source.insert(row[1]);
-
-  Texts types_in_page;
+  NEEDS(has_tool("nm"), "nm of the binutils");
+  Texts types;
   bool inside = false;
-  for (const std::string& line : section("OPTIONS")) {
+  for (const std::string& line : manual_section("OPTIONS")) {
     if (line.compare(0, 4, ".It ") == 0)
       inside = line.find("-reactor") != std::string::npos;
     else if (inside && line.compare(0, 4, ".Cm ") == 0)
-      types_in_page.insert(line.substr(4, line.find(' ', 4) - 4));
+      types.insert(line.substr(4, line.find(' ', 4) - 4));
   }
 
-  EXPECT_EQ(4U, types_in_source.size());
-  EXPECT_EQ(types_in_source, types_in_page);
+  std::set<make_reactor_t> factories;
+  for (const std::string& type : types)
+    factories.insert(get_reactor_factory(type.c_str(), 2));
+  EXPECT_EQ(4U, types.size());
+  EXPECT_EQ(0U, factories.count(nullptr));
+  EXPECT_EQ(reactor_factories().size(), factories.size());
 }
 
 // ---- Environment and signals
 
 TEST(manual, names_the_variables_that_the_program_reads_and_no_other)
 {
-  Texts in_sources;
-  for (const Match& call : find_all(read_sources("starter"), R"re(get_env_r\("(\w+)"\))re"))
-    in_sources.insert(call[1]);
+  NEEDS(has_tool("objcopy"), "objcopy of the binutils");
+  Texts in_program;
+  for (const std::string& text : constant_texts())
+    if (std::regex_match(text, std::regex("[A-Z]{2,}[A-Z_]*[A-Z]")))
+      in_program.insert(text);
 
-  Texts in_page;
-  for (const std::string& item : items("ENVIRONMENT", ".It Ev "))
-    in_page.insert(item);
-
-  EXPECT_LT(0U, in_sources.size());
-  EXPECT_EQ(in_sources, in_page);
+  const std::vector<std::string> in_page = manual_items("ENVIRONMENT", ".It Ev ");
+  EXPECT_LT(0U, in_program.size());
+  EXPECT_EQ(in_program, Texts(in_page.begin(), in_page.end()));
 }
 
-static Texts signals_in(const std::string& text)
+// The signals that the program handles or ignores, in groups with the same disposition.
+static std::set<Texts> groups_of_dispositions()
 {
-  Texts signals;
-  for (const Match& name : find_all(text, R"(\bSIG[A-Z0-9]+\b)"))
-    signals.insert(name[0]);
-  return signals;
-}
+  init_signal_handlers();
 
-// The signals of each disposition that the program installs.
-static std::set<Texts> dispositions_in_source()
-{
-  const std::string source = read_source("starter/fault.h") + read_source("starter/signals.cpp");
-  const auto faults = find_all(source, R"(FAULT_SIGNALS\[\] = \{([^}]*)\})");
-  EXPECT_EQ(1U, faults.size());
-  const std::size_t begin = source.find("void init_signal_handlers()");
-  std::string body = source.substr(begin, source.find("\n}\n", begin) - begin);
-  body = std::regex_replace(body, std::regex("FAULT_SIGNALS"), faults.at(0)[1]);
+  std::map<void (*)(int), Texts> groups;
+  for (int signo = 1; signo < SIGRTMIN; ++signo) {
+    struct sigaction action;
+    if (sigaction(signo, nullptr, &action) == 0 && action.sa_handler != SIG_DFL)
+      groups[action.sa_handler].insert(signo == SIGIO ? "SIGIO" : std::string("SIG") + sigabbrev_np(signo));
+  }
 
-  std::set<Texts> dispositions;
-  std::size_t at = 0;
-  for (std::size_t end; (end = body.find("const ACE_Sig_Action", at)) != std::string::npos; at = end + 1)
-    dispositions.insert(signals_in(body.substr(at, end - at)));
-  return dispositions;
+  std::set<Texts> found;
+  for (const auto& [handler, signals] : groups)
+    found.insert(signals);
+  return found;
 }
 
 TEST(manual, groups_the_signals_as_the_program_handles_them)
 {
   std::set<Texts> in_page;
-  for (const std::string& item : items("SIGNALS", ".It Dv "))
-    in_page.insert(signals_in(item));
+  for (const std::string& item : manual_items("SIGNALS", ".It Dv ")) {
+    Texts signals;
+    for (const Match& name : find_all(item, R"(\bSIG[A-Z0-9]+\b)"))
+      signals.insert(name[0]);
+    in_page.insert(signals);
+  }
 
   EXPECT_EQ(5U, in_page.size());
-  EXPECT_EQ(dispositions_in_source(), in_page);
+  EXPECT_EQ(groups_of_dispositions(), in_page);
 }
 
 // ---- The formatters
-
-// What a shell command writes to either stream.
-static std::string output_of(const std::string& command)
-{
-  FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-  std::string output;
-  char buf[4096];
-  for (std::size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;)
-    output.append(buf, n);
-  pclose(pipe);
-  return output;
-}
 
 static std::vector<std::string> pages()
 {
@@ -281,13 +228,12 @@ static std::vector<std::string> pages()
 
 TEST(manual, passes_mandoc_without_a_remark)
 {
-  NEEDS(std::system("mandoc -T lint /dev/null >/dev/null 2>&1; test $? -lt 126") == 0, "mandoc");
+  NEEDS(has_tool("mandoc"), "mandoc");
 
   for (const std::string& path : pages()) {
     SCOPED_TRACE(path);
-    std::istringstream remarks(output_of("mandoc -T lint " + path));
-    for (std::string remark; std::getline(remarks, remark);)
-      // Which pages are installed is the machine's affair; that ours refer to each other rightly is tested below.
+    for (const std::string& remark : lines_of(run("mandoc -T lint " + path).output))
+      // Other pages may be missing on this machine; a test below follows the references between our own.
       EXPECT_THAT(remark, testing::AnyOf(testing::HasSubstr("referenced manual not found"),
                                          testing::HasSubstr("outdated mandoc.db")));
   }
@@ -295,10 +241,10 @@ TEST(manual, passes_mandoc_without_a_remark)
 
 TEST(manual, passes_groff_without_a_warning)
 {
-  NEEDS(std::system("groff --version >/dev/null 2>&1") == 0, "groff");
+  NEEDS(has_tool("groff"), "groff");
 
   for (const std::string& path : pages())
-    EXPECT_EQ("", output_of("groff -ww -mdoc -Tutf8 " + path + " 2>&1 >/dev/null")) << path;
+    EXPECT_EQ("", run("groff -ww -mdoc -Tutf8 " + path + " 2>&1 >/dev/null").output) << path;
 }
 
 TEST(manual, refers_to_pages_of_its_own_that_exist)

@@ -1,6 +1,10 @@
 #include "tests/support/log_capture.h"
 
+#include "tests/support/manual_page.h"
+
 #include <ace/Log_Msg.h>
+
+#include <algorithm>
 
 std::ostream& operator<<(std::ostream& out, const Record& record)
 {
@@ -17,6 +21,7 @@ Log_Capture::Log_Capture() : previous_(ACE_LOG_MSG->msg_callback()), flags_(ACE_
 
 Log_Capture::~Log_Capture()
 {
+  std::for_each(records_.begin(), records_.end(), expect_in_manual);
   ACE_LOG_MSG->msg_callback(previous_);
   ACE_LOG_MSG->clr_flags(ACE_Log_Msg::MSG_CALLBACK);
   ACE_LOG_MSG->set_flags(flags_);

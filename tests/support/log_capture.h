@@ -23,7 +23,7 @@ struct Record
 std::ostream& operator<<(std::ostream& out, const Record& record);
 
 /// Catches the records of the thread that made it, instead of letting them through to standard error, as long as it
-/// lives. One at a time in a process.
+/// lives. One at a time in a process. At the end the test fails for a record that the manual does not list.
 class Log_Capture : public ACE_Log_Msg_Callback
 {
 public:

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <string>
 
 #include <unistd.h>
 
@@ -17,6 +18,18 @@
       FAIL() << "This test needs " << (what);                                                                          \
     GTEST_SKIP() << "This test needs " << (what);                                                                      \
   } while (false)
+
+/// Whether the command `name` is installed.
+inline bool has_tool(const std::string& name)
+{
+  return std::system(("command -v " + name + " >/dev/null").c_str()) == 0;
+}
+
+/// Whether zsh is installed and can run commands in pseudo-terminals.
+inline bool has_zsh_with_terminal()
+{
+  return std::system("zsh -fc 'zmodload zsh/zpty && zpty probe true' >/dev/null 2>&1") == 0;
+}
 
 inline bool is_root()
 {

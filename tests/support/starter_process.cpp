@@ -1,5 +1,6 @@
 #include "tests/support/starter_process.h"
 
+#include "tests/support/manual_page.h"
 #include "tests/support/wait_until.h"
 
 #include <algorithm>
@@ -377,6 +378,7 @@ std::vector<Record> Starter_Process::records() const
     in.get();
     record.text.resize(length);
     in.read(record.text.data(), static_cast<std::streamsize>(length));
+    expect_in_manual(record);
     records.push_back(record);
   }
   return records;

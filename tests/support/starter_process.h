@@ -92,7 +92,7 @@ public:
   bool wait_until(const std::function<bool()>& condition);
 
   /// The records as the probe saw them, in order; complete once the process has ended, as the text of a record is in
-  /// log() a moment before. Only with Start_Options::probe.
+  /// log() a moment before. Only with Start_Options::probe. The test fails for a record that the manual does not list.
   std::vector<Record> records() const;
 
   /// Those of records() that the program itself has written while it acted on its command line: they come before the
