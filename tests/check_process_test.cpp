@@ -717,5 +717,6 @@ TEST(starter_check, has_a_manual_page_that_names_each_kind_and_no_other)
 {
   EXPECT_EQ(kinds_of_program(), kinds_in_page(read_file(TESTS_MANUAL_PAGE)));
 
+  NEEDS(has_tool("mandoc"), "mandoc");
   EXPECT_EQ(0, std::system(("mandoc -T lint -W warning " TESTS_MANUAL_PAGE)));
 }

@@ -1,3 +1,4 @@
+#include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
 
 #include <gtest/gtest.h>
@@ -51,6 +52,7 @@ static const char HANDLER_IN_MAIN[] = "rt_sigaction(SIGTERM, {sa_handler=0x";
 
 TEST(compat_open_process, probes_at_every_start_before_main)
 {
+  NEEDS(can_trace(), "strace and the right to trace processes");
   const Temp_Dir dir;
   for (const char* const run : {"first", "second"}) {
     SCOPED_TRACE(run);

@@ -56,6 +56,7 @@ static std::string field(const std::string& deb, const std::string& name)
 
 TEST_F(debian_package, is_found_without_fault_by_lintian)
 {
+  NEEDS(has_tool("lintian"), "lintian");
   EXPECT_EQ("", output_of("lintian --allow-root --fail-on error,warning " + deb_));
 }
 
@@ -132,7 +133,11 @@ TEST_F(debian_package, has_a_stripped_program_that_names_no_place_of_the_build)
 class debian_package_in_a_clean_root : public debian_package
 {
 protected:
-  void SetUp() override { NEEDS(is_root(), "root, to make a system in a directory"); }
+  void SetUp() override
+  {
+    NEEDS(is_root(), "root, to make a system in a directory");
+    NEEDS(has_tool("mmdebstrap"), "mmdebstrap");
+  }
 
   // A minimal Debian from where this machine's comes.
   void make_root() const

@@ -1,6 +1,7 @@
 // The support library as other programs get it: installed, found by CMake and by pkg-config, linked as an archive.
 
 #include "tests/support/command.h"
+#include "tests/support/requirements.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -23,6 +24,9 @@ protected:
   // Installed in one place and moved to another, so that nothing in it may depend on where it was built or installed.
   void SetUp() override
   {
+    NEEDS(can_trace(), "strace and the right to trace processes");
+    NEEDS(has_tool("pkg-config"), "pkg-config");
+
     expect_success(CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --prefix " + dir_ / "first");
     fs::rename(dir_ / "first", prefix_);
   }

@@ -283,7 +283,7 @@ static testing::AssertionResult in_order(const std::vector<std::string>& calls,
 TEST(start_up_order, is_the_one_that_services_and_operators_rely_on)
 {
   NEEDS(is_root(), "root, to switch the account");
-  NEEDS(can_trace(), "strace");
+  NEEDS(can_trace(), "strace and the right to trace processes");
   const Temp_Dir dir;
   const std::string fifo = dir / "fifo";
   ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
