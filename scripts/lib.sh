@@ -5,10 +5,11 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 # install_missing GROUP...: install the packages that scripts/packages lists for the groups and the system lacks.
 install_missing() {
-  local wanted missing=() package
+  local wanted installed missing=() package
   wanted=$(awk -v groups=" $* " '!/^#/ && NF == 2 && index(groups, " " $1 " ") { print $2 }' scripts/packages)
+  installed=$(dpkg-query -W -f '${db:Status-Status} ${binary:Package}\n' | sed -nE 's/^installed ([^:]+).*/\1/p')
   for package in $wanted; do
-    dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
+    grep -qx "$package" <<<"$installed" || missing+=("$package")
   done
   ((${#missing[@]})) || return 0
 
@@ -19,12 +20,21 @@ install_missing() {
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y install --no-install-recommends "${missing[@]}"
 }
 
-# build PRESET [CMAKE_ARGUMENT...]: configure and build the preset.
-build() {
+# configure PRESET [CMAKE_ARGUMENT...]: configure the preset, unless that would change nothing: the build itself
+# configures again when a CMakeLists.txt has changed. The compile commands of the release are linked to where editors look for them.
+configure() {
   local preset=$1
   shift
-  cmake --preset "$preset" "$@"
-  cmake --build --preset "$preset"
+  if (($#)) || [[ ! build/$preset/build.ninja -nt CMakePresets.json ]]; then
+    cmake --preset "$preset" "$@"
+  fi
+  if [[ $preset == release ]]; then ln -sf build/release/compile_commands.json .; fi
+}
+
+# build PRESET [CMAKE_ARGUMENT...]: configure the preset and build all of it.
+build() {
+  configure "$@"
+  cmake --build --preset "$1"
 }
 
 # run_tests PRESET [CTEST_ARGUMENT...]: run the preset's tests in parallel, and print the counts on the last line.
