@@ -116,7 +116,7 @@ static std::string directive(const std::string& service, const std::string& libr
 
 // ---- The checker's own options
 
-TEST(starter_check, finds_nothing_without_arguments)
+TEST(starter_check, reports_no_finding_without_arguments)
 {
   expect_findings({}, {});
 }
@@ -247,7 +247,7 @@ TEST(starter_check, reports_unknown_accounts)
                   {"unknown-group: there is no group 'no-such'", "unknown-group: there is no group '-1'"});
 }
 
-TEST(starter_check, reports_values_that_do_not_arrive)
+TEST(starter_check, reports_values_that_do_not_reach_the_host_unchanged)
 {
   expect_findings({"-k", "a\tb"}, {"altered-value: -k 'a\\x09b': the framework reads this value as 'a' 'b'"});
   expect_findings({"-p", ""},

@@ -236,7 +236,7 @@ TEST(svc_conf_parser, keeps_the_parts_of_a_directive)
 
 // ---- Values
 
-TEST(check_variables, names_what_stays_as_it_is)
+TEST(check_variables, names_variables_that_are_not_replaced)
 {
   ::setenv("TESTS_SET", "value", 1);
   const std::tuple<const char*, Texts> cases[] = {
@@ -327,7 +327,7 @@ TEST(library_probe, says_why_a_library_cannot_be_loaded)
 }
 
 // Each of them many times: answers come in pieces, of any length.
-TEST(library_probe, reads_answers_that_look_like_the_last_one)
+TEST(library_probe, reads_answers_that_look_like_the_end_of_all_answers)
 {
   const Texts symbols{"E", "_make_THE_SAME"};
   for (int i = 0; i < 50; ++i) {

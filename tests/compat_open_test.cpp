@@ -415,7 +415,7 @@ TEST_F(compat_open, decides_about_fopen_and_freopen_by_one_probe)
   }
 }
 
-TEST_F(compat_open, decides_about_fdopen_and_closes_twice)
+TEST_F(compat_open, decides_about_fdopen_and_closes_the_descriptor_twice)
 {
   Faults honoured;
   honoured.fdopen_honours_e = true;
@@ -509,7 +509,7 @@ static std::string output_of(const std::string& file, F work)
   return read_file(file);
 }
 
-TEST_F(compat_open, reports_nothing_of_what_fails_while_trying)
+TEST_F(compat_open, prints_nothing_when_a_probe_fails)
 {
   Faults nothing;
   nothing.no_null = nothing.no_zero = nothing.popen_fails = true;

@@ -116,7 +116,7 @@ TEST(handler_memory, is_aligned_for_everything)
 
 // ---- What the standard promises of new and delete
 
-TEST(operator_new, gives_each_object_without_size_an_address_of_its_own)
+TEST(operator_new, gives_each_object_of_size_zero_an_address_of_its_own)
 {
   void* const first = allocate(0);
   void* const second = allocate(0);
@@ -127,7 +127,7 @@ TEST(operator_new, gives_each_object_without_size_an_address_of_its_own)
   release(second);
 }
 
-TEST(operator_new, throws_when_there_is_no_memory_and_nobody_who_gets_some)
+TEST(operator_new, throws_when_memory_runs_out_and_no_new_handler_is_set)
 {
   NEEDS_OWN_NEW();
   volatile std::size_t too_much = std::numeric_limits<std::size_t>::max() / 2; // or the compiler objects
@@ -138,7 +138,7 @@ TEST(operator_new, throws_when_there_is_no_memory_and_nobody_who_gets_some)
 
 static int times_asked;
 
-TEST(operator_new, asks_the_new_handler_until_that_gives_up)
+TEST(operator_new, asks_the_new_handler_until_the_handler_gives_up)
 {
   NEEDS_OWN_NEW();
   volatile std::size_t too_much = std::numeric_limits<std::size_t>::max() / 2;

@@ -72,7 +72,7 @@ TEST(key_value, finds_nothing_in_an_empty_table)
   EXPECT_EQ(&table[0], get_key_value_entry(table, nullptr));
 }
 
-TEST(key_value, tells_bytes_beyond_ascii_apart)
+TEST(key_value, distinguishes_bytes_beyond_ascii)
 {
   Entry table[] = {{"\xc3\xa4", 1}, {"\xe4", 2}, {nullptr, -1}};
 

@@ -99,7 +99,7 @@ TEST_F(library_package, has_every_header)
   EXPECT_EQ(headers_in(SOURCE_DIR "/scrt"), headers_in(prefix_ + "/include/scrt"));
 }
 
-TEST_F(library_package, names_no_place_of_the_build)
+TEST_F(library_package, names_no_directory_of_the_build)
 {
   const Ended result = run("grep -rlI -e " SOURCE_DIR " -e " PROJECT_BUILD_DIR " " + prefix_);
   EXPECT_EQ(1, result.status) << result.output; // nothing found in any text; the archive is for a debugger too
@@ -137,7 +137,7 @@ TEST_F(library_package, serves_programs_built_by_pkg_config)
 }
 
 // Doxygen passes over the functions of a header that does not.
-TEST(library_sources, begin_with_what_each_header_is_about)
+TEST(library_sources, state_in_each_header_what_it_is_about)
 {
   for (const std::string& name : headers_in(SOURCE_DIR "/scrt"))
     EXPECT_NE(std::string::npos, read_file(SOURCE_DIR "/scrt/" + name).find("/// @file\n/// ")) << name;

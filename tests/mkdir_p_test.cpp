@@ -157,7 +157,7 @@ TEST(mkdir_p, takes_a_path_as_absolute_after_leading_separators)
   }
 }
 
-TEST(mkdir_p, makes_nothing_of_trailing_separators)
+TEST(mkdir_p, ignores_trailing_separators)
 {
   with_each_overload([](const Make& make) {
     EXPECT_EQ((Outcome{0, 0, {"a", "a/b"}}), make("a/b/", 0755, NEVER));
@@ -194,7 +194,7 @@ TEST(mkdir_p, accepts_dots)
   });
 }
 
-TEST(mkdir_p, creates_nothing_of_what_exists)
+TEST(mkdir_p, creates_only_what_is_missing)
 {
   with_each_overload([](const Make& make) {
     make("a/b", 0700, NEVER);
@@ -227,7 +227,7 @@ TEST(mkdir_p, needs_no_callback)
   });
 }
 
-TEST(mkdir_p, stops_when_the_callback_says_no_which_is_no_error)
+TEST(mkdir_p, stops_without_an_error_when_the_callback_says_no)
 {
   with_each_overload([](const Make& make) {
     EXPECT_EQ((Outcome{0, 0, {"a"}}), make("a/b/c", 0755, 1));
@@ -332,7 +332,7 @@ TEST(mkdir_p, reports_a_parent_that_may_not_be_written_and_keeps_what_it_made)
   });
 }
 
-TEST(mkdir_p, tries_to_create_what_it_cannot_look_at)
+TEST(mkdir_p, tries_to_create_a_component_that_it_cannot_examine)
 {
   with_each_overload([](const Make& make) {
     // Looking at a link to itself fails with ELOOP. That the entry is there shows only when it is to be made, and then
@@ -388,7 +388,7 @@ static std::string make_path(std::size_t length)
   return path + std::string(length - path.size(), 'q');
 }
 
-TEST(mkdir_p, goes_as_far_as_a_path_can_be_long)
+TEST(mkdir_p, accepts_the_longest_path_that_the_system_allows)
 {
   with_each_overload([](const Make& make) {
     const std::string longest = make_path(PATH_MAX - 1); // and the terminating NUL

@@ -267,7 +267,7 @@ TEST(natoi, runs_past_an_end_at_the_start_of_a_signed_text)
   EXPECT_EQ((Outcome<unsigned long long>{678, 0, 4}), (convert<unsigned long long, const char*>(plus, plus)));
 }
 
-TEST(natoi, preconditions_tell_text_from_none)
+TEST(natoi, preconditions_refuse_a_null_or_empty_text)
 {
   char text[] = "7";
   char empty[] = "";
@@ -371,7 +371,7 @@ static void expect_worked_out(std::string text, std::size_t end)
   EXPECT_EQ(expected, (convert<T, const char*>(beg, bound))) << what;
 }
 
-TEST(natoi, agrees_with_sums_done_on_paper)
+TEST(natoi, agrees_with_a_conversion_done_digit_by_digit)
 {
   Text_Generator generator(20240229);
 

@@ -230,7 +230,7 @@ TEST(open_service_config, follows_links_in_a_directory)
   EXPECT_EQ((Words{"-f", dir / "link-to-x.d/to-file.conf"}), passed_for({"-f", dir / "link-to-x.d"}));
 }
 
-TEST(open_service_config, passes_over_what_is_no_regular_file)
+TEST(open_service_config, skips_entries_that_are_no_regular_files)
 {
   const Temp_Dir dir;
   ASSERT_EQ(0, mkfifo((dir / "pipe.conf").c_str(), 0666));
@@ -331,7 +331,7 @@ TEST(open_service_config, passes_on_a_directory_that_it_may_not_read)
   EXPECT_EQ((Words{"-f", dir / "closed.d"}), passed);
 }
 
-TEST(open_service_config, passes_over_files_that_it_cannot_examine)
+TEST(open_service_config, skips_files_that_it_cannot_examine)
 {
   const Temp_Dir dir;
   dir.write("listed.d/a.conf", "");

@@ -89,7 +89,7 @@ TEST(option_process, runs_the_default_reactor_in_the_main_thread_without_options
   expect_start({}, {}, 0, 0);
 }
 
-TEST(option_process, runs_as_many_loop_threads_as_asked_for_from_two_on)
+TEST(option_process, runs_as_many_loop_threads_as_asked_for_if_they_are_two_or_more)
 {
   for (const char* const type : {"select", "priority", "tp", "dev_poll"})
     for (const unsigned threads : {2U, 3U, 4U}) {
@@ -228,7 +228,7 @@ TEST(option_process, prints_nothing_about_what_is_not_its_own)
     EXPECT_EQ(0U, starter.count(text)) << starter.log();
 }
 
-TEST(option_process, takes_no_value_away_from_an_option_behind_an_unknown_one)
+TEST(option_process, does_not_take_the_option_behind_an_unknown_one_for_its_value)
 {
   expect_records({"--unknown", "--reactor", "select"}, {created("select")});
 }
@@ -297,7 +297,7 @@ TEST(option_process, reads_the_leading_digits_of_a_thread_count)
 }
 
 // Without a single thread there is nobody to wait for: the process ends in order.
-TEST(option_process, holds_a_thread_count_that_is_too_large_at_the_largest_number)
+TEST(option_process, reduces_a_thread_count_that_is_too_large_to_the_largest_number)
 {
   for (const char* const text : {"4294967295", "4294967296", "99999999999999999999", "4294967296x"}) {
     SCOPED_TRACE(text);
@@ -332,7 +332,7 @@ TEST(option_process, leaves_the_line_as_it_is_for_the_configurator)
 }
 
 // The debug letter makes the framework talkative; it changes nothing else.
-TEST(option_process, is_not_disturbed_by_the_debug_letter)
+TEST(option_process, acts_on_its_options_beside_the_debug_option_too)
 {
   expect_start({"-d", "--reactor", "select", "-d", "--threads", "3"}, {created("select", 3)}, 3, 1);
 }
@@ -467,7 +467,7 @@ TEST(option_process, makes_the_reactor_in_the_background_after_the_identity_swit
   EXPECT_EQ(0, daemon.wait_status());
 }
 
-TEST(option_process, counts_background_with_a_value_as_background)
+TEST(option_process, goes_to_the_background_although_the_option_has_a_value)
 {
   for (const char* const word : {"--background=no", "--background=", "--b", "--backg=0"}) {
     SCOPED_TRACE(word);
@@ -489,7 +489,7 @@ TEST(option_process, takes_no_argument_for_background)
   EXPECT_THAT(starter.command_line_records(), ElementsAre(created("select")));
 }
 
-TEST(option_process, stays_as_it_is_when_it_cannot_go_to_the_background)
+TEST(option_process, starts_in_the_foreground_when_it_cannot_go_to_the_background)
 {
   Starter_Process starter({"--background", "--reactor", "select", "--threads", "3", "--user", "no-such-user",
                            "--primary-group", "no-such-group", "--group", "no-such-group"},

@@ -24,7 +24,7 @@ TEST(parse_uid_gid, takes_every_32_bit_number)
                {"4294967295", 4294967295}});
 }
 
-TEST(parse_uid_gid, leaves_numbers_out_of_range_to_be_names)
+TEST(parse_uid_gid, takes_numbers_out_of_range_for_names)
 {
   expect_rows({{"4294967296", -1},
                {"8589934591", -1},
@@ -38,12 +38,12 @@ TEST(parse_uid_gid, leaves_numbers_out_of_range_to_be_names)
                {"-99999999999999999999", -1}});
 }
 
-TEST(parse_uid_gid, leaves_text_after_the_digits_to_be_a_name)
+TEST(parse_uid_gid, takes_digits_with_text_behind_them_for_a_name)
 {
   expect_rows({{"4x", -1}, {"12ab", -1}, {"7 ", -1}, {"7\n", -1}, {"1.0", -1}, {"0x10", -1}, {"1 2", -1}});
 }
 
-TEST(parse_uid_gid, leaves_text_without_digits_to_be_a_name)
+TEST(parse_uid_gid, takes_text_without_digits_for_a_name)
 {
   expect_rows({{"root", -1}, {" ", -1}, {"+", -1}, {"-", -1}, {"x1", -1}, {"\xc3\xa9", -1}});
 }

@@ -94,7 +94,7 @@ TEST(path_conf, is_silent_about_a_directory_that_exists)
   EXPECT_TRUE(log.records().empty());
 }
 
-TEST(path_conf, leaves_the_disk_alone_unless_told_to_create)
+TEST(path_conf, creates_no_directory_unless_told_to)
 {
   const Temp_Dir dir;
   const Log_Capture log;
@@ -107,7 +107,7 @@ TEST(path_conf, leaves_the_disk_alone_unless_told_to_create)
   EXPECT_TRUE(log.records().empty());
 }
 
-TEST(path_conf, joins_the_parts_without_a_look_at_them)
+TEST(path_conf, joins_the_parts_unchanged)
 {
   const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
       {"p", "s", "b", "p/s/b"},     {"p", "", "b", "p/b"},      {"p", nullptr, "b", "p/b"},
@@ -334,7 +334,7 @@ TEST(path_conf, cuts_a_record_about_a_path_beyond_any_limit)
   EXPECT_THAT(with_file(record), BeginsLike(error_failed("Failed to mkdir ppp").in(SOURCE)));
 }
 
-TEST(path_conf, appends_what_is_there)
+TEST(path_conf, appends_texts_that_are_not_null_or_empty)
 {
   Path_Conf path("p", false, nullptr, 0);
 
@@ -383,7 +383,7 @@ TEST(path_conf, can_be_appended_to_and_fixed_in_any_order)
   EXPECT_EQ("p/a/b", path.str());
 }
 
-TEST(path_conf, hands_out_its_text_by_the_kind_of_object)
+TEST(path_conf, returns_its_text_writable_read_only_or_moved_as_the_object_is)
 {
   Path_Conf path("p", false, nullptr, 0);
   const Path_Conf& read_only = path;

@@ -216,7 +216,7 @@ TEST(fault, inside_the_allocator_is_logged_by_a_single_loop_itself)
 }
 
 // The back trace waits for the allocator, and the record without it for the log.
-TEST(fault, inside_the_allocator_and_the_log_has_its_record_too)
+TEST(fault, inside_the_allocator_is_recorded_even_while_its_thread_holds_the_log)
 {
   Starter_Process starter(with_service({"--reactor", "tp", "--threads", "4"}, "crash", "_make_Crash", "log"));
 
@@ -224,7 +224,7 @@ TEST(fault, inside_the_allocator_and_the_log_has_its_record_too)
   EXPECT_EQ(1u, starter.count(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n")) << starter.log();
 }
 
-TEST(fault, leaves_through_exit_handlers_and_static_destructors)
+TEST(fault, runs_exit_handlers_and_static_destructors)
 {
   Start_Options options;
   options.preload = {preload_library("exit_witness")};
@@ -249,7 +249,7 @@ class during_start_up : public testing::TestWithParam<Loop>
 {
 };
 
-TEST_P(during_start_up, a_termination_goes_straight_to_the_shutdown)
+TEST_P(during_start_up, a_termination_leads_straight_to_the_shutdown)
 {
   Temp_Dir dir;
   Starter_Process starter(with_service(GetParam().args, "gate", "_make_Gate", dir / "open"));
@@ -269,7 +269,7 @@ TEST_P(during_start_up, a_termination_goes_straight_to_the_shutdown)
 
 INSTANTIATE_TEST_SUITE_P(signals, during_start_up, testing::ValuesIn(LOOPS), loop_name);
 
-TEST(termination, in_the_middle_of_the_making_of_the_default_reactor_is_not_lost)
+TEST(termination, while_the_default_reactor_is_made_is_not_lost)
 {
   Start_Options options;
   options.preload = {preload_library("signal_in_socketpair")};
@@ -478,7 +478,7 @@ static pid_t waiting_loop_thread(const Starter_Process& starter)
 // Kept: while the main thread is at its reload and holds the signal back, a loop thread may take the next one. That one
 // passes it on, and ends where the reactor's wait does not survive a signal; whoever sends hang-ups waits for one to be
 // served.
-TEST(hang_up, during_a_reload_is_served_after_it_and_costs_a_thread_but_of_tp)
+TEST(hang_up, during_a_reload_is_served_after_it_and_costs_every_pool_but_tp_a_thread)
 {
   const std::pair<const char*, std::size_t> cases[] = {{"tp", 5}, {"dev_poll", 4}};
 
@@ -548,7 +548,7 @@ TEST(user_signal_1, kills_as_it_does_by_default)
   EXPECT_EQ(-SIGUSR1, starter.wait_status()) << starter.log();
 }
 
-TEST(user_signal_1, stays_ignored_when_it_was_inherited_so)
+TEST(user_signal_1, stays_ignored_when_the_process_inherits_it_ignored)
 {
   Start_Options options;
   options.wrapper = {"/usr/bin/env", "--ignore-signal=USR1"};
@@ -576,7 +576,7 @@ TEST(ignored_signals, change_nothing)
 
 // ---- The hang-up signal and the configurator's own
 
-TEST(configurator_signal, keeps_what_the_configurator_gives_it)
+TEST(configurator_signal, keeps_the_disposition_that_the_configurator_gives_it)
 {
   Starter_Process starter(with_service({"-s", "10"}, "talker", "_make_Talker"));
   ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
@@ -589,7 +589,7 @@ TEST(configurator_signal, keeps_what_the_configurator_gives_it)
   EXPECT_EQ(0u, starter.count("Signal 10")) << starter.log();
 }
 
-TEST(configurator_signal, is_the_users_own_wish_for_the_hang_up_too)
+TEST(configurator_signal, may_be_the_hang_up_and_then_reloads_nothing)
 {
   Starter_Process starter(with_service({"-s", "1"}, "talker", "_make_Talker"));
   ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
@@ -614,7 +614,7 @@ TEST(thread_name, of_15_characters_is_shown_whole)
   EXPECT_EQ(1u, starter.count("caught in [fifteen_letters].")) << starter.log();
 }
 
-TEST(thread_name, is_unknown_to_a_c_library_that_cannot_tell)
+TEST(thread_name, is_unknown_to_a_c_library_without_the_function_for_it)
 {
   Start_Options options;
   options.preload = {preload_library("no_thread_name")};

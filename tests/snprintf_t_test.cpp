@@ -436,7 +436,7 @@ TEST(snprintf_t, passes_on_whatever_negative_value_the_c_library_gives)
   EXPECT_TRUE(buffer.is_in_place());
 }
 
-TEST(snprintf_t, has_one_owner)
+TEST(snprintf_t, cannot_be_copied)
 {
   EXPECT_FALSE((std::is_copy_constructible<snprintf_t<4096, char>>::value));
   EXPECT_FALSE((std::is_copy_assignable<snprintf_t<4096, char>>::value));

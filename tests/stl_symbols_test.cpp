@@ -73,7 +73,7 @@ TEST(stl_symbols, exports_no_function_of_the_program_itself)
 }
 
 // The complement of the test above: were the names wrong, it could not fail.
-TEST(stl_symbols, hides_functions_that_are_there)
+TEST(stl_symbols, hides_functions_that_the_program_defines)
 {
   const std::set<std::string> all = symbols("--demangle");
   if (all.empty())
@@ -131,7 +131,7 @@ TEST(stl_symbols, swaps_two_values)
   EXPECT_EQ(1u, r);
 }
 
-TEST(stl_symbols, are_made_without_a_record)
+TEST(stl_symbols, are_instantiated_without_a_record)
 {
   const Log_Capture log;
 
@@ -140,7 +140,7 @@ TEST(stl_symbols, are_made_without_a_record)
   EXPECT_TRUE(log.records().empty());
 }
 
-TEST(stl_symbols, lends_the_code_to_a_service)
+TEST(stl_symbols, provides_a_service_with_the_code)
 {
   Starter_Process starter({"-S", dynamic_directive("U", "stl_user", "_make_Stl_User")}, probed());
 

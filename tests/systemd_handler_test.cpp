@@ -252,7 +252,7 @@ TEST_F(systemd_handler, hands_the_notification_function_to_its_timer)
   EXPECT_EQ(dlsym(handler_.handle_, "sd_notify"), i.item()->get_act());
 }
 
-TEST_F(systemd_handler, does_not_care_for_the_results_of_notifications)
+TEST_F(systemd_handler, ignores_the_results_of_notifications)
 {
   setenv("FAKE_SD_NOTIFY", "-5", 1);
 

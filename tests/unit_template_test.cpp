@@ -165,7 +165,7 @@ private:
 static const char CHECKED[] = "checked: --reactor tp --threads 4 -f /run/test/etc/staller.d.\n";
 static const char FED_OFTEN[] = "WatchdogSec=5\nEnvironment=SD_NOTIFY_INTERVAL=1\n";
 
-TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_it_says)
+TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_the_template_sets)
 {
   boot();
   ASSERT_NO_FATAL_FAILURE(start());
@@ -300,7 +300,7 @@ TEST_F(unit_template, does_not_reload_a_component_when_the_checker_finds_somethi
 }
 
 // In a pool of this reactor the other threads go on beside a handler that stalls: hence only one, and no pool.
-TEST_F(unit_template, restarts_a_component_that_is_not_fed_any_more)
+TEST_F(unit_template, restarts_a_component_whose_keep_alives_stop)
 {
   boot("WatchdogSec=5\nEnvironment=SD_NOTIFY_INTERVAL=1\nEnvironment=STARTER_THREADS=1\n");
   ASSERT_NO_FATAL_FAILURE(start());
