@@ -26,7 +26,7 @@ using testing::MatchesRegex;
 using testing::StartsWith;
 using Texts = std::vector<std::string>;
 
-/// What a run of the checker has left.
+/// The result of a run of the checker.
 struct Outcome
 {
   int status; // negative: the number of the signal that ended it
@@ -43,7 +43,7 @@ static std::vector<char*> pointers(Texts& texts)
   return result;
 }
 
-// In the directory, with the environment of the test and what is added to it.
+// Runs the checker in the directory, with the environment of the test and additional variables.
 static Outcome check(const Temp_Dir& dir, Texts args, const std::map<std::string, std::string>& env = {})
 {
   args.insert(args.begin(), "starter-check");
@@ -76,7 +76,7 @@ static Texts lines(const std::string& text)
   return result;
 }
 
-// The findings on the command line, which are all.
+// The findings on the command line. There must be no others.
 static void expect_findings(const Texts& args, const Texts& findings)
 {
   SCOPED_TRACE(testing::PrintToString(args));
@@ -424,7 +424,7 @@ TEST(starter_check, finds_nothing_wrong_with_a_service_and_does_not_initialise_i
   options.env = env;
   Starter_Process starter({"-f", dir / "x.conf"}, options);
   ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
-  EXPECT_TRUE(std::filesystem::exists(dir / "witness")); // the host does
+  EXPECT_TRUE(std::filesystem::exists(dir / "witness")); // the host itself writes the file
 }
 
 TEST(starter_check, finds_libraries_where_the_loader_does)
@@ -473,7 +473,7 @@ TEST(starter_check, reports_missing_factories)
               ElementsAre("1: missing-factory: service 'A': no static factory '_make_No'"));
 }
 
-// Each line is a file of its own: the host is started with it, and what it does is what the checker says.
+// Each line is a file of its own. The host is started with it, and must behave as the checker says.
 TEST(starter_check, reports_functions_named_as_objects_and_objects_named_as_functions)
 {
   const std::string factory = directive("A");
@@ -526,7 +526,8 @@ TEST(starter_check, reports_services_that_are_not_there)
                           "7: unknown-service: there is no service 'B' by then"));
 }
 
-// A library that is loaded brings its static services as factories only; one that is preloaded as services, too.
+// A library that a directive loads provides its static services as factories only. A preloaded library provides them as
+// services, too.
 TEST(starter_check, finds_static_services_where_the_host_does)
 {
   const std::string load = dynamic_directive("A", "static_service", "_make_Static_Service");
@@ -550,7 +551,7 @@ TEST(starter_check, finds_static_services_where_the_host_does)
   EXPECT_EQ(2u, starter.count("The static service starts.")) << starter.log(); // A, and the second B
 }
 
-// Each line is a file of its own: the host is started with it, and what it does is what the checker says.
+// Each line is a file of its own. The host is started with it, and must behave as the checker says.
 TEST(starter_check, reports_modules_of_streams_at_which_the_host_ends)
 {
   const std::string stream =
@@ -586,7 +587,7 @@ TEST(starter_check, reports_modules_of_streams_at_which_the_host_ends)
   }
 }
 
-// Each text is a file of its own: the host is started with it, and pushes no module that the checker names.
+// Each text is a file of its own. The host is started with it, and must not push a module that the checker reports.
 TEST(starter_check, reports_modules_that_the_host_does_not_push)
 {
   const std::string library = TESTS_BUILT_EXAMPLES_DIR "/libstream.so";
@@ -645,7 +646,7 @@ TEST(starter_check, reports_parameters_that_are_left_out)
 TEST(starter_check, finds_nothing_wrong_with_the_examples)
 {
   std::string libraries;
-  std::error_code ignored; // without a build of them, the libraries are findings
+  std::error_code ignored; // libraries that are not built are findings
   for (const auto& entry : std::filesystem::recursive_directory_iterator(TESTS_BUILT_EXAMPLES_DIR, ignored))
     if (entry.path().extension() == ".so")
       libraries += entry.path().parent_path().string() + ':';

@@ -30,7 +30,7 @@ using Texts = std::vector<std::string>;
 
 // ---- The parser, held against the framework's own
 
-// What the framework does with the file, and what it logs of errors, one a line.
+// The actions of the framework on the file and the errors that it logs, one in each line.
 static std::string framework_account(const std::string& path)
 {
   static const std::regex dynamic("SG::initialize - repo=[^,]*, name=(.*) - looking up in the repo\n");
@@ -72,7 +72,7 @@ static std::string own_account(const std::string& text)
   std::string account;
   for (const Directive& directive : conf.directives) {
     if (directive.in_stream)
-      continue; // the framework gives up on the stream before that, as it has not been loaded
+      continue; // the framework gives up earlier, because the stream has not been loaded
     account += VERBS[directive.verb] + directive.name + '\n';
     if (directive.verb == Directive::DYNAMIC && directive.factory != Directive::STATIC_FUNCTION)
       account += "library " + directive.library + '\n';
@@ -83,7 +83,7 @@ static std::string own_account(const std::string& text)
   return account;
 }
 
-// The framework leaks what it has read before an error: it runs in another process.
+// The framework runs in another process, because it leaks the directives that it has read before an error.
 static void expect_same_accounts(const Texts& texts)
 {
   const Temp_Dir dir;
@@ -268,7 +268,7 @@ TEST(check_quoting, tells_what_becomes_of_a_value)
   EXPECT_EQ("the framework reads this value as 'a'", check_quoting("\"a\""));
 }
 
-// Held against the words that the framework makes.
+// The words are compared with those that the framework makes.
 TEST(check_left_out, tells_what_becomes_of_parameters)
 {
   const std::tuple<const char*, const char*, std::size_t> cases[] = {
@@ -326,7 +326,7 @@ TEST(library_probe, says_why_a_library_cannot_be_loaded)
             probe_library({{}, "no_such_library", {}, {}, {}}).error);
 }
 
-// Each of them many times: answers come in pieces, of any length.
+// The probe is repeated, because answers arrive in pieces of varying length.
 TEST(library_probe, reads_answers_that_look_like_the_end_of_all_answers)
 {
   const Texts symbols{"E", "_make_THE_SAME"};

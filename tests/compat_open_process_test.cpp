@@ -26,7 +26,7 @@ static bool wait_for(const std::string& file, const std::string& text)
   return true;
 }
 
-// What strace's lines about the process `pid` begin with.
+// The beginning of strace's lines about the process `pid`.
 static std::string line_start(pid_t pid)
 {
   std::string start = std::to_string(pid);
@@ -58,7 +58,7 @@ TEST(compat_open_process, probes_at_every_start_before_main)
     SCOPED_TRACE(run);
     const std::string file = dir / run;
     Start_Options options = probed();
-    // Traced by a descendant of its own, the process keeps the id that signals go to.
+    // With -D the tracer is a descendant of the process, which keeps the id that signals are sent to.
     options.wrapper = {"strace", "-D", "-f", "-o", file, "-e", "trace=openat,execve,rt_sigaction,select,pselect6"};
     options.env["ASAN_OPTIONS"] = "detect_leaks=0:verify_asan_link_order=0"; // the leak checker is a tracer too
     Starter_Process starter({}, options);

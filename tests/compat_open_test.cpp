@@ -18,7 +18,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// In compat_open_c_test.c
+// Defined in compat_open_c_test.c.
 extern "C"
 {
 int enable_fd_cloexec_from_c(int fd);
@@ -27,15 +27,15 @@ int o_cloexec_enabled_from_c(void);
 
 using Calls = std::vector<std::string>;
 
-// What is wrong with the C library. A failing call sets errno to EMFILE.
+// The faults of the C library. A failing call sets errno to EMFILE.
 struct Faults
 {
   bool no_null = false; // neither open nor fopen can open /dev/null
   bool no_zero = false;
   bool open_ignores_o_cloexec = false;
   bool fopen_ignores_e = false;
-  bool fdopen_honours_e = false;      // which is no fault, but not what glibc does
-  bool fdopen_takes_any_mode = false; // one to write for a descriptor to read from
+  bool fdopen_honours_e = false;      // no fault, but glibc ignores the letter
+  bool fdopen_takes_any_mode = false; // even a mode to write for a descriptor to read from
   bool fdopen_fails = false;
   bool popen_ignores_e = false;
   bool popen_fails = false;
@@ -46,8 +46,8 @@ struct Faults
 
 static constexpr int OTHER_FLAG = 2; // Linux has none
 
-// The calls of the C library below are made before main too, when the code is loaded: all of this is initialised
-// statically.
+// The functions below are also called before main, while the program is loaded. Therefore all of these variables are
+// initialised statically.
 static Faults faults;
 static Calls* calls = nullptr;          // where calls are written down, if they are
 static bool with_mode = false;          // whether open gets a third argument always
@@ -207,7 +207,7 @@ int next_fcntl(int fd, int command, ...)
 }
 }
 
-// The flag as it is, whatever is wrong with fcntl.
+// The real state of the flag, whatever fault fcntl has.
 static bool is_close_on_exec(int fd)
 {
   const int flags = next<int (*)(int, int, ...)>("fcntl64")(fd, F_GETFD);
@@ -240,7 +240,7 @@ static void install(const Pointers& pointers)
 
 static constexpr Pointers NONE{nullptr, nullptr, nullptr, nullptr, nullptr};
 
-// As at load time, with what is wrong with the C library then.
+// Probes as at load time, with these faults of the C library.
 static Pointers probe(const Faults& wrong)
 {
   install(NONE);
@@ -290,7 +290,7 @@ protected:
     calls = nullptr;
   }
 
-  // A probe of one kind, with all others left out. Returns the calls it made.
+  // Makes the probe of one kind only, and returns the calls that it made.
   Calls probe_alone(const Faults& wrong, void (*leave_null)())
   {
     install(at_load_);
@@ -304,7 +304,7 @@ protected:
 
   static Pointers at_load_;
 
-  Pointers direct_;   // what a C library that honours everything leads to
+  Pointers direct_;   // the choice with a C library that honours everything
   Pointers indirect_; // the wrappers
   Calls made_;
   Calls discarded_;
@@ -421,7 +421,7 @@ TEST_F(compat_open, decides_about_fdopen_and_closes_the_descriptor_twice)
   honoured.fdopen_honours_e = true;
   Faults no_null = honoured;
   no_null.no_null = true;
-  Faults any_mode; // which ignores the letter
+  Faults any_mode; // this C library ignores the letter
   any_mode.no_null = any_mode.fdopen_takes_any_mode = true;
   Faults nothing = no_null;
   nothing.no_zero = true;
@@ -440,7 +440,7 @@ TEST_F(compat_open, decides_about_fdopen_and_closes_the_descriptor_twice)
       {"no stream", fails, false, {null, stream, "close fd = 0"}},
       // The C library makes no stream to write to out of a descriptor to read from.
       {"no /dev/null", no_null, false, {null, zero, stream, "close fd = 0"}},
-      // Kept: one that does gets a descriptor that is close-on-exec already, and passes for honouring the letter.
+      // Kept: a C library that does so gets a descriptor with the flag, and therefore seems to honour the letter.
       {"any mode", any_mode, true, {null, zero, stream, "getfd", "fclose", "close fd = -1"}},
       {"neither", nothing, false, {null, zero, "close -1 = -1"}}};
 
@@ -487,7 +487,7 @@ TEST_F(compat_open, takes_the_wrappers_when_nothing_can_be_opened)
   EXPECT_EQ(0, o_cloexec_enabled());
 }
 
-// What `work` writes to standard output and standard error, by way of `file`.
+// The output of `work` to standard output and standard error, which are redirected to `file` meanwhile.
 template <typename F>
 static std::string output_of(const std::string& file, F work)
 {
@@ -571,7 +571,7 @@ TEST_F(compat_open, overwrites_both_stream_pointers_when_one_is_missing)
 TEST_F(compat_open, tells_anew_at_every_call_whether_open_is_direct)
 {
   open_cloexec = indirect_.open;
-  EXPECT_EQ(1, o_cloexec_enabled()); // nobody has looked yet
+  EXPECT_EQ(1, o_cloexec_enabled()); // nobody has probed yet
   init_compat_opens();
   EXPECT_EQ(0, o_cloexec_enabled());
 
@@ -665,7 +665,7 @@ TEST_F(compat_open, keeps_a_descriptor_whose_flag_cannot_be_set)
   faults.getfd_fails = true;
   const int fd = indirect_.open("/dev/null", O_WRONLY);
   EXPECT_NE(-1, fd);
-  EXPECT_EQ((Calls{"open /dev/null O_WRONLY", "getfd", "setfd -1"}), made_); // the pair is not checked
+  EXPECT_EQ((Calls{"open /dev/null O_WRONLY", "getfd", "setfd -1"}), made_); // the results of both calls are ignored
   close(fd);
 
   faults = Faults();
@@ -712,7 +712,7 @@ static void close_stream(const std::string& kind, FILE* fp)
 
 static const char* const stream_kinds[] = {"fopen", "freopen", "fdopen", "popen"};
 
-// The wrapper's own calls: what follows the last of the helper's.
+// The calls of the wrapper itself, which follow the last call of the helper.
 static Calls from(const Calls& made, const std::string& kind)
 {
   auto first = made.end();
@@ -818,7 +818,7 @@ TEST_F(compat_open, keeps_the_other_flags_of_a_descriptor)
     close_stream(kind, fp);
   }
 
-  EXPECT_EQ(0, enable_fd_cloexec(fd)); // which has the flag already
+  EXPECT_EQ(0, enable_fd_cloexec(fd)); // the descriptor has the flag already
   EXPECT_EQ(both, made_.back());
   close(fd);
 }
@@ -843,7 +843,7 @@ TEST_F(compat_open, makes_an_open_descriptor_close_on_exec)
 
   EXPECT_EQ(0, enable_fd_cloexec(fd));
   EXPECT_TRUE(is_close_on_exec(fd));
-  EXPECT_EQ(0, enable_fd_cloexec(fd)); // once more changes nothing
+  EXPECT_EQ(0, enable_fd_cloexec(fd)); // a second call changes nothing
   EXPECT_TRUE(is_close_on_exec(fd));
   close(fd);
 }
@@ -859,7 +859,7 @@ TEST_F(compat_open, reports_a_descriptor_that_is_closed)
 
   EXPECT_EQ(-1, result);
   EXPECT_EQ(EBADF, reported);
-  EXPECT_EQ(Calls{"getfd"}, made_); // this one is checked
+  EXPECT_EQ(Calls{"getfd"}, made_); // the result of this call is checked
 }
 
 TEST_F(compat_open, reports_a_flag_that_cannot_be_set)

@@ -1,5 +1,5 @@
-# Prints what becomes of a line when its end is completed: completion.zsh DIRECTORY LINE, with the completion function
-# in DIRECTORY. The shell that completes needs a terminal.
+# Usage: completion.zsh DIRECTORY LINE. Prints LINE as zsh completes it with the completion function in DIRECTORY. The
+# shell that completes needs a terminal.
 zmodload zsh/zpty
 result=$(mktemp)
 

@@ -1,4 +1,4 @@
-// Completion in bash and zsh, by the shells themselves.
+// The shells bash and zsh themselves complete command lines here.
 
 #include "tests/support/command.h"
 #include "tests/support/program_options.h"
@@ -36,7 +36,7 @@ static std::vector<std::string> offered_by_bash(const std::vector<std::string>& 
   return offered;
 }
 
-// What zsh makes of `line`.
+// `line` as zsh completes it.
 static std::string completed_by_zsh(const std::string& line)
 {
   std::string result =

@@ -1,5 +1,4 @@
-// The Debian package as a machine gets it that has nothing of ours: built, checked, installed into a root of its own,
-// run there and removed.
+// The test builds the Debian package, checks it, installs it into a clean Debian root, runs it there and removes it.
 
 #include "tests/support/command.h"
 #include "tests/support/requirements.h"
@@ -85,7 +84,7 @@ TEST_F(debian_package, depends_on_what_the_program_is_linked_with)
   const std::string depends = field(deb_, "Depends");
   for (const char* const name : {"libace-7.0.8", "libc6", "libgcc-s1", "libstdc++6"})
     EXPECT_NE(std::string::npos, depends.find(name)) << depends;
-  EXPECT_EQ(std::string::npos, depends.find("systemd")) << depends; // loaded where it is there
+  EXPECT_EQ(std::string::npos, depends.find("systemd")) << depends; // the library is loaded only where it is installed
 }
 
 TEST_F(debian_package, has_the_version_of_the_program_and_of_the_news)
@@ -121,7 +120,7 @@ TEST_F(debian_package, has_guides_whose_links_lead_somewhere)
   EXPECT_LT(0u, links);
 }
 
-TEST_F(debian_package, has_a_stripped_program_that_names_no_place_of_the_build)
+TEST_F(debian_package, has_a_stripped_program_that_names_no_directory_of_the_build)
 {
   for (const char* const program : {"starter", "starter-check"})
     EXPECT_EQ("", output_of("nm " + *dir_ / "data/usr/sbin/" + program + " 2>/dev/null")) << program;
@@ -139,7 +138,7 @@ protected:
     NEEDS(has_tool("mmdebstrap"), "mmdebstrap");
   }
 
-  // A minimal Debian from where this machine's comes.
+  // Makes a minimal Debian from the archives that this machine uses.
   void make_root() const
   {
     (void)output_of("apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)'"
@@ -148,7 +147,7 @@ protected:
                     root_ + " - <" + *dir_ / "sources");
   }
 
-  // In mounts and processes of its own, so that nothing of it outlives the command.
+  // Runs `command` in the root, with its own mounts and processes, so that none of them outlives the command.
   std::string in_root(const std::string& command) const
   {
     return output_of("unshare --mount --pid --fork --kill-child sh -c 'mount -t proc proc " + root_ +
@@ -156,7 +155,7 @@ protected:
                      '\'');
   }
 
-  // Every file and directory, but for what the package manager keeps for itself, and caches.
+  // Lists every file and directory, except caches and the records of the package manager.
   std::vector<std::string> files() const
   {
     return lines_of(output_of("cd " + root_ +
@@ -186,7 +185,7 @@ protected:
   const std::string root_ = *dir_ / "root";
 };
 
-// What is in `a` and not in `b`, both sorted.
+// The entries of `a` that are not in `b`. Both are sorted.
 static std::vector<std::string> difference(const std::vector<std::string>& a, const std::vector<std::string>& b)
 {
   std::vector<std::string> only;

@@ -42,7 +42,7 @@ public:
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
-  // Send `text` and read as much meanwhile. Returns what came back.
+  // Sends `text`, reads as many bytes meanwhile, and returns them.
   std::string exchange(const std::string& text)
   {
     std::string answer;
@@ -58,7 +58,7 @@ public:
     return answer;
   }
 
-  // Send and read nothing, until the other side takes no more for a while or `limit` bytes are gone.
+  // Sends and reads nothing, until the other side accepts no more for a while or `limit` bytes are sent.
   std::size_t stuff(std::size_t limit)
   {
     const std::string block(65536, 's');
@@ -70,7 +70,7 @@ public:
 
   void half_close() const { shutdown(fd_, SHUT_WR); }
 
-  // What comes before the other side closes. `ended` tells whether it did.
+  // Reads until the other side closes. `ended` tells whether it did.
   std::string read_to_end(bool& ended)
   {
     std::string answer;
@@ -106,7 +106,7 @@ public:
 
   Starter_Process& starter() { return starter_; }
 
-  // The port that the service has told the `count`-th time, 0 when it has not.
+  // The port in the `count`-th record of the service about its port; 0 when there is no such record.
   int port(unsigned count = 1)
   {
     if (!starter_.wait_for_record(LISTENS, count))
@@ -203,10 +203,11 @@ TEST(echo_process, sends_everything_back_to_a_client_that_has_closed_its_side)
   EXPECT_TRUE(ended);
 }
 
-// More clients than loop threads: were a thread to wait for one of them, or to store what it does not read, it showed.
+// There are more clients than loop threads, so the test would fail if a thread waited for a client or stored all the
+// bytes that the client does not read.
 TEST(echo_process, is_not_held_up_by_clients_that_do_not_read)
 {
-  static constexpr std::size_t LIMIT = 64 << 20; // beyond what the sockets on the way can hold
+  static constexpr std::size_t LIMIT = 64 << 20; // more than the sockets on the way can hold
 
   for (const auto& kind : KINDS) {
     SCOPED_TRACE(::testing::PrintToString(kind));
@@ -230,7 +231,7 @@ TEST(echo_process, is_not_held_up_by_clients_that_do_not_read)
     silent[0]->half_close();
     EXPECT_TRUE(std::string(sent[0], 's') == silent[0]->read_to_end(ended));
     EXPECT_TRUE(ended);
-    silent.pop_back(); // gone without having read anything
+    silent.pop_back(); // this client leaves without having read anything
     EXPECT_TRUE(text == client.exchange(text));
 
     echo.starter().send(SIGTERM);
@@ -319,9 +320,9 @@ TEST(echo_process, refuses_a_port_that_it_cannot_have)
   }
 }
 
-// A hang-up makes the configurator process its files again: the service makes way for a new one of its name. That
-// happens in the signal's handler, so the reactor must not be in the middle of anything just then: nobody reads or
-// writes meanwhile.
+// After a hang-up the configurator processes its files again, and a new service replaces the one of the same name. This
+// happens in the signal handler, so the reactor must not be dispatching at that moment: no client reads or writes
+// meanwhile.
 TEST(echo_process, makes_way_for_a_new_service_on_a_hang_up)
 {
   for (const auto& kind : KINDS) {
@@ -342,7 +343,7 @@ TEST(echo_process, makes_way_for_a_new_service_on_a_hang_up)
       ASSERT_TRUE(echo.starter().wait_until_idle());
 
       bool ended = false;
-      (void)busy.read_to_end(ended); // whatever was on the way
+      (void)busy.read_to_end(ended); // these bytes were on the way before
       EXPECT_TRUE(ended);
       EXPECT_EQ("", idle.read_to_end(ended));
       EXPECT_TRUE(ended);

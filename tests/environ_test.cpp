@@ -17,11 +17,11 @@
 #include <pthread.h>
 #include <unistd.h>
 
-// The C library as environ.cpp finds it here: each of these fails when the test says so.
+// These stand in for functions of the C library in environ.cpp. Each of them fails when the test says so.
 static std::atomic<bool> lock_fails;
 static thread_local bool growth_fails;
 
-// Not instrumented: a thread of ThreadSanitizer's reallocates before it is known as one.
+// Not instrumented, because a thread of ThreadSanitizer itself reallocates before the sanitizer knows the thread.
 #define NOT_INSTRUMENTED __attribute__((no_sanitize_thread))
 
 template <typename F>
@@ -372,7 +372,8 @@ TEST(environ, loses_no_change_and_tears_no_value_with_readers_and_writers_at_onc
     });
   for (int reader = 0; reader < READERS; ++reader)
     threads.emplace_back([&] {
-      for (int i = 0; i < READS; ++i) { // not for as long as somebody writes: the lock lets readers overtake
+      // The lock prefers readers, so readers that waited for the end of the writers could hold them up for ever.
+      for (int i = 0; i < READS; ++i) {
         const std::string value = get_env_r("X");
         if (!value.empty() && (value.size() + 1) % (text.size() + 1) != 0)
           ++torn;

@@ -34,7 +34,7 @@ static std::vector<std::vector<std::string>> all_kinds()
   return kinds;
 }
 
-// The program with an example, from a copy of its configuration directory where `from` reads `to`.
+// The program with an example, and a copy of its configuration directory in which `to` replaces `from`.
 class Example
 {
 public:
@@ -45,7 +45,7 @@ public:
 
   Starter_Process& starter() { return starter_; }
 
-  // The number that the log has after `text`, the `count`-th time; 0 when it does not come.
+  // The number behind the `count`-th `text` in the log; 0 when it does not appear.
   int number(const std::string& text, unsigned count = 1)
   {
     if (!starter_.wait_for_record(text, count))
@@ -54,7 +54,7 @@ public:
     return std::stoi(log.substr(log.rfind(text) + text.size()));
   }
 
-  // End the process by SIGTERM and hold its log against the records that the README shows, whatever their numbers.
+  // Ends the process by SIGTERM and compares its log with the records in the README, whose numbers may differ.
   void end()
   {
     starter_.send(SIGTERM);
@@ -103,7 +103,7 @@ private:
   Starter_Process starter_;
 };
 
-// A hang-up comes when the process is idle: a single loop is interrupted where it waits.
+// The hang-up is sent when the process is idle, so that it interrupts a single loop where it waits.
 static void reload(Starter_Process& starter)
 {
   ASSERT_TRUE(starter.wait_until_idle()) << starter.log();
@@ -214,7 +214,7 @@ TEST(example_process, active_ends_its_threads_with_every_hang_up)
 
   for (unsigned round = 1; round <= 5; ++round) {
     ASSERT_TRUE(active.starter().wait_for_record("with 7 threads.\n", round)) << active.starter().log();
-    EXPECT_TRUE(active.starter().wait_for_threads(1 + 4 + 7)); // the main one, the pool, and its own
+    EXPECT_TRUE(active.starter().wait_for_threads(1 + 4 + 7)); // the main thread, the pool, and the service's own
     active.starter().send(SIGHUP);
   }
 
@@ -235,7 +235,7 @@ TEST(example_process, active_counts_a_single_datagram_in_the_singular)
   EXPECT_EQ(1u, active.starter().count("Active has stopped, 1 datagram was answered.\n")) << active.starter().log();
 }
 
-// A hang-up that arrives at one of them is left to the others.
+// The threads of the service leave a hang-up to the other threads.
 TEST(example_process, active_takes_no_signals_in_its_threads)
 {
   Example active({}, "active", "-p 7008 -t 2", "-p 0 -t 2");
@@ -244,7 +244,7 @@ TEST(example_process, active_takes_no_signals_in_its_threads)
   const std::vector<pid_t> threads = active.starter().threads();
   ASSERT_EQ(3u, threads.size());
   const auto blocked = [&](std::size_t i) { return signals_in_mask(process_status_field(threads[i], "SigBlk")); };
-  // The main thread's own are put back when the others have been started; the C library blocks some for moments.
+  // The main thread unblocks its signals after it has started the others. The C library, too, blocks some for moments.
   EXPECT_TRUE(active.starter().wait_until([&] { return blocked(0).empty(); }));
   for (const std::size_t i : {1, 2}) {
     for (const int signo : {SIGHUP, SIGTERM, SIGINT, SIGUSR2, SIGALRM})
@@ -285,7 +285,7 @@ TEST(example_process, stream_logs_lines_before_and_after_a_hang_up)
   }
 }
 
-// Why the example removes the stream in a file of its own.
+// This is the reason why the example removes the stream in a file of its own.
 TEST(example_process, stream_gets_no_module_after_an_error_in_the_same_file)
 {
   Start_Options options;

@@ -48,7 +48,7 @@ TEST(is_file_extension, is_false_without_a_path_or_an_extension)
   EXPECT_FALSE(is_file_extension(nullptr, "conf"));
   EXPECT_FALSE(is_file_extension("", "conf"));
   EXPECT_FALSE(is_file_extension("a.conf", nullptr));
-  EXPECT_FALSE(is_file_extension("a.", "")); // the text after the dot is empty as well, which does not count
+  EXPECT_FALSE(is_file_extension("a.", "")); // two empty texts do not count as equal
   EXPECT_FALSE(is_file_extension(nullptr, nullptr));
 }
 

@@ -1,5 +1,5 @@
-// Follows the guides: writes the files that they show, runs their commands in order, and looks for the output that they
-// promise. A block is fenced by three backticks with a word after them:
+// The tests follow the guides: they write the files that a guide shows, run its commands in order, and look for the
+// output that it promises. A block is fenced by three backticks with a word after them:
 //   sh          commands, for one shell that goes through the whole guide
 //   text        lines that the commands before it write, in this order, whatever their numbers
 //   WORD PATH   the content of the file PATH
@@ -21,7 +21,7 @@ static const std::string MARK = "==== end of block ====";
 struct Block
 {
   std::string kind;
-  std::string path; // of a file
+  std::string path; // empty unless the block is a file
   std::string text;
 };
 
@@ -44,7 +44,7 @@ static std::vector<Block> blocks_of(const std::string& guide)
   return blocks;
 }
 
-// One script out of all commands. Files are written where they stand among them.
+// Makes one script of all commands. It writes each file at its place among them.
 static std::string script_of(const std::vector<Block>& blocks)
 {
   std::string script = "trap 'for job in $(jobs -p); do kill -KILL $job 2>/dev/null; done' EXIT\n";
@@ -82,7 +82,7 @@ static void follow(const std::string& name, unsigned commands)
 {
   const Temp_Dir dir;
   const std::vector<Block> blocks = blocks_of(read_file(SOURCE_DIR "/" + name));
-  // Of everything, the support library alone: nothing else is looked for below the prefix.
+  // Only the support library is installed: a guide looks for nothing else below the prefix.
   const Ended installed =
       run(CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --component Unspecified --prefix " + dir / "usr");
   ASSERT_EQ(0, installed.status) << installed.output;
@@ -152,7 +152,7 @@ TEST(guide, refers_to_files_that_exist)
   }
 }
 
-// A guide that has commands is followed by a test above.
+// One of the tests above follows each guide that has commands.
 TEST(guide, has_no_command_that_is_not_run)
 {
   for (const std::string& path : guides())

@@ -15,7 +15,7 @@ using testing::IsEmpty;
 using testing::StartsWith;
 using Texts = std::vector<std::string>;
 
-// Accounts and groups of every Debian system: root and nobody, whose ids are fixed.
+// Ids of accounts and groups that are the same on every Debian system.
 enum : gid_t { NOBODY = 65534, ADM = 4, TTY = 5, LP = 7, MAN = 12 };
 
 static const char SOURCE[] = "starter/starter.cpp";
@@ -31,7 +31,7 @@ static Logged refused(const std::string& what)
   return error_failed("Failed to " + what + ", errno=1, Operation not permitted\n").in(SOURCE);
 }
 
-// The values of the four ids in a line of /proc/PID/status, which are all the same after a switch; else the line.
+// The value that all four ids in a line of /proc/PID/status have after a switch. The whole line when they differ.
 static std::string id(const Starter_Process& starter, const std::string& name)
 {
   std::istringstream line(starter.status_field(name));
@@ -41,18 +41,18 @@ static std::string id(const Starter_Process& starter, const std::string& name)
   return ids.size() == 4 && ids == Texts(4, ids[0]) ? ids[0] : starter.status_field(name);
 }
 
-// What became of a process: what it is when it is ready, and what it did and said on the way.
+// The identity of a process when it is ready, and its calls and records until then.
 struct Outcome
 {
   std::string uid;
   std::string gid;
   std::string groups;
-  std::vector<Logged> records; // without the last one, which tells that the reactor has been made in any case
-  Texts calls;                 // that set identities or read the groups
+  std::vector<Logged> records; // without the last one, which says that the reactor has been made
+  Texts calls;                 // those that set identities or read the groups
   int status;
 };
 
-// Start with `args` and a reactor, and end.
+// Starts the program with `args` and a reactor, and ends it.
 static Outcome run(Texts args, Start_Options options)
 {
   const Syscall_Trace trace("setuid,setgid,setreuid,setregid,setresuid,setresgid,setfsuid,setfsgid,setgroups,"
@@ -70,7 +70,7 @@ static Outcome run(Texts args, Start_Options options)
   outcome.status = starter.wait_status();
   outcome.calls = trace.calls(starter.pid());
   outcome.records = starter.command_line_records();
-  // Whatever happened, the start went on.
+  // The start-up must go on in every case.
   EXPECT_EQ(0, outcome.status) << starter.log();
   EXPECT_THAT(outcome.records, testing::Contains(CREATED).Times(1));
   if (!outcome.records.empty() && outcome.records.back() == CREATED)
@@ -124,7 +124,7 @@ TEST_F(identity_process, sets_primary_group_then_account_groups_then_user_then_s
 {
   const Outcome outcome = run({"--group", "adm", "--user", "nobody", "--primary-group", "man"}, as(0, 0));
 
-  // The last step comes without the privilege for it.
+  // The process has lost the privilege for the last step.
   EXPECT_THAT(outcome.calls,
               ElementsAre("setgid(12) = 0", "setgroups(1, [12]) = 0", "setuid(65534) = 0", "getgroups(65536, [12]) = 1",
                           "setgroups(2, [12, 4]) = -1 EPERM (Operation not permitted)"));
@@ -454,7 +454,7 @@ TEST_F(identity_process, reports_a_lookup_without_a_buffer)
 
 TEST_F(identity_process, leaves_a_supplementary_group_out_that_it_has_no_buffer_for)
 {
-  Start_Options options = with_fault("FAULT_NEW_ARRAY", "2"); // the first one is the list's own
+  Start_Options options = with_fault("FAULT_NEW_ARRAY", "2"); // the first array is the list of groups
   options.groups = {LP};
   const Outcome outcome = run({"--group", "adm", "--group", "man"}, options);
 
@@ -472,8 +472,8 @@ TEST_F(identity_process, skips_supplementary_groups_silently_without_a_list_buff
 
 // ---- Accounts of the test's own
 
-// The process sees account files of its own: those of the system with these lines added. Each file is put over the
-// system's in a mount namespace that ends with the process.
+// The process sees the account files of the system with these lines added. A mount namespace, which ends with the
+// process, puts each file over the file of the system.
 class identity_process_with_accounts : public identity_process
 {
 protected:
@@ -524,7 +524,7 @@ TEST_F(identity_process_with_accounts, looks_up_by_name_what_is_no_id)
   const Start_Options options = with_accounts("4x:x:3002:3002::/:/bin/false\n4294967296:x:3003:3003::/:/bin/false\n"
                                               "7:x:3004:3004::/:/bin/false\n",
                                               "4x:x:3002:\n4294967296:x:3003:\n12:x:3004:\n");
-  // A number that is somebody's name is an id still: those of lp and man.
+  // A number is an id even if an account has it as its name. These are the ids of lp and man.
   const std::tuple<const char*, const char*, const char*> users[] = {
       {"4x", "3002", "3002"}, {"4294967296", "3003", "3003"}, {"7", "7", "7"}};
   for (const auto& [user, uid, gid] : users) {
@@ -543,7 +543,7 @@ TEST_F(identity_process_with_accounts, looks_up_by_name_what_is_no_id)
   }
 }
 
-// The largest id belongs to somebody here, and -1 is not taken for it.
+// An account has the largest id here, and -1 must not be taken for this id.
 TEST_F(identity_process_with_accounts, looks_up_minus_one_by_name)
 {
   const Start_Options options = with_accounts("last:x:4294967295:3001::/:/bin/false\n", "last:x:4294967295:\n");
@@ -568,7 +568,7 @@ TEST_F(identity_process_with_accounts, finds_large_ids)
   EXPECT_EQ("4294967294", outcome.gid);
 }
 
-// Some systems know root and nobody without their files, so it is two others.
+// Some systems know root and nobody without account files, so the test uses two other accounts.
 TEST_F(identity_process_with_accounts, accepts_a_number_only_with_an_account_of_that_number)
 {
   const Start_Options options = with_accounts("crew:x:3001:3001::/:/bin/false\n", "");

@@ -18,7 +18,7 @@
 #define NEEDS_OWN_NEW()
 #endif
 
-// What new gives out: a compiler may leave out pairs of new and delete, but not these calls.
+// Calls operator new by name: a compiler may leave out a pair of new and delete expressions, but not this call.
 static void* allocate(std::size_t size)
 {
   return ::operator new(size);
@@ -35,7 +35,7 @@ static void* allocate_in_handler(std::size_t size)
   return allocate(size);
 }
 
-// Whether the memory is part of the program itself, as the reserve is and the heap is not.
+// Whether the memory belongs to the image of the program. The reserve does, the heap does not.
 static bool is_of_reserve(const void* p)
 {
   Dl_info info;
@@ -52,7 +52,7 @@ TEST(handler_memory, comes_from_the_reserve_only_while_a_guard_is_alive)
   EXPECT_FALSE(is_of_reserve(outside));
 
   release(outside);
-  release(in_handler); // the guard is gone; what it gave goes back all the same
+  release(in_handler); // memory of the reserve can be released after the end of the guard
 }
 
 TEST(handler_memory, is_there_for_handlers_that_interrupt_handlers)
@@ -61,13 +61,13 @@ TEST(handler_memory, is_there_for_handlers_that_interrupt_handlers)
   const Handler_Memory_Guard outer;
   void* const first = allocate(8192);
   void* const inner = allocate_in_handler(8192);
-  void* const second = allocate(8192); // the inner guard's end has not ended the outer one's
+  void* const second = allocate(8192); // the outer guard is still in force
 
   const std::set<void*> pieces{first, inner, second};
   EXPECT_EQ(3u, pieces.size());
   for (void* const piece : {first, inner, second}) {
     EXPECT_TRUE(is_of_reserve(piece));
-    std::memset(piece, 'x', 8192); // no piece reaches into another one's books
+    std::memset(piece, 'x', 8192); // the pieces do not overlap with the bookkeeping of each other
     release(piece);
   }
 }
@@ -130,7 +130,7 @@ TEST(operator_new, gives_each_object_of_size_zero_an_address_of_its_own)
 TEST(operator_new, throws_when_memory_runs_out_and_no_new_handler_is_set)
 {
   NEEDS_OWN_NEW();
-  volatile std::size_t too_much = std::numeric_limits<std::size_t>::max() / 2; // or the compiler objects
+  volatile std::size_t too_much = std::numeric_limits<std::size_t>::max() / 2; // volatile, or the compiler warns
 
   EXPECT_THROW((void)allocate(too_much), std::bad_alloc);
   EXPECT_EQ(nullptr, ::operator new(too_much, std::nothrow));

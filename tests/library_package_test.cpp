@@ -1,4 +1,5 @@
-// The support library as other programs get it: installed, found by CMake and by pkg-config, linked as an archive.
+// The support library is tested as other programs get it: installed, found by CMake and by pkg-config, and linked as an
+// archive.
 
 #include "tests/support/command.h"
 #include "tests/support/requirements.h"
@@ -21,7 +22,7 @@ static void expect_success(const std::string& command)
 class library_package : public ::testing::Test
 {
 protected:
-  // Installed in one place and moved to another, so that nothing in it may depend on where it was built or installed.
+  // The library is installed in one place and moved to another, so nothing in it may depend on either place.
   void SetUp() override
   {
     NEEDS(can_trace(), "strace and the right to trace processes");
@@ -69,7 +70,7 @@ protected:
     EXPECT_TRUE(fs::is_directory(dir_ / "work/etc/a"));
   }
 
-  // The program refers to nothing of the library, which starts a shell as it is loaded all the same.
+  // The program uses nothing of the library. The library starts a shell nevertheless when it is loaded.
   void expect_idle_consumer_probes()
   {
     const std::string trace = dir_ / "trace";
@@ -102,7 +103,7 @@ TEST_F(library_package, has_every_header)
 TEST_F(library_package, names_no_directory_of_the_build)
 {
   const Ended result = run("grep -rlI -e " SOURCE_DIR " -e " PROJECT_BUILD_DIR " " + prefix_);
-  EXPECT_EQ(1, result.status) << result.output; // nothing found in any text; the archive is for a debugger too
+  EXPECT_EQ(1, result.status) << result.output; // text files only: the archive names directories for a debugger
 }
 
 TEST_F(library_package, serves_programs_built_by_cmake)
@@ -136,14 +137,14 @@ TEST_F(library_package, serves_programs_built_by_pkg_config)
   expect_idle_consumer_probes();
 }
 
-// Doxygen passes over the functions of a header that does not.
+// Doxygen leaves out the functions of a header without this comment.
 TEST(library_sources, state_in_each_header_what_it_is_about)
 {
   for (const std::string& name : headers_in(SOURCE_DIR "/scrt"))
     EXPECT_NE(std::string::npos, read_file(SOURCE_DIR "/scrt/" + name).find("/// @file\n/// ")) << name;
 }
 
-// Nothing but the root of the repository to include from and the framework to link.
+// The compiler gets only the root of the repository to include from and the framework to link.
 TEST(library_sources, compile_and_link_without_the_build_system)
 {
   const Temp_Dir dir;

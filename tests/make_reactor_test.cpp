@@ -18,7 +18,7 @@
 
 using Plain_Select_Reactor = ACE_Select_Reactor_T<ACE_Reactor_Token_T<ACE_Token>>;
 
-// Every kind, with what tells it from the others.
+// Every kind with its factory, class and size.
 struct Kind
 {
   const char* name;
@@ -77,7 +77,7 @@ TEST(make_reactor, gives_out_tp_for_two_threads_and_more)
   EXPECT_TRUE(log.records().empty());
 }
 
-// The text ends without a newline, as it always did.
+// Kept: the text of this record does not end in a newline.
 TEST(make_reactor, refuses_tp_for_fewer_than_two_threads_with_a_record)
 {
   for (const unsigned threads : {0U, 1U}) {
@@ -115,7 +115,7 @@ TEST(make_reactor, leaves_errno_alone_when_it_looks_for_a_factory)
 
   for (const char* const name : {"tp", "select", "none"}) {
     errno = EBADF;
-    (void)get_reactor_factory(name, 1); // tested elsewhere
+    (void)get_reactor_factory(name, 1); // another test looks at the result
     const int error = errno;
 
     EXPECT_EQ(EBADF, error) << name;
@@ -158,7 +158,7 @@ TEST(make_reactor, deletes_the_implementation_with_the_reactor)
   }
 }
 
-// Counts what it is told of.
+// Counts the events that are dispatched to it.
 class Counting_Handler : public ACE_Event_Handler
 {
 public:
@@ -183,7 +183,7 @@ TEST(make_reactor, gives_every_kind_a_notification_pipe_and_a_timer_queue_of_its
     EXPECT_NE(-1, reactor->schedule_timer(&handler, nullptr, ACE_Time_Value::zero));
     for (int n = 0; n < 100 && handler.notifications + handler.timeouts < 2; ++n) {
       ACE_Time_Value limit(1);
-      (void)reactor->handle_events(limit); // what it did is what the handler counted
+      (void)reactor->handle_events(limit); // the event handler counts the events
     }
 
     EXPECT_EQ(1, handler.notifications);
@@ -210,7 +210,7 @@ TEST(make_reactor, returns_null_when_there_is_no_memory_for_the_implementation)
   EXPECT_TRUE(log.records().empty());
 }
 
-// How often a factory asks for as much memory as the outer reactor takes; the last time it is for the outer reactor.
+// The number of allocations of a factory that are as large as the outer reactor. The last of them is the outer reactor.
 static unsigned outer_allocation(make_reactor_t maker)
 {
   const New_Recorder recorder;
@@ -241,7 +241,7 @@ TEST(make_reactor, returns_null_and_deletes_the_implementation_when_there_is_no_
   EXPECT_TRUE(log.records().empty());
 }
 
-// An implementation that leaves its mark in errno when it goes.
+// An implementation whose destructor changes errno.
 class Marking_Reactor : public ACE_TP_Reactor
 {
 public:

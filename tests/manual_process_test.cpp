@@ -1,4 +1,4 @@
-// What starter.conf(5) says of the framework's reading of configuration files, tried out.
+// The tests try out what starter.conf(5) says about how the framework reads configuration files.
 
 #include "tests/support/starter_process.h"
 #include "tests/support/wait_until.h"
@@ -24,7 +24,7 @@ static std::string talker(const std::string& name, const std::string& rest)
   return "dynamic " + name + " Service_Object * " + service_library("talker") + FACTORY + rest;
 }
 
-// What the process logs from the start of its services on to their end.
+// The records of the process from the start of its services to their end.
 static std::string log_of(const std::string& conf, const Start_Options& options = {})
 {
   const Temp_Dir dir;
@@ -168,7 +168,7 @@ TEST(manual_process, a_hang_up_stops_at_a_file_that_is_gone)
   EXPECT_EQ(1u, starter.count("three init."));
 }
 
-// Ends the process of an id that stands in a file.
+// Ends the process whose id stands in a file.
 class Daemon
 {
 public:

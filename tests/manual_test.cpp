@@ -1,4 +1,4 @@
-// Holds the manual page against the program: what the one names, the other has to have, both ways round.
+// The manual page must name everything that the program has, and nothing else.
 
 #include "scrt/make_reactor.h"
 #include "starter/starter.h"

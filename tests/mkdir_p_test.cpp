@@ -27,11 +27,11 @@
 
 using Paths = std::vector<std::string>;
 
-// What a call came to, with the paths that its callback got.
+// The result of a call, with the paths that its callback got.
 struct Outcome
 {
   int value;
-  int error; // of a failure, else 0
+  int error; // errno after a failure, else 0
   Paths made;
 };
 
@@ -56,7 +56,7 @@ static std::basic_string<T> convert(const std::string& text)
 
 static constexpr std::size_t NEVER = static_cast<std::size_t>(-1);
 
-// Call the overload for `T`; the callback says no when it has been called `stop_after` times.
+// Calls the overload for `T`. The callback says no at its `stop_after`-th call.
 template <typename T>
 static Outcome make(const std::string& path, unsigned mode, std::size_t stop_after)
 {
@@ -64,7 +64,7 @@ static Outcome make(const std::string& path, unsigned mode, std::size_t stop_aft
   errno = 0;
   const int value = mkdir_p(convert<T>(path).c_str(), mode, [&](const T* dir) {
     made.emplace_back(dir, dir + std::char_traits<T>::length(dir));
-    errno = EPERM; // a callback's own affair
+    errno = EPERM; // a callback may change errno
     return made.size() != stop_after;
   });
 
@@ -81,7 +81,7 @@ static const Overload overloads[] = {{"narrow", make<char>}, {"wide", make<wchar
 
 using Make = std::function<Outcome(const std::string& path, unsigned mode, std::size_t stop_after)>;
 
-// Run `body` for each overload, in a new directory as working directory.
+// Runs `body` for each overload, with a new directory as working directory.
 static void with_each_overload(const std::function<void(const Make& make)>& body)
 {
   for (const Overload& overload : overloads) {
@@ -118,7 +118,7 @@ static mode_t mode_of(const std::string& path)
   return stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
 }
 
-// Sets the umask for as long as it lives.
+// Sets the umask as long as the object lives.
 class Umask
 {
 public:
@@ -234,7 +234,7 @@ TEST(mkdir_p, stops_without_an_error_when_the_callback_says_no)
     EXPECT_TRUE(is_directory("a"));
     EXPECT_FALSE(exists("a/b"));
 
-    EXPECT_EQ((Outcome{0, 0, {"a/b", "a/b/c"}}), make("a/b/c", 0755, 2)); // no at the very end
+    EXPECT_EQ((Outcome{0, 0, {"a/b", "a/b/c"}}), make("a/b/c", 0755, 2)); // the callback says no at the last directory
     EXPECT_TRUE(is_directory("a/b/c"));
   });
 }
@@ -274,7 +274,7 @@ TEST(mkdir_p, copies_its_callback)
     mkdir_p("a/b", 0755, cb);
     EXPECT_EQ(2u, count);
     mkdir_p("c", 0755, cb);
-    EXPECT_EQ(1u, count); // counted by another copy
+    EXPECT_EQ(1u, count); // the copies of the callback share the counter
   });
 }
 
@@ -335,8 +335,8 @@ TEST(mkdir_p, reports_a_parent_that_may_not_be_written_and_keeps_what_it_made)
 TEST(mkdir_p, tries_to_create_a_component_that_it_cannot_examine)
 {
   with_each_overload([](const Make& make) {
-    // Looking at a link to itself fails with ELOOP. That the entry is there shows only when it is to be made, and then
-    // it counts as a directory that somebody else made.
+    // Looking at a link to itself fails with ELOOP. Only the attempt to make the directory shows that the entry exists,
+    // which then counts as a directory that another process made.
     ASSERT_EQ(0, symlink("loop", "loop"));
     EXPECT_EQ((Outcome{0, 0, {}}), make("loop", 0755, NEVER));
     EXPECT_EQ((Outcome{-1, ELOOP, {}}), make("loop/a", 0755, NEVER));
@@ -414,7 +414,7 @@ TEST(mkdir_p, makes_a_thousand_levels)
     EXPECT_EQ(1000u, outcome.made.size());
     EXPECT_TRUE(is_directory(path));
 
-    // Emptied from below: removing so deep a tree from above takes a descriptor for each level.
+    // The tree is removed from below: removing it from above would take a descriptor for each level.
     for (; !path.empty(); path.resize(path.size() - 2))
       ASSERT_EQ(0, rmdir(path.c_str()));
   });
@@ -441,7 +441,7 @@ TEST(mkdir_p, works_in_a_directory_deeper_than_a_path_can_be_long)
 TEST(mkdir_p, reports_that_memory_ran_out)
 {
   with_each_overload([](const Make& make) {
-    for (const int error : {ENOMEM, EAGAIN}) { // whatever the allocation says
+    for (const int error : {ENOMEM, EAGAIN}) { // any errno of the allocation
       const Failing_Strdup failing(error);
       EXPECT_EQ((Outcome{-1, error, {}}), make("a", 0755, NEVER));
     }
@@ -505,7 +505,7 @@ TEST(mkdir_p, lets_threads_create_the_same_tree_at_once)
           made.push_back(path.substr(root.size()));
       }
       std::sort(made.begin(), made.end());
-      EXPECT_EQ(all, made); // each directory was reported to one of them
+      EXPECT_EQ(all, made); // each directory was reported to exactly one of the callers
       EXPECT_TRUE(is_directory(root + all.back()));
     }
   });
@@ -549,7 +549,7 @@ TEST(mkdir_p_t, separates_components_by_any_character)
   });
 }
 
-// What a call came to.
+// The result of a call.
 struct Found
 {
   std::string dirname; // "(null)" for a null pointer
@@ -641,7 +641,7 @@ TEST(longest_exist_dirname, gives_the_whole_status_of_the_last_directory)
   struct stat expected = {};
   ASSERT_EQ(0, stat((dir / "a").c_str(), &expected));
 
-  for (const std::string& path : {dir / "a", dir / "a/missing", dir / "a/file"}) { // a file gives no status of its own
+  for (const std::string& path : {dir / "a", dir / "a/missing", dir / "a/file"}) { // the status is not that of a file
     SCOPED_TRACE(path);
     struct stat st = {};
     const std::unique_ptr<char, Free_Delete> result(longest_exist_dirname(path.c_str(), &st));

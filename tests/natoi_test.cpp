@@ -8,7 +8,7 @@
 #include <random>
 #include <string>
 
-// What a conversion shows to its caller: the value, errno, and the distance of *eptr from the start of the text.
+// The result of a conversion: the value, errno, and the distance of *eptr from the start of the text.
 template <typename T>
 struct Outcome
 {
@@ -33,7 +33,7 @@ template <typename T, typename U>
 static Outcome<T> convert(U beg, U end)
 {
   U stop = nullptr;
-  errno = EBADF; // whatever stood there before must not show
+  errno = EBADF; // the conversion must overwrite an old errno
   const T value = natoi<T, U>(beg, end, &stop);
   return {value, errno, stop - beg};
 }
@@ -45,7 +45,7 @@ struct Case
   Outcome<T> expected;
 };
 
-// The text with every byte that could not be read on a terminal, or be taken for another, as its number.
+// The text with a number in place of every byte that a terminal does not show unambiguously.
 static std::string printable(const std::string& text)
 {
   std::string out;
@@ -59,7 +59,7 @@ static std::string printable(const std::string& text)
   return '"' + out + '"';
 }
 
-// Every text through both iterator types, with and without an *eptr to set.
+// Converts every text through both iterator types, with and without an *eptr to set.
 template <typename T>
 static void expect_outcomes(std::initializer_list<Case<T>> cases)
 {
@@ -256,7 +256,7 @@ TEST(natoi, needs_no_terminating_nul_before_the_end_position)
   EXPECT_EQ((Outcome<unsigned>{42, 0, 2}), (convert<unsigned, const char*>(digits, digits + 2)));
 }
 
-// The bound is compared for equality only, and the sign is taken without a look at it.
+// The end position is compared for equality only, and not at all when the sign is read.
 TEST(natoi, runs_past_an_end_at_the_start_of_a_signed_text)
 {
   const char* const minus = "-12345x";
@@ -279,8 +279,8 @@ TEST(natoi, preconditions_refuse_a_null_or_empty_text)
   EXPECT_FALSE((natoi_traits<const char*, true>::pre_cond("")));
 }
 
-// Whether the decimal text `digits` is a larger number than `limit`, which has no leading zeros: by length, then by
-// digits, as on paper.
+// Whether the decimal text `digits` is a larger number than `limit`, which has no leading zeros. The lengths are
+// compared first, then the digits.
 static bool is_larger(const std::string& digits, const std::string& limit)
 {
   const std::size_t zeros = digits.find_first_not_of('0');
@@ -288,8 +288,8 @@ static bool is_larger(const std::string& digits, const std::string& limit)
   return significant.size() != limit.size() ? significant.size() > limit.size() : significant > limit;
 }
 
-// What the conversion should give, worked out on the text alone: which span of it is the number, and whether that
-// number, written down, is larger than the limit written down. The library converts what is left.
+// The expected result, computed on the text alone: which span of it is the number, and whether the text of this number
+// is larger than the text of the limit. The C library converts the remaining numbers.
 template <typename T>
 static Outcome<T> work_out(const std::string& text, std::size_t end)
 {
@@ -298,7 +298,7 @@ static Outcome<T> work_out(const std::string& text, std::size_t end)
 
   const std::size_t sign = text[0] == '+' || text[0] == '-' ? 1 : 0;
   std::size_t stop = std::min(text.find_first_not_of("0123456789", sign), text.size());
-  if (end >= sign) // an end within the sign goes unseen
+  if (end >= sign) // an end position at the sign is not noticed
     stop = std::min(stop, end);
   const std::string digits = text.substr(sign, stop - sign);
   if (digits.empty())
@@ -317,7 +317,7 @@ static Outcome<T> work_out(const std::string& text, std::size_t end)
   return {value, 0, static_cast<std::ptrdiff_t>(stop)};
 }
 
-// Texts around the limits of every type, with the signs, zeros and rubbish that people put around numbers.
+// Texts around the limits of every type, with signs, zeros and other characters around the numbers.
 class Text_Generator
 {
 public:
@@ -344,7 +344,7 @@ private:
       for (std::size_t n = below(22); n > 0; --n)
         digits += static_cast<char>('0' + below(10));
       return digits;
-    case 1: // any bytes
+    case 1: // arbitrary bytes
       for (std::size_t n = below(6); n > 0; --n)
         digits += static_cast<char>(1 + below(255));
       return digits;

@@ -24,7 +24,7 @@ static std::vector<char*> make_argv(Words& words)
   return argv;
 }
 
-// What the configurator gets for the whole command line `words`.
+// The words that the configurator gets for the whole command line `words`.
 static Words passed_by(Words words, bool skip_first_arg)
 {
   const std::vector<char*> argv = make_argv(words);
@@ -47,7 +47,7 @@ static Words passed_by(Words words, bool skip_first_arg)
   return passed;
 }
 
-// What the configurator gets after the program name for the arguments `words`.
+// The words that the configurator gets behind the program name for the arguments `words`.
 static Words passed_for(Words words)
 {
   words.insert(words.begin(), "starter");
@@ -155,7 +155,7 @@ TEST(open_service_config, skips_the_program_name_even_if_it_looks_like_an_option
   EXPECT_EQ((Words{"my starter", "-n"}), passed_by({"my starter", "-n"}, true));
 }
 
-// The configurator takes the first element for the program name: nothing else may get there.
+// The configurator skips the first word as the program name, so no other word may be the first.
 TEST(open_service_config, starts_with_dummy_when_there_is_no_program_name)
 {
   EXPECT_EQ((Words{"dummy"}), passed_by({}, true));
@@ -195,7 +195,7 @@ TEST(open_service_config, leaves_the_command_line_as_it_was)
   EXPECT_EQ(texts, words);
 }
 
-// Without a request to the contrary the framework's parser would stop at the first stray word.
+// By default the parser of the framework would stop at the first word that is no option.
 TEST(open_service_config, reads_on_after_stray_words_when_posix_order_is_asked_for)
 {
   const Scoped_Env posix("POSIXLY_CORRECT", "1");
@@ -239,7 +239,7 @@ TEST(open_service_config, skips_entries_that_are_no_regular_files)
   EXPECT_EQ((Words{"-f", dir / "a.conf"}), passed_for({"-f", dir.path()}));
 }
 
-// The files of the first directory are passed again with those of the second: the configurator expects it so.
+// Kept: the files of the first directory are passed again with those of the second. Callers expect it.
 TEST(open_service_config, merges_the_files_of_several_directories)
 {
   const Temp_Dir dir;
@@ -294,7 +294,7 @@ TEST(open_service_config, passes_long_paths_whole)
   EXPECT_EQ((Words{"-f", file}), passed_for({"-f", path}));
 }
 
-// Takes the rights of the superuser away from the test, if it has them, as long as it lives.
+// As long as the object lives, the test does not have the rights of the superuser.
 class Unprivileged
 {
 public:
@@ -335,7 +335,7 @@ TEST(open_service_config, skips_files_that_it_cannot_examine)
 {
   const Temp_Dir dir;
   dir.write("listed.d/a.conf", "");
-  ASSERT_EQ(0, chmod((dir / "listed.d").c_str(), 0744)); // to others: names, but nothing behind them
+  ASSERT_EQ(0, chmod((dir / "listed.d").c_str(), 0744)); // other accounts can list the names, but not open the files
 
   Words passed;
   if (geteuid() == 0) {
@@ -374,7 +374,7 @@ TEST(open_service_config, substitutes_the_first_variable_of_a_text)
       {"pre$STARTER_TEST_HOME", "pre/home/test"},
       {"$STARTER_TEST_HOME:$STARTER_TEST_HOME", "/home/test:$STARTER_TEST_HOME"},
       {"in $STARTER_TEST_HOME and", "in /home/test and"},
-      {"$STARTER_TEST_BLANK", "two words"}, // stays one argument: the line is split before it is expanded
+      {"$STARTER_TEST_BLANK", "two words"}, // one argument, because the line is split before it is expanded
       {"a$STARTER_TEST_EMPTY", "a"},
       {"$STARTER_TEST_UNSET", "$STARTER_TEST_UNSET"},
       {"$STARTER_TEST_UNSET$STARTER_TEST_HOME", "$STARTER_TEST_UNSET$STARTER_TEST_HOME"},
@@ -398,7 +398,7 @@ TEST(open_service_config, substitutes_in_the_program_name_and_in_file_names_too)
   EXPECT_EQ((Words{"-f", dir / "name.conf"}), passed_for({"-f", dir.path()}));
 }
 
-// The framework joins all arguments into one line and splits it again, with the rules of that line.
+// The framework joins all arguments into one line and splits this line again by its own rules.
 TEST(open_service_config, leaves_white_space_and_quotes_to_the_rules_of_the_framework)
 {
   const std::tuple<const char*, Words, Words> cases[] = {
@@ -418,7 +418,7 @@ TEST(open_service_config, leaves_white_space_and_quotes_to_the_rules_of_the_fram
   }
 }
 
-// The framework copies the name of a variable into a buffer of 4096 characters, its end included, however long it is.
+// The framework copies the name of a variable of any length into a buffer of 4096 characters, including the final NUL.
 TEST(open_service_config, drops_a_value_that_names_too_long_a_variable)
 {
   const std::string longest(4095, 'A');
@@ -504,13 +504,13 @@ TEST(open_service_config, survives_every_command_line)
     for (std::string& word : words)
       word = make_hostile_word(random);
 
-    passed_by(words, pick(random, 4) != 0); // checks the shape of what it gets
+    passed_by(words, pick(random, 4) != 0); // the callback checks the shape of the words
     if (HasFailure())
       break;
   }
 }
 
-// The rules once more, from the point of view of a reader of the manual: no quotes, variables or white space.
+// The same rules as a reader of the manual knows them. They leave out quotes, variables and white space.
 static Words expected_for(const Words& words)
 {
   static const std::string thread_pool("thread-pool");
@@ -526,7 +526,7 @@ static Words expected_for(const Words& words)
     if (word[1] == '-') {
       const std::string name = word.substr(2, word.find('=') == std::string::npos ? word.npos : word.find('=') - 2);
       if (thread_pool.compare(0, name.size(), name) == 0 && word.find('=') == std::string::npos)
-        ++i; // its value; an abbreviation counts
+        ++i; // skip its value, also behind an abbreviated name
       continue;
     }
 

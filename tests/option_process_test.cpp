@@ -56,7 +56,7 @@ static Logged no_group(const std::string& group)
   return error("Failed to get " + group + " group entry, errno=2, No such file or directory\n").in(SOURCE);
 }
 
-// Start with `args`: the records are `records`, and `threads` loop threads are made, of which `looping` stay.
+// A start with `args` must log `records` and make `threads` loop threads, of which `looping` stay.
 static void expect_start(const Texts& args, const std::vector<Logged>& records, unsigned threads, unsigned looping,
                          const Start_Options& base = probed())
 {
@@ -72,10 +72,10 @@ static void expect_start(const Texts& args, const std::vector<Logged>& records, 
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   EXPECT_EQ(records, starter.command_line_records());
-  EXPECT_EQ(threads, read_file(starter.dir() / "threads").size()); // counted to the end: none came late
+  EXPECT_EQ(threads, read_file(starter.dir() / "threads").size()); // the count includes threads that were made late
 }
 
-// Start with `args`, which ask for no more than one thread: the records are `records`.
+// A start with `args`, which ask for no more than one thread, must log `records`.
 static void expect_records(const Texts& args, const std::vector<Logged>& records,
                            const Start_Options& options = probed())
 {
@@ -93,7 +93,7 @@ TEST(option_process, runs_as_many_loop_threads_as_asked_for_if_they_are_two_or_m
 {
   for (const char* const type : {"select", "priority", "tp", "dev_poll"})
     for (const unsigned threads : {2U, 3U, 4U}) {
-      // The last thread to own a select or a priority reactor loops, the others return at once.
+      // The last thread to own a select or a priority reactor runs its loop; the others return at once.
       const bool shared = std::string(type) == "tp" || std::string(type) == "dev_poll";
       expect_start({"--reactor", type, "--threads", std::to_string(threads)}, {created(type, threads)}, threads,
                    shared ? threads : 1);
@@ -128,7 +128,7 @@ TEST(option_process, says_nothing_about_an_empty_reactor_value)
 {
   expect_records({"--reactor", ""}, {});
   expect_records({"--reactor="}, {});
-  expect_records({"--reactor", "select", "--reactor="}, {}); // the later one counts
+  expect_records({"--reactor", "select", "--reactor="}, {}); // the later option counts
 }
 
 TEST(option_process, reports_a_reactor_type_that_it_does_not_know)
@@ -296,7 +296,7 @@ TEST(option_process, reads_the_leading_digits_of_a_thread_count)
   }
 }
 
-// Without a single thread there is nobody to wait for: the process ends in order.
+// When no thread can be made, the main thread waits for none, and the process ends in order.
 TEST(option_process, reduces_a_thread_count_that_is_too_large_to_the_largest_number)
 {
   for (const char* const text : {"4294967295", "4294967296", "99999999999999999999", "4294967296x"}) {
@@ -331,7 +331,7 @@ TEST(option_process, leaves_the_line_as_it_is_for_the_configurator)
   }
 }
 
-// The debug letter makes the framework talkative; it changes nothing else.
+// The option -d makes the framework log more and changes nothing else.
 TEST(option_process, acts_on_its_options_beside_the_debug_option_too)
 {
   expect_start({"-d", "--reactor", "select", "-d", "--threads", "3"}, {created("select", 3)}, 3, 1);
@@ -339,8 +339,8 @@ TEST(option_process, acts_on_its_options_beside_the_debug_option_too)
 
 // ---- The background
 
-// The detached descendant of a process that went to the background. This process takes it in as its child, so that
-// its end can be waited for. Killed by the destructor.
+// The descendant of a process that went to the background. The test adopts it as its child, so that the test can wait
+// for its end. The destructor kills it.
 class Daemon
 {
 public:
@@ -352,7 +352,7 @@ public:
 
   pid_t pid() const { return pid_; }
 
-  /// Wait until there is a daemon, and it runs its event loop.
+  /// Wait until the daemon exists and runs its event loop.
   bool wait_for_event_loop();
 
   int wait_status();
@@ -363,7 +363,7 @@ private:
   pid_t pid_ = -1;
 };
 
-// Of the children of this process, the one that lives: the process in between has ended.
+// The child of this process that is alive. The process in between has ended.
 static pid_t find_child()
 {
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
@@ -394,7 +394,7 @@ int Daemon::wait_status()
 
 std::string Daemon::link(const std::string& name) const
 {
-  std::error_code ignored; // an empty text tells
+  std::error_code ignored; // an empty text shows the error
   return std::filesystem::read_symlink("/proc/" + std::to_string(pid_) + '/' + name, ignored);
 }
 
@@ -456,7 +456,7 @@ TEST(option_process, makes_the_reactor_in_the_background_after_the_identity_swit
 
   ASSERT_TRUE(daemon.wait_for_event_loop());
   EXPECT_THAT(starter.command_line_records(), ElementsAre(no_account("no-such-user"), created("dev_poll", 2)));
-  // Made before, it would have been closed with all the others.
+  // A reactor that was made earlier would have lost its descriptors.
   unsigned reactors = 0;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(daemon.pid()) + "/fd"))
     reactors += daemon.link("fd/" + entry.path().filename().string()) == "anon_inode:[eventpoll]";
@@ -501,7 +501,7 @@ TEST(option_process, starts_in_the_foreground_when_it_cannot_go_to_the_backgroun
   EXPECT_EQ(1U, starter.threads().size());
   starter.send(SIGTERM);
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
-  EXPECT_THAT(starter.command_line_records(), IsEmpty()); // nothing was looked up and nothing made
+  EXPECT_THAT(starter.command_line_records(), IsEmpty()); // the program looked up no account and made no reactor
 }
 
 // ---- The order of the start
@@ -529,8 +529,8 @@ TEST(option_process, has_its_reactor_before_its_signal_dispositions_and_those_be
 
 // ---- Lines that nobody wrote
 
-// Words for a command line. Left out is what would take the process out of the test's hands: the background, another
-// meaning of a signal, files written, more than a few threads.
+// Words for a command line. None of them sends the process to the background, gives a signal another meaning, writes a
+// file or makes more than a few threads, because the test could not control such a process.
 class Line_Generator
 {
 public:
@@ -545,7 +545,7 @@ private:
   std::mt19937 random_{20240607};
 };
 
-// Any bytes but NUL and digits, which might make a number of threads.
+// Any bytes except NUL and digits, which could make a number of threads.
 std::string Line_Generator::text()
 {
   const std::size_t lengths[] = {0, 1, 2, 8, 100, 20000};
@@ -593,7 +593,7 @@ Texts Line_Generator::next()
   Texts line(below(lengths[below(std::size(lengths))] + 1));
   for (std::string& w : line)
     w = word();
-  if (below(20) == 0) // the end of the options, somewhere
+  if (below(20) == 0) // sometimes the options end early
     line.insert(line.begin() + static_cast<std::ptrdiff_t>(below(line.size() + 1)), "--");
   return line;
 }

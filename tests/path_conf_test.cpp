@@ -38,7 +38,7 @@ static bool exists(const std::string& path)
   return lstat(path.c_str(), &st) == 0;
 }
 
-// An environment variable for as long as it lives.
+// An environment variable that is set as long as this object lives.
 class Variable
 {
 public:
@@ -137,11 +137,11 @@ TEST(path_conf, expands_the_first_variable_of_the_prefix)
       {"/a/$PATH_CONF_TEST/b", "/a/value/b"},
       {"pre$PATH_CONF_TEST.d", "prevalue.d"},
       {"$PATH_CONF_EMPTY/a", "/a"},
-      {"$PATH_CONF_TEST/$PATH_CONF_TEST", "value/$PATH_CONF_TEST"}, // only the first
+      {"$PATH_CONF_TEST/$PATH_CONF_TEST", "value/$PATH_CONF_TEST"}, // only the first variable
       {"$PATH_CONF_UNSET/a", "$PATH_CONF_UNSET/a"},
       {"$PATH_CONF_UNSET/$PATH_CONF_TEST", "$PATH_CONF_UNSET/$PATH_CONF_TEST"},
       {"${PATH_CONF_TEST}/a", "${PATH_CONF_TEST}/a"},
-      {"$PATH_CONF_NESTED/a", "$PATH_CONF_TEST/a"}, // not once more
+      {"$PATH_CONF_NESTED/a", "$PATH_CONF_TEST/a"}, // an expanded value is not expanded again
       {"a$", "a$"},
       {"~/a", "~/a"}};
 
@@ -200,7 +200,7 @@ TEST(path_conf, is_silent_when_the_creation_reports_that_it_exists)
 {
   const Temp_Dir dir;
   const Log_Capture log;
-  const Failing_Strdup failing(EEXIST, 1); // the copy that the creation works on
+  const Failing_Strdup failing(EEXIST, 1); // the copy of the path that mkdir_p works on
   const Path_Conf path((dir / "a").c_str(), true, "b", 0755);
 
   EXPECT_FALSE(exists(dir / "a"));
@@ -217,7 +217,7 @@ TEST(path_conf, logs_with_a_back_trace_that_there_is_no_prefix)
     for (const bool with_sub : {false, true}) {
       SCOPED_TRACE(std::string(prefix ? "empty" : "null") + (with_sub ? ", with a sub-directory" : ""));
       const Log_Capture log;
-      errno = EPERM; // of whatever came before: the record carries it along
+      errno = EPERM; // an old errno, which the record carries along
       const std::string path =
           with_sub ? Path_Conf(prefix, "s", true, "b", 0755).str() : Path_Conf(prefix, true, "b", 0755).str();
 
@@ -227,7 +227,7 @@ TEST(path_conf, logs_with_a_back_trace_that_there_is_no_prefix)
       EXPECT_EQ(EPERM, record.error);
       const std::string start = head + std::to_string(record.line) + tail;
       EXPECT_THAT(with_file(record), BeginsLike(emergency_failed(start).in(SOURCE)));
-      EXPECT_NE(std::string::npos, record.text.find("path_conf_test", start.size())) << record.text; // a frame of ours
+      EXPECT_NE(std::string::npos, record.text.find("path_conf_test", start.size())) << record.text; // its own frame
     }
 }
 
@@ -286,7 +286,7 @@ TEST(path_conf, takes_a_text_that_grows_beyond_the_framework_s_buffer)
   EXPECT_EQ(value + "/b", Path_Conf(value.c_str(), false, "b", 0).str());
 }
 
-// Let the process have `more` bytes of address space than it has now.
+// Limits the address space of the process to `more` bytes than it has now.
 static void limit_memory(std::size_t more)
 {
   std::size_t pages = 0;
@@ -301,7 +301,8 @@ TEST(path_conf, keeps_no_memory_when_there_is_too_little_for_the_path)
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "A sanitizer needs more address space than could be limited";
 #endif
-  // Room for the expanded text and not for the path: a text that stayed would be in the way of the next one.
+  // There is memory for the expanded text, but not for the path. A text that stays allocated would make the next
+  // expansion fail.
   Child poor([] {
     const std::size_t size = 64 << 20;
     const std::string prefix(size, 'p');
@@ -359,7 +360,7 @@ TEST(path_conf, replaces_every_occurrence_from_left_to_right)
   const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
       {"/a/%n/%n.conf", "%n", "svc", "/a/svc/svc.conf"},
       {"aaa", "aa", "b", "ba"},
-      {"aa", "a", "aa", "aaaa"}, // what is put in is not looked at again
+      {"aa", "a", "aa", "aaaa"}, // the search goes on behind the replacement
       {"abab", "ab", "", ""},
       {"abc", "x", "y", "abc"},
       {"abc", "B", "y", "abc"},

@@ -14,7 +14,7 @@ class product_version : public testing::Test
 protected:
   product_version()
   {
-    // Nothing of the account's, or of a git that has this test run, may show.
+    // The test must not depend on the git settings of the account, or of a git command that runs the test.
     setenv("HOME", dir_.path().c_str(), 1);
     setenv("GIT_CONFIG_NOSYSTEM", "1", 1);
     setenv("GIT_CEILING_DIRECTORIES", dir_.path().c_str(), 1);
@@ -28,7 +28,7 @@ protected:
                     " && git init -q && git -c user.name=t -c user.email=t@t commit -q --allow-empty -m t");
   }
 
-  // Have the header written for the tree in `folder`, and read it.
+  // Lets the build's script write the header for the tree in `folder`, and reads it.
   std::string write(const std::string& folder, const std::string& version = "1.2.3")
   {
     std::filesystem::create_directories(dir_ / folder);

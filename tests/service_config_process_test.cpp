@@ -23,7 +23,7 @@ static std::string recorder(const std::string& name, const std::string& argument
   return dynamic_directive(name, "recorder", "_make_Recorder", name + ' ' + arguments);
 }
 
-// What the services of the tests have recorded, in order.
+// The records of the test services, in order.
 static std::vector<std::string> service_records(const Starter_Process& starter)
 {
   std::vector<std::string> texts;
@@ -33,7 +33,7 @@ static std::vector<std::string> service_records(const Starter_Process& starter)
   return texts;
 }
 
-// Starts the executable in the directory `dir`, not in the one that Starter_Process makes.
+// Starts the executable in the directory `dir` instead of the one that Starter_Process makes.
 static Start_Options probed_in(const Temp_Dir& dir)
 {
   Start_Options options = probed();
@@ -41,7 +41,7 @@ static Start_Options probed_in(const Temp_Dir& dir)
   return options;
 }
 
-// End the process in order once its log holds `record`, and no thread is on its way any more.
+// Ends the process in order as soon as its log holds `record` and all its threads rest.
 static void end_after(Starter_Process& starter, const std::string& record)
 {
   ASSERT_TRUE(starter.wait_for_record(record)) << starter.log();
@@ -66,7 +66,7 @@ TEST(service_config_process, loads_the_files_of_a_directory_in_byte_order_and_fi
                           "a2 stops.", "a2 is deleted.", "a1 stops.", "a1 is deleted.", "A stops.", "A is deleted."));
 }
 
-// Each file of the first directory is processed again: its services make way for new ones of the same names.
+// Each file of the first directory is processed again, and new services replace those of the same names.
 TEST(service_config_process, loads_the_files_of_the_first_of_two_directories_again)
 {
   const Temp_Dir dir;
@@ -161,7 +161,7 @@ TEST(service_config_process, goes_on_after_a_syntax_error)
   EXPECT_THAT(service_records(starter), ElementsAre("b starts.", "b stops.", "b is deleted."));
 }
 
-// The configurator gives up at the first file that it cannot open, and says so only when debugging was asked for.
+// The configurator gives up at the first file that it cannot open, and logs this only with the option -d.
 TEST(service_config_process, goes_on_without_services_after_a_missing_file)
 {
   const Temp_Dir dir;
@@ -255,7 +255,7 @@ TEST(service_config_process, goes_on_without_services_after_an_impossible_signal
   }
 }
 
-// Without a file to stop at, nothing else shows that the process got as far as its loop.
+// There is no service whose record could show that the process has reached its loop.
 TEST(service_config_process, runs_without_any_service)
 {
   Starter_Process starter({"--reactor", "tp", "--threads", "2"}, probed());
@@ -267,7 +267,7 @@ TEST(service_config_process, runs_without_any_service)
   EXPECT_THAT(service_records(starter), IsEmpty());
 }
 
-// The steps of the shutdown, up to the end of main; at exit the framework closes everything once more by itself.
+// The steps of the shutdown up to the end of main. At exit the framework itself closes everything a second time.
 static std::vector<std::string> shutdown_steps(const std::vector<std::string>& options)
 {
   Start_Options start = probed();

@@ -69,7 +69,7 @@ TEST(signal_handlers, gives_each_group_a_handler_of_its_own)
 
 TEST(signal_handlers, asks_for_no_flags_and_blocks_nothing_else)
 {
-  const int restorer = 0x04000000; // the C library's own, always set
+  const int restorer = 0x04000000; // the C library always sets this flag
 
   init_signal_handlers();
 

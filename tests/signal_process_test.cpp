@@ -22,7 +22,7 @@ using Texts = std::vector<std::string>;
 
 const char SOURCE[] = "starter/starter.cpp";
 
-// A signal of the C library's own is in the set when the process has ended a thread before.
+// The set contains a signal of the C library itself when the process has ended a thread before.
 std::vector<int> signals(const Starter_Process& starter, const std::string& field)
 {
   std::vector<int> result = signals_in_mask(starter.status_field(field));
@@ -64,7 +64,7 @@ std::vector<Logged> records_with(const Starter_Process& starter, const std::stri
 class every_loop : public testing::TestWithParam<Loop>
 {
 protected:
-  // Up to where services have been loaded and the loop threads are there.
+  // Waits until the services have been loaded and the loop threads run.
   static bool is_up(Starter_Process& starter, const std::string& record)
   {
     return starter.wait_for_record(record) && wait_for_loop(starter, GetParam());
@@ -79,8 +79,8 @@ TEST_P(every_loop, has_the_dispositions_from_the_opening_to_the_end)
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(CAUGHT, signals(starter, "SigCgt"));
     EXPECT_EQ(IGNORED, signals(starter, "SigIgn"));
-    EXPECT_TRUE(
-        starter.wait_until([&] { return signals(starter, "SigBlk").empty(); })); // a record in the making blocks
+    // Signals are blocked while a record is made.
+    EXPECT_TRUE(starter.wait_until([&] { return signals(starter, "SigBlk").empty(); }));
 
     starter.send(SIGHUP);
     ASSERT_TRUE(starter.wait_for_record("and reconfiguring ...", static_cast<unsigned>(i) + 1)) << starter.log();
@@ -131,7 +131,7 @@ TEST_P(every_loop, logs_a_fault_with_a_back_trace_and_ends_with_status_0)
     const std::vector<Logged> found = records_with(starter, "caught in");
     ASSERT_EQ(1u, found.size());
     EXPECT_THAT(found[0], BeginsLike(alert(caught_in(signo, "starter") + ", the back trace:\n").in(SOURCE)));
-    EXPECT_NE(std::string::npos, found[0].text.find("libc.so.6(")) << found[0].text; // where the thread waits
+    EXPECT_NE(std::string::npos, found[0].text.find("libc.so.6(")) << found[0].text; // the frame where the thread waits
   }
 }
 
@@ -182,7 +182,7 @@ TEST(fault, of_a_service_names_its_frames)
     }
 }
 
-// The back trace allocates, and waits for the allocator's lock for ever.
+// The back trace allocates memory, and therefore waits for the lock of the allocator for ever.
 TEST(fault, inside_the_allocator_ends_the_process_too)
 {
   for (const char* const kind : {"select", "tp"}) {
@@ -203,7 +203,7 @@ TEST(fault, while_services_load_needs_no_reactor)
   EXPECT_EQ(1u, starter.count(caught_in(SIGSEGV, "starter") + ", the back trace:\n")) << starter.log();
 }
 
-// With a thread beside it the main thread waits for the allocator, too, and is interrupted there by the alarm.
+// When there is another thread, the main thread waits for the allocator, too, and the alarm interrupts it there.
 TEST(fault, inside_the_allocator_is_logged_by_a_single_loop_itself)
 {
   std::vector<std::string> args = with_service({"--reactor", "select"}, "named", "_make_Named", "beside");
@@ -215,7 +215,7 @@ TEST(fault, inside_the_allocator_is_logged_by_a_single_loop_itself)
   EXPECT_EQ(alert(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n").in(SOURCE), found[0]);
 }
 
-// The back trace waits for the allocator, and the record without it for the log.
+// The back trace waits for the allocator, and the record without a back trace waits for the log.
 TEST(fault, inside_the_allocator_is_recorded_even_while_its_thread_holds_the_log)
 {
   Starter_Process starter(with_service({"--reactor", "tp", "--threads", "4"}, "crash", "_make_Crash", "log"));
@@ -263,7 +263,7 @@ TEST_P(during_start_up, a_termination_leads_straight_to_the_shutdown)
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   EXPECT_EQ(2u, starter.count("caught in")) << starter.log();
-  EXPECT_EQ(1u, starter.count("Gate is open, loop done 1.")) << starter.log(); // at once, before there is a loop
+  EXPECT_EQ(1u, starter.count("Gate is open, loop done 1.")) << starter.log(); // the loop was ended before it ran
   EXPECT_EQ(1u, starter.count("Gate is gone.")) << starter.log();
 }
 
@@ -280,10 +280,10 @@ TEST(termination, while_the_default_reactor_is_made_is_not_lost)
   EXPECT_EQ(1u, starter.count("Signal 15 (Terminated) caught in [starter].")) << starter.log();
 }
 
-// One of the system calls of a process: its name, and how many of that name there have been with it.
+// The name of a system call, and its number among the calls of this name in the process, counted from 1.
 using Numbered_Call = std::pair<std::string, unsigned>;
 
-// Those of the main thread between the last disposition and the last record of the start-up.
+// The system calls of the main thread between the last disposition and the last record of the start-up.
 static std::vector<Numbered_Call> start_up_calls(const std::vector<std::string>& args)
 {
   const Temp_Dir dir;
@@ -310,7 +310,7 @@ static std::vector<Numbered_Call> start_up_calls(const std::vector<std::string>&
   return result;
 }
 
-// Send the signal together with that call. False when the process did not make it this time.
+// Sends the signal together with that call. Returns false when the process did not make the call this time.
 static bool serves_signal_with(const Numbered_Call& call, int signo, const std::vector<std::string>& args)
 {
   const auto& [name, count] = call;
@@ -343,11 +343,11 @@ TEST(start_up, loses_no_signal_that_comes_with_one_of_its_system_calls)
       }
 
     EXPECT_LT(20u, calls.size());
-    EXPECT_LT(calls.size(), served); // of twice as many
+    EXPECT_LT(calls.size(), served); // there are twice as many runs as calls
   }
 }
 
-// The framework makes a thread's records in one place.
+// The framework builds all records of a thread in one buffer.
 TEST(start_up, loses_no_record_that_a_signal_interrupts)
 {
   const std::pair<int, const char*> cases[] = {{SIGTERM, "Signal 15 (Terminated) caught in [starter].\n"},
@@ -390,7 +390,7 @@ TEST(termination, twice_gives_two_records_and_one_end)
   EXPECT_EQ(1u, starter.count("Gate is gone.")) << starter.log();
 }
 
-// The handler finds a loop that is done, and has nothing to end.
+// The event loop has ended already, so the signal handler has nothing to end.
 TEST(termination, after_a_service_has_ended_the_loop_is_only_logged)
 {
   for (const Loop& loop : LOOPS) {
@@ -408,7 +408,7 @@ TEST(termination, after_a_service_has_ended_the_loop_is_only_logged)
 class single_loop : public testing::TestWithParam<Loop>
 {
 protected:
-  // Have a callback raise a hang-up, and wait until the services have been reconfigured and it has ended.
+  // Lets a callback raise a hang-up, and waits until the services have been reconfigured and the callback has returned.
   static std::string log_of(const std::string& where, const Start_Options& options = {})
   {
     const Temp_Dir dir;
@@ -432,7 +432,7 @@ TEST_P(single_loop, is_reconfigured_between_callbacks)
   EXPECT_LT(log.find("Callback has ended."), log.find("and reconfiguring ...")) << log;
 }
 
-// Not waiting any longer is what brings a loop that hangs to a reload.
+// The signal handler stops waiting for a callback that hangs, so that even this loop reloads.
 TEST_P(single_loop, is_reconfigured_in_the_middle_of_a_callback_that_does_not_end)
 {
   const std::string log = log_of("hold");
@@ -463,7 +463,7 @@ INSTANTIATE_TEST_SUITE_P(hang_up, single_loop, testing::ValuesIn(single_loops())
 
 // ---- The hang-up of a pool
 
-// The loop thread that waits for events on behalf of all, 0 if there is none.
+// The loop thread that waits for events on behalf of all loop threads; 0 if there is none.
 static pid_t waiting_loop_thread(const Starter_Process& starter)
 {
   for (const pid_t tid : starter.threads()) {
@@ -475,9 +475,9 @@ static pid_t waiting_loop_thread(const Starter_Process& starter)
   return 0;
 }
 
-// Kept: while the main thread is at its reload and holds the signal back, a loop thread may take the next one. That one
-// passes it on, and ends where the reactor's wait does not survive a signal; whoever sends hang-ups waits for one to be
-// served.
+// Kept: while the main thread reloads and blocks the signal, a loop thread may get the next hang-up. This thread passes
+// the signal on to the main thread, and ends where the wait of the reactor does not survive a signal. Operators wait
+// for a hang-up to be served before they send another one.
 TEST(hang_up, during_a_reload_is_served_after_it_and_costs_every_pool_but_tp_a_thread)
 {
   const std::pair<const char*, std::size_t> cases[] = {{"tp", 5}, {"dev_poll", 4}};
@@ -556,7 +556,7 @@ TEST(user_signal_1, stays_ignored_when_the_process_inherits_it_ignored)
   ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
 
   starter.send(SIGUSR1);
-  starter.send(SIGUSR2); // served after the first one
+  starter.send(SIGUSR2); // this signal is served after the first one
   ASSERT_TRUE(starter.wait_for_record("Enable ACE::debug.")) << starter.log();
   EXPECT_TRUE(starter.is_running());
 }

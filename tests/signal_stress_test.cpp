@@ -1,5 +1,5 @@
-// Signals at random moments, many times over. The number of runs of each case is STARTER_STRESS_COUNT, by default one
-// that a test run can afford. A hang shows as a process that is not gone within a minute.
+// The tests send signals at random moments, many times. STARTER_STRESS_COUNT sets the number of runs of each case; the
+// default is small enough for every test run. A process that still exists after a minute has hung.
 
 #include "tests/support/loops.h"
 
@@ -18,7 +18,7 @@ namespace
 struct Load
 {
   const char* name;
-  unsigned bytes; // on the way through the busy service, 0 for a process without services
+  unsigned bytes; // those that circulate in the busy service, 0 for a process without services
 };
 
 std::ostream& operator<<(std::ostream& out, const Load& load)
@@ -106,7 +106,7 @@ TEST_P(signal_stress, goes_on_after_a_hang_up_at_any_moment)
 
   for (int i = 0; i < count_; ++i) {
     SCOPED_TRACE(i);
-    ASSERT_TRUE(loop.threads == 1 || starter.wait_for_event_loop()); // during a reload it may cost a thread
+    ASSERT_TRUE(loop.threads == 1 || starter.wait_for_event_loop()); // a signal during a reload may cost a thread
     starter.send(SIGHUP);
     ASSERT_TRUE(starter.wait_for_record("and reconfiguring ...", static_cast<unsigned>(i) + 1)) << starter.log();
     pass_time(up_to(1000));
@@ -118,7 +118,7 @@ TEST_P(signal_stress, goes_on_after_a_hang_up_at_any_moment)
   ASSERT_EQ(0, starter.wait_status()) << starter.log();
 }
 
-// Services that go and come while loop threads work for them.
+// Services are replaced while loop threads work for them.
 TEST_P(signal_stress, reloads_services_at_work_on_a_hang_up)
 {
   const auto& [loop, load] = GetParam();

@@ -32,10 +32,10 @@ public:
 
 using Buffer = Open_Buffer<4096>;
 
-// A character that the C locale has no bytes for: formatting it is an error of the C library's.
+// The C locale has no bytes for this character, so the C library fails to format it.
 static const wchar_t* const UNFORMATTABLE = L"\x20ac";
 
-// A text of `length` characters, no two stretches of it alike.
+// A text of `length` characters in which no two longer passages are alike.
 static std::string text_of(std::size_t length)
 {
   std::string text;
@@ -178,7 +178,7 @@ TEST(snprintf_t, moves_to_the_heap_at_4096_characters_after_one_more_formatting)
   EXPECT_THAT(calls.rooms, ElementsAre(4096U, 4097U));
 }
 
-// Kept: one more than the room is what libraries guess that cannot tell the length.
+// Kept: a C library that cannot tell the length returns one more than the room.
 TEST(snprintf_t, doubles_a_length_of_one_more_than_the_room)
 {
   const std::string text = text_of(4097);
@@ -301,13 +301,13 @@ TEST(snprintf_t, keeps_its_heap_buffer_when_memory_runs_out)
   EXPECT_EQ(text, buffer.c_str());
 }
 
-// The framework reports an error as a length of one more than the room, which would be grown for without end.
+// The framework reports an error as one more than the room. A loop that believed this would grow the room for ever.
 TEST(snprintf_t, returns_a_formatting_error_at_once)
 {
   const struct
   {
     const char* name;
-    int before; // characters formatted before the bad one
+    int before; // characters in front of the one that cannot be formatted
     int old_errno;
   } cases[] = {{"at the start", 0, 0},
                {"after some text", 10, 0},
@@ -409,7 +409,7 @@ TEST(snprintf_t, formats_the_text_of_the_current_errno)
   EXPECT_STREQ("No such file or directory", doubled.c_str());
 }
 
-// The caller's errno is in force for %m, and so cannot show an error of the formatting itself.
+// %m needs the errno of the caller, which therefore cannot show an error of the formatting itself.
 TEST(snprintf_t, returns_a_formatting_error_beside_the_text_of_the_same_errno)
 {
   Open_Buffer<8> buffer;

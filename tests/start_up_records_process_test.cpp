@@ -32,7 +32,7 @@ static std::vector<Logged> logged(const Starter_Process& starter)
   return found;
 }
 
-// The system record of this machine, with what a test may set.
+// The system record of this machine, with the values that a test may set.
 static std::string system_info(const std::string& memory, const std::string& swappiness)
 {
   utsname uts;
@@ -57,7 +57,7 @@ static std::string real_swappiness()
   return std::to_string(std::stoi(read_file("/proc/sys/vm/swappiness")));
 }
 
-// Without a word from the notifier, unless a test wants some.
+// Start options with the notifier switched off.
 static Start_Options quiet()
 {
   Start_Options options = probed();
@@ -65,7 +65,7 @@ static Start_Options quiet()
   return options;
 }
 
-// The records of a start up to the event loop.
+// The records of a start until the event loop runs.
 static std::vector<Logged> start(const Start_Options& options)
 {
   Starter_Process starter({}, options);
@@ -171,7 +171,7 @@ class swappiness_record : public testing::Test
 protected:
   void SetUp() override { NEEDS(is_root(), "root, for mounts of its own"); }
 
-  // The records of a start after `command` in mounts of its own; $file is a file of `content`.
+  // The records of a start after `command`, in a mount namespace. In `command`, $file is a file with `content`.
   std::vector<Logged> start_after(const std::string& command, const std::string& content = "") const
   {
     Start_Options options = quiet();
@@ -230,8 +230,9 @@ TEST_F(swappiness_record, comes_after_an_error_record_when_the_file_is_not_for_t
 
 TEST_F(swappiness_record, comes_after_an_error_record_when_reading_fails)
 {
+  // Nothing is mapped at the address 0 of a process, so reading fails there.
   EXPECT_EQ((std::vector<Logged>{failure(5, "Input/output error"), system("-1"), BANNER}),
-            start_after("mount --bind /proc/$$/mem /proc/sys/vm/swappiness")); // nothing is mapped at its start
+            start_after("mount --bind /proc/$$/mem /proc/sys/vm/swappiness"));
 }
 
 TEST_F(swappiness_record, comes_after_an_error_record_with_whatever_errno_is_when_the_file_is_empty)
@@ -246,8 +247,8 @@ TEST_F(swappiness_record, comes_after_an_error_record_with_whatever_errno_is_whe
   EXPECT_EQ(BANNER, records[2]);
 }
 
-// Told from the log alone: without /proc a sanitizer finds neither its options, which let it be preloaded with a probe,
-// nor its way to an orderly end.
+// The test reads the log only. Without /proc a sanitizer does not find its options, which it needs beside a preloaded
+// probe, and does not reach an orderly end.
 TEST_F(swappiness_record, comes_after_an_error_record_when_proc_is_not_mounted)
 {
   Start_Options options;
@@ -263,7 +264,7 @@ TEST_F(swappiness_record, comes_after_an_error_record_when_proc_is_not_mounted)
 
 // ---- The order of it all
 
-// Whether `milestones` (regular expressions) are found in `calls`, one after the other.
+// Whether calls that match `milestones`, which are regular expressions, are found in `calls` in this order.
 static testing::AssertionResult in_order(const std::vector<std::string>& calls,
                                          const std::vector<std::string>& milestones)
 {

@@ -14,11 +14,11 @@
 #include <string>
 #include <utility>
 
-// The names of the symbols that the executable defines, one a line as nm prints them with `options`.
+// The names of the symbols that the executable defines, as nm prints them with `options`.
 static std::set<std::string> symbols(const std::string& options)
 {
   const std::string command = "nm --defined-only --format=posix " + options + " '" + starter_executable() + "'";
-  // A name of a demangled symbol has blanks in it; type and value follow it.
+  // The demangled name of a symbol may contain blanks. Its type and value follow it.
   std::set<std::string> names;
   static const std::regex fields("^(.*) [A-Za-z] [0-9a-f]+( [0-9a-f]*)?$");
   std::smatch match;
@@ -31,7 +31,7 @@ static std::set<std::string> symbols(const std::string& options)
 TEST(stl_symbols, exports_the_code_that_services_bind_to)
 {
   const std::set<std::string> exported = symbols("--dynamic");
-  // Beginnings, because the constraints on the arguments of std::swap are part of its name and every library's own.
+  // These are beginnings of names: the constraints on the arguments of std::swap, which follow, differ among libraries.
   const std::pair<const char*, std::string> cases[] = {
       {"std::max<unsigned long>", "_ZSt3maxImERKT_S2_S2_"},
       {"std::max<long>", "_ZSt3maxIlERKT_S2_S2_"},
@@ -48,7 +48,7 @@ TEST(stl_symbols, exports_the_code_that_services_bind_to)
   }
 }
 
-// What the program and its library define themselves, but for what a C program is to find.
+// The names that the program and its library define, except those for C programs.
 static const std::regex
     OWN_NAMES("\\b(parse_uid_gid|find_file_extension|is_file_extension|is_regular_file|init_signal_handlers|"
               "handle_terminate|init_stl_symbols|open_service_config|is_safe_to_substitute|add_option|"
@@ -72,7 +72,7 @@ TEST(stl_symbols, exports_no_function_of_the_program_itself)
   EXPECT_THAT(own_names(symbols("--dynamic --demangle")), ::testing::IsEmpty());
 }
 
-// The complement of the test above: were the names wrong, it could not fail.
+// This test complements the one above, which could not fail if the names were wrong.
 TEST(stl_symbols, hides_functions_that_the_program_defines)
 {
   const std::set<std::string> all = symbols("--demangle");
@@ -92,7 +92,7 @@ TEST(stl_symbols, exports_nothing_but_code_of_the_libraries)
   static const std::regex of_the_tools(
       "_IO_stdin_used|__bss_start|__data_start|data_start|_edata|_end|_start|_init|_fini|"
       "__start_.*|__stop_.*|__odr_asan.*|__[a-z]+san_.*|\\w*gcov\\w*|mangle_path");
-  static const std::regex copied_data(".*@.*"); // of a library with versions, such as stderr
+  static const std::regex copied_data(".*@.*"); // data of a library with symbol versions, such as stderr
   static const std::regex for_c_programs("enable_fd_cloexec|o_cloexec_enabled");
 
   for (const std::string& name : symbols("--dynamic --demangle"))

@@ -9,7 +9,7 @@
 
 using testing::ElementsAre;
 
-// A character that the C locale has no bytes for: formatting it is an error of the C library's.
+// The C locale has no bytes for this character, so the C library fails to format it.
 static const wchar_t* const UNFORMATTABLE = L"\x20ac";
 
 static int format_into(std::string& s, bool append, const char* fmt, ...)
@@ -22,7 +22,7 @@ static int format_into(std::string& s, bool append, const char* fmt, ...)
   return rc;
 }
 
-// What a string holds without any memory of its own.
+// The capacity of a string that has not allocated memory.
 static std::size_t least_capacity()
 {
   return std::string().capacity();
@@ -116,8 +116,8 @@ TEST(string_sprintf, grows_to_the_length_by_one_more_formatting)
   }
 }
 
-// Kept, and other than the doubling of snprintf_t: one more than the room is what libraries guess that cannot tell
-// the length.
+// Kept: a C library that cannot tell the length returns one more than the room. snprintf_t doubles its room then, this
+// function does not.
 TEST(string_sprintf, adds_128_to_a_length_of_one_more_than_the_room)
 {
   for (const std::size_t room : {128U, 300U}) {
@@ -211,7 +211,7 @@ static int format_twice(std::string& s, const char* fmt, ...)
 {
   va_list args;
   va_start(args, fmt);
-  (void)string_vsprintf(s, fmt, &args, false); // only the second result matters: the list must be as it was
+  (void)string_vsprintf(s, fmt, &args, false); // only the result of the second call matters: the list must be unchanged
   const int rc = string_vsprintf(s, fmt, &args, true);
   va_end(args);
 
@@ -227,7 +227,7 @@ TEST(string_sprintf, leaves_the_argument_list_as_it_was)
   EXPECT_EQ("abc-7abc-7", s);
 }
 
-// The framework reports an error as a length of one more than the room, which would be grown for without end.
+// The framework reports an error as one more than the room. A loop that believed this would grow the room for ever.
 TEST(string_sprintf, empties_the_string_after_a_formatting_error_and_releases_its_memory)
 {
   for (const int before : {0, 10, 5000})

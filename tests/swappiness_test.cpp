@@ -15,7 +15,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// The C library as the program finds it here: the kernel's file may be another one, and closing may spoil errno.
+// These stand in for functions of the C library in the program: the kernel's file may be another file, and closing may
+// change errno.
 static std::string instead;
 static bool close_spoils_errno;
 static int opened_with;
@@ -51,7 +52,7 @@ extern "C" int close(int fd)
   return result;
 }
 
-// What get_vm_swappiness makes of a file at `path`, and `errno` afterwards.
+// The result of get_vm_swappiness with the file at `path` in place of the kernel's, and `errno` afterwards.
 static std::tuple<short, int> read_from(const std::string& path)
 {
   instead = path;
@@ -113,7 +114,7 @@ TEST(get_vm_swappiness, fails_with_the_error_of_read_which_closing_does_not_hide
 {
   const Temp_Dir dir;
 
-  EXPECT_EQ(std::tuple(-1, EISDIR), read_from(dir.path())); // a directory opens, but does not read
+  EXPECT_EQ(std::tuple(-1, EISDIR), read_from(dir.path())); // a directory can be opened, but not read
 }
 
 TEST(get_vm_swappiness, fails_for_an_empty_file_and_leaves_errno_alone)

@@ -9,7 +9,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-// The C library as sysconf_helper.cpp finds it here; without values of the test's own it answers the truth.
+// This stands in for sysconf in sysconf_helper.cpp. It returns the real value unless the test sets another one.
 static bool faked;
 static long pages;
 static long page_size;

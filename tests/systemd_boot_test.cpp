@@ -6,13 +6,13 @@
 
 #include <string>
 
-// The program as a service of systemd's, with a watchdog and a service in it that stalls the loop when it is told to.
+// The program runs under systemd with a watchdog, and has a service that stalls the loop on command.
 class systemd_boot : public Systemd_Fixture
 {
 protected:
   systemd_boot() : Systemd_Fixture("test.service") {}
 
-  // Boot with the unit. `settings` are lines of its section [Service].
+  // Boots the machine with the unit. `settings` are lines of its section [Service].
   void boot(const std::string& settings, const std::string& arguments)
   {
     machine_.dir().write("svc.conf", staller_directive());

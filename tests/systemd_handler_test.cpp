@@ -23,7 +23,8 @@
 
 // ---- What the notifier finds in place of the C library
 
-// Library names that are found elsewhere, or nowhere; every name that is asked for, and how.
+// `redirected` maps library names to other files, which may be missing. `asked_for` lists every name that was opened,
+// with its mode.
 static std::map<std::string, std::string> redirected;
 static std::vector<std::pair<std::string, int>> asked_for;
 
@@ -38,7 +39,8 @@ extern "C" void* dlopen(const char* name, int mode) noexcept
   return real(found == redirected.end() ? name : found->second.c_str(), mode);
 }
 
-// A loader that does not tell why. The real one is looked up beforehand: that would take its words away.
+// While `is_wordless` is set, the loader gives no reason for an error. The real dlerror is looked up beforehand,
+// because the look-up itself would clear the reason.
 using dlerror_t = char* (*)();
 static bool is_wordless;
 
@@ -54,7 +56,7 @@ extern "C" char* dlerror() noexcept
   if (is_wordless)
     return nullptr;
   if (!real_dlerror)
-    real_dlerror = find_dlerror(); // a sanitizer asks before anything is initialised
+    real_dlerror = find_dlerror(); // a sanitizer calls this before the variables are initialised
   return real_dlerror();
 }
 
@@ -68,7 +70,7 @@ public:
   using Systemd_Handler::notify_timer_id_;
 };
 
-// A timer queue that has no room, and one that counts what is asked of it.
+// A timer queue whose schedule() fails with `error` unless this is 0, and which notes the timers that it cancels.
 class Watched_Timers : public ACE_Timer_Heap
 {
 public:
@@ -137,7 +139,7 @@ protected:
 
   void use(const std::string& library) { setenv("LIBSYSTEMD_FILENAME", library.c_str(), 1); }
 
-  // Open the notifier; what it logs and writes to standard error is kept.
+  // Opens the notifier, and keeps its records and its output to standard error.
   int open(ACE_Reactor* r)
   {
     const Log_Capture capture;
@@ -149,7 +151,7 @@ protected:
   }
   int open() { return open(&reactor_); }
 
-  // What the library has been called with since the last time.
+  // The calls of the library since the last time.
   std::vector<std::string> calls()
   {
     const std::vector<std::string> calls = fake_calls(calls_);
@@ -176,7 +178,7 @@ protected:
     return std::to_string(i.item()->get_interval().get_msec());
   }
 
-  // Nothing is left of an attempt to open.
+  // An attempt to open must have left nothing behind.
   void expect_closed()
   {
     EXPECT_EQ(nullptr, handler_.handle_);
@@ -431,7 +433,7 @@ TEST_F(systemd_handler, warns_when_there_is_no_watchdog_for_this_service_and_rep
 
 TEST_F(systemd_handler, leaves_the_watchdog_variables_alone)
 {
-  setenv("WATCHDOG_PID", "1", 1); // the library's business
+  setenv("WATCHDOG_PID", "1", 1); // the library looks at this variable
 
   ASSERT_EQ(0, open());
   EXPECT_STREQ("30000000", std::getenv("WATCHDOG_USEC"));
@@ -640,7 +642,7 @@ TEST_F(systemd_handler, sends_a_keep_alive_at_every_expiry_that_the_reactor_disp
   ASSERT_EQ(0, open());
   (void)calls();
 
-  // The queue is told what time it is: no waiting.
+  // The queue gets the time from the test, which therefore need not wait.
   ACE_Time_Value now = timers_->earliest_time();
   for (int expiry = 1; expiry <= 3; ++expiry) {
     SCOPED_TRACE(expiry);
@@ -741,14 +743,14 @@ TEST_F(systemd_handler, closes_when_it_is_destroyed)
 
 // ---- The one of the process
 
-// Tells what new_event_handler does with it.
+// Notes what new_event_handler does with it.
 class Probe : public ACE_Event_Handler
 {
 public:
   Probe() { created = this; }
   ~Probe() override { ++deleted; }
 
-  // Nothing but this form is what the handler may be made with.
+  // This is the only form of new that new_event_handler may use.
   static void* operator new(std::size_t size, const std::nothrow_t&) noexcept
   {
     return out_of_memory ? nullptr : std::malloc(size);
@@ -804,7 +806,7 @@ TEST(new_event_handler, sets_errno_and_opens_nothing_without_memory)
   EXPECT_TRUE(capture.records().empty());
 }
 
-// The last suite, because the library stays loaded.
+// This suite is the last one, because the library stays loaded.
 class process_notifier : public systemd_handler
 {
 };

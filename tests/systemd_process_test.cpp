@@ -25,7 +25,7 @@ static const char READY[] = "sd_notify 0 READY=1\n";
 static const char KEEP_ALIVE[] = "sd_notify 0 WATCHDOG=1\n";
 static const char BANNER[] = ") is started.\n";
 
-// Those of the notifier.
+// The records of the notifier.
 static std::vector<Logged> notifier_records(const Starter_Process& starter)
 {
   std::vector<Logged> found;
@@ -218,7 +218,7 @@ TEST_F(notifier_process, starts_without_notifications_whatever_is_missing)
 
 // ---- With the client library of the machine
 
-// A socket such as the init system has for its services.
+// A socket like the one that the init system provides for its services.
 class Notify_Socket
 {
 public:
@@ -277,7 +277,7 @@ class real_library : public testing::Test
 protected:
   void SetUp() override { NEEDS(is_root(), "root, for mounts of its own"); }
 
-  // In mounts of its own, where the init system runs or does not run as far as the library can tell.
+  // Starts the program in a mount namespace in which the library finds, or does not find, a running init system.
   Start_Options options(bool booted) const
   {
     const std::string mark = booted ? " && mkdir -p /run/systemd/system" : "";
@@ -356,7 +356,7 @@ TEST_F(real_library, is_silent_where_the_init_system_does_not_run)
 
 TEST_F(real_library, is_looked_for_by_two_names_before_the_process_goes_on_without_it)
 {
-  // Hidden from the loader's default places, whatever the architecture calls them.
+  // The script hides the library in all default directories of the loader.
   Start_Options options = this->options(true);
   options.env["WATCHDOG_USEC"] = "30000000";
   options.wrapper[6] = "mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/system && : > /run/nothing && "

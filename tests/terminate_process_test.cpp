@@ -14,7 +14,7 @@
 
 using Words = std::vector<std::string>;
 
-// The records of the program itself, those of its end among them.
+// The records of the program itself about its end.
 static std::vector<Record> own_records(const Starter_Process& starter)
 {
   std::vector<Record> records = starter.records();
@@ -25,7 +25,7 @@ static std::vector<Record> own_records(const Starter_Process& starter)
   return records;
 }
 
-// The record ends in a back trace, unless that was too long for the record.
+// The record must begin like `beginning` and go on with a back trace.
 static void expect_record(const Record& record, const Logged& beginning)
 {
   EXPECT_THAT(without_file(record), BeginsLike(beginning));
@@ -59,7 +59,8 @@ TEST(terminate_process, records_an_uncaught_exception_and_ends_with_status_0)
   }
 }
 
-// The handler has nothing to tell then: to rethrow nothing brings it back to itself, and it aborts.
+// Without an exception the terminate handler has nothing to record: its attempt to rethrow calls it again, and it
+// aborts.
 TEST(terminate_process, records_only_the_abort_without_an_exception)
 {
   for (const Words& options : {MAIN_THREAD, POOL}) {

@@ -1,4 +1,4 @@
-// The unit template as it is installed: what systemd says of it, and instances of it under systemd itself.
+// The tests let systemd judge the installed unit template, and run instances of it under a real systemd.
 
 #include "tests/support/command.h"
 #include "tests/support/requirements.h"
@@ -22,7 +22,7 @@ static std::string with_replaced(std::string text, const std::string& old, const
   return text;
 }
 
-// The template, with the programs of `sbin` and the configuration in `config` instead of the installed ones.
+// The template with the directories `sbin` and `config` in place of the installed ones.
 static std::string template_with(const std::string& sbin, const std::string& config)
 {
   return with_replaced(with_replaced(read_file(TESTS_UNIT_TEMPLATE), TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR,
@@ -38,12 +38,12 @@ protected:
   {
     NEEDS(Systemd_Machine::is_installed(), "systemd");
 
-    for (const char* const program : {"starter", "starter-check"}) // only whether they may be run is looked at
+    for (const char* const program : {"starter", "starter-check"}) // systemd only looks whether it may run them
       fs::create_symlink(starter_executable(), dir_ / program);
     dir_.write("starter@one.service", template_with(dir_.path(), "/etc/starter"));
   }
 
-  // What systemd-analyze prints with `arguments` and an instance of the template; "" when it has nothing to say.
+  // The output of systemd-analyze with `arguments` for an instance of the template.
   std::string analyze(const std::string& arguments)
   {
     const Ended result =
@@ -69,7 +69,7 @@ TEST_F(unit_template_analysis, is_exposed_by_1_point_5_at_most)
 TEST(unit_template_text, gives_a_reason_for_every_setting)
 {
   std::istringstream lines(read_file(TESTS_UNIT_TEMPLATE));
-  bool has_reason = false; // a comment stands above, with no blank line between
+  bool has_reason = false; // a comment stands above without a blank line in between
   unsigned settings = 0;
   for (std::string line; std::getline(lines, line);) {
     if (line.empty() || line[0] == '[')
@@ -91,8 +91,8 @@ class unit_template : public Systemd_Fixture
 protected:
   unit_template() : Systemd_Fixture("starter@staller.service") {}
 
-  // Boot a machine in which the program, a service library and the configuration are below /run/test, which no
-  // hardening hides. `settings` are lines of the section [Service] in a drop-in.
+  // Boots a machine in which the program, a service library and the configuration are below /run/test, because no
+  // hardening hides this directory. `settings` are lines of the section [Service] in a drop-in.
   void boot(const std::string& settings = "")
   {
     const Temp_Dir& dir = machine_.dir();
@@ -116,8 +116,8 @@ protected:
       machine_.add_unit(target, "[Unit]\nDefaultDependencies=no\n");
     ASSERT_TRUE(machine_.boot());
 
-    // What hardening and directories of its own write to, which the machine has read-only. The test's own directory
-    // stays where it is.
+    // systemd writes to these directories for the hardening and the directories of the unit. Elsewhere the machine is
+    // read-only. The directory of the test stays where it is.
     const std::string path = dir.path();
     ASSERT_TRUE(machine_.succeeds("mkdir /run/test && mount --bind " + path +
                                   " /run/test && "
@@ -129,7 +129,7 @@ protected:
                                   path));
   }
 
-  // Whether the checker of this machine finds something from now on that the real one does not.
+  // Decides whether the checker of this machine reports a finding from now on that the real checker does not.
   void has_findings(bool has) const { machine_.dir().write("findings", has ? "1" : "0"); }
 
   void start()
@@ -147,7 +147,7 @@ protected:
   std::string pid_;
 
 private:
-  // It needs calls that the unit refuses.
+  // The leak checker needs system calls that the unit refuses.
   static std::string without_leak_checker()
   {
     const char* const options = std::getenv("ASAN_OPTIONS");
@@ -263,7 +263,7 @@ TEST_F(unit_template, is_stopped_in_order_before_the_package_is_removed)
   boot();
   ASSERT_NO_FATAL_FAILURE(start());
 
-  // Without the policy of this machine, which may forbid to stop anything.
+  // The script must not ask the policy of this machine, which may forbid it to stop services.
   EXPECT_TRUE(machine_.succeeds("DPKG_ROOT=/nowhere sh " TESTS_MAINTAINER_SCRIPTS "/prerm remove"));
 
   EXPECT_EQ("inactive", show("ActiveState"));
@@ -299,7 +299,7 @@ TEST_F(unit_template, does_not_reload_a_component_when_the_checker_finds_somethi
   EXPECT_NE(text.find(CHECKED), text.rfind(CHECKED)) << "again, with the same arguments";
 }
 
-// In a pool of this reactor the other threads go on beside a handler that stalls: hence only one, and no pool.
+// There is no pool, because the other threads of a pool would go on while one event handler stalls.
 TEST_F(unit_template, restarts_a_component_whose_keep_alives_stop)
 {
   boot("WatchdogSec=5\nEnvironment=SD_NOTIFY_INTERVAL=1\nEnvironment=STARTER_THREADS=1\n");

@@ -1,4 +1,4 @@
-// Calls every unit once. Its only argument is a directory to work in.
+// The program calls every unit of the library once. Its only argument is a directory to work in.
 
 #include <scrt/compat_open.h>
 #include <scrt/log.h>

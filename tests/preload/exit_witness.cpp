@@ -1,5 +1,5 @@
-// Tells on standard error that exit handlers and static destructors of the program run. What the program starts
-// inherits the library, and is not asked.
+// This library reports on standard error that exit handlers and static destructors of the program run. It reports
+// nothing in other programs that the program under test starts, which inherit it.
 
 #include <cstdlib>
 #include <cstring>

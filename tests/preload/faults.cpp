@@ -1,16 +1,16 @@
-// Preloaded into a process under test: makes calls fail that never fail on a healthy machine. An environment variable
-// chooses each of them, and only the program under test is affected, not the tools that it is started through.
+// This library is preloaded into a process under test. It makes calls fail that never fail on a healthy machine. An
+// environment variable chooses each failure. Only the program under test is affected, not the tools that start it.
 //
 //   FAULT_NEW=SIZE        the program itself gets no object of that size from a non-throwing allocation
 //   FAULT_NEW_ARRAY=N     its N-th non-throwing allocation of an array fails
 //   FAULT_FORK=1          fork fails
 //   FAULT_THREADS=1       no thread can be made
-//   COUNT_THREADS=FILE    every thread made is a byte in that file
+//   COUNT_THREADS=FILE    every new thread appends a byte to that file
 //   FAULT_GETGROUPS=1     getgroups fails with EIO
-//   FAULT_GETPW_SIZE=N    what sysconf says about the buffer of an account lookup,
-//   FAULT_GETGR_SIZE=N    of a group lookup,
-//   FAULT_NGROUPS=N       and about the number of supplementary groups
-//   FAULT_PHYS_PAGES=N    what it tells the program itself about the pages of memory
+//   FAULT_GETPW_SIZE=N    sysconf returns N for the buffer of an account lookup,
+//   FAULT_GETGR_SIZE=N    for the buffer of a group lookup,
+//   FAULT_NGROUPS=N       and for the number of supplementary groups
+//   FAULT_PHYS_PAGES=N    sysconf returns N to the program itself for the pages of memory
 //   FAULT_UNAME=1         uname fails with EFAULT
 //   FAULT_TIMER=CALL      timer_create or timer_settime fails with EAGAIN
 
@@ -39,7 +39,7 @@ static Function next(const char* name)
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-// Whether `address` is code of the executable, not of a library.
+// Whether `address` belongs to code of the executable, not of a library.
 static bool is_in_program(const void* address)
 {
   Dl_info caller;

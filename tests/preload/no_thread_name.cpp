@@ -1,4 +1,4 @@
-// A C library that cannot tell the name of a thread.
+// This library hides the function that tells the name of a thread, as an older C library lacks it.
 
 #include <cstring>
 

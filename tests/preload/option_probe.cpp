@@ -1,6 +1,6 @@
-// Preloaded into a process under test: appends the options that it registers with a parser to the file that
-// OPTION_PROBE names. A line is a long option, "--name" or "--name=" if it takes an argument, or the string of short
-// options.
+// This library is preloaded into a process under test. It appends the options that the program registers with a parser
+// to the file that OPTION_PROBE names. A line is a long option, "--name" or "--name=" if it takes an argument, or the
+// string of short options.
 
 #include <ace/Get_Opt.h>
 

@@ -1,5 +1,5 @@
-// Preloaded into a process under test: logs the steps of its shutdown. The process-wide reactor is there before main
-// asks for another one, so that there is a reactor to replace.
+// This library is preloaded into a process under test. It logs the steps of the shutdown, and creates the process-wide
+// reactor before main, so that the program has a reactor to replace.
 
 #include "scrt/log.h"
 

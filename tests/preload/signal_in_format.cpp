@@ -1,5 +1,5 @@
-// Sends the signal that SIGNAL_IN_FORMAT names in the middle of the making of the record about the system: when the
-// framework has turned its first argument, which is the name of the system, into text.
+// This library sends the signal that SIGNAL_IN_FORMAT names while the framework makes the record about the system: as
+// soon as the framework has formatted the first argument, which is the name of the system.
 
 #include <atomic>
 #include <cstdarg>
@@ -11,7 +11,7 @@
 
 using vsnprintf_chk_t = int (*)(char*, std::size_t, int, std::size_t, const char*, va_list);
 
-// Under a name of our own, which the C library's headers cannot have a say in.
+// The function has another name here, because the headers of the C library may define its real name as inline.
 extern "C" int format_with_signal(char* buf, std::size_t size, int flag, std::size_t object_size, const char* format,
                                   va_list args) __asm__("__vsnprintf_chk");
 

@@ -1,5 +1,5 @@
-// Sends a termination in the middle of the making of a reactor: when it makes its notification channel, the first one
-// after the termination signal has got its handler.
+// This library sends a termination signal while a reactor is made: when the reactor makes its notification channel, at
+// the first call after the termination signal has got its handler.
 
 #include <atomic>
 

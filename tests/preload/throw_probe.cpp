@@ -1,5 +1,5 @@
-// Preloaded into a process under test: its way to the background ends in an exception, which is before the process
-// has any signal disposition of its own.
+// This library is preloaded into a process under test. Its way to the background ends in an exception, before the
+// process has installed any signal disposition.
 
 #include <ace/ACE.h>
 

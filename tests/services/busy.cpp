@@ -1,5 +1,5 @@
-// A service that keeps every loop thread busy: bytes that go round through pipes for ever, each hop allocating and
-// freeing memory, and a timer that never rests. Its argument is the number of bytes on the way, 8 by default.
+// A service that keeps every loop thread busy. Bytes circulate through pipes for ever, each hop allocates and frees
+// memory, and a timer expires all the time. The argument is the number of bytes, 8 by default.
 
 #include <ace/Event_Handler.h>
 #include <ace/OS_NS_stdlib.h>
@@ -15,7 +15,7 @@
 
 namespace
 {
-// Loop threads may be in it when the service goes: it goes with the last reference.
+// Loop threads may run its code when the service is deleted, so the last reference deletes it.
 class Hop : public ACE_Event_Handler
 {
 public:

@@ -1,4 +1,4 @@
-// A service library that does what a definition says when it is loaded.
+// A service library that acts when it is loaded, as a definition of the build says.
 
 #include <ace/Service_Object.h>
 #include <ace/svc_export.h>

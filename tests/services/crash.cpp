@@ -1,4 +1,4 @@
-// A service that faults in a loop thread, a moment after it was loaded, in the way its argument names.
+// A service that faults in a loop thread, shortly after it was loaded, in the way that its argument names.
 
 #include <ace/Log_Msg.h>
 #include <ace/OS_NS_string.h>
@@ -15,7 +15,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-// The frame that a back trace is searched for; optimised, parts of it lose their name or the whole frame goes.
+// A test looks for this frame in a back trace. Optimisation could rename or remove it.
 extern "C" __attribute__((visibility("default"), optimize(0))) void crash_here(const char* how)
 {
   volatile int zero = 0;
@@ -27,7 +27,7 @@ extern "C" __attribute__((visibility("default"), optimize(0))) void crash_here(c
   else if (ACE_OS::strcmp(how, "instruction") == 0)
     asm volatile("ud2");
   else if (ACE_OS::strcmp(how, "bus") == 0) {
-    // A page of a file that ends before it.
+    // Access to a mapped page behind the end of its file fails.
     char name[] = "/tmp/starter-crash-XXXXXX";
     const int fd = ::mkstemp(name);
     ::unlink(name);
@@ -43,8 +43,8 @@ extern "C" __attribute__((visibility("default"), optimize(0))) void crash_here(c
     ACE_Log_Msg::instance()->acquire(); // as a thread does while it gets a log of its own
     crash_here("heap");
   } else if (ACE_OS::strcmp(how, "heap") == 0) {
-    // The free rest of the heap follows the youngest large block. Its size is overwritten, which the C library notices
-    // when it cuts the next one off, with the allocator's lock held, and aborts.
+    // The free rest of the heap follows the youngest large block. This overwrites the size of the rest. The C library
+    // notices that when it takes the next block, while it holds the lock of the allocator, and aborts.
     char* const block = static_cast<char*>(std::malloc(100000));
     const std::size_t size = ::malloc_usable_size(block);
     std::memset(block + size, 0xff, sizeof(std::size_t));

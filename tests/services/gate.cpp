@@ -1,5 +1,5 @@
-// A service whose init waits until the file that its argument names is there: start-up stands still as long as a test
-// wants. It says so in the log before, and what became of the event loop meanwhile after.
+// A service whose init waits until the file that its argument names exists, so that a test can hold the start-up back.
+// It logs a record before the wait, and one after it that tells whether the event loop has been ended meanwhile.
 
 #include "scrt/log.h"
 

@@ -1,4 +1,4 @@
-// A service with a thread of its own that does nothing and has the name that the argument gives.
+// A service with a thread that does nothing and has the name that the argument gives.
 
 #include "scrt/log.h"
 

@@ -17,7 +17,7 @@
 
 namespace
 {
-volatile std::sig_atomic_t fini_count = 0; // of all objects of the class
+volatile std::sig_atomic_t fini_count = 0; // the number of calls for all objects of the class
 
 class Callback : public ACE_Event_Handler
 {
@@ -59,7 +59,7 @@ int Raiser::init(int argc, char** argv)
   if (where_ == "fini")
     return ACE_Reactor::instance()->end_reactor_event_loop();
   if (fini_count > 0)
-    return 0; // once is enough
+    return 0; // the timer expires only once
 
   const ACE_Event_Handler_var callback(new Callback(where_ == "hold"));
   return ACE_Reactor::instance()->schedule_timer(callback.handler(), nullptr, ACE_Time_Value::zero) == -1 ? -1 : 0;

@@ -1,5 +1,5 @@
-// A service that tells its life in log records, under the name that its first argument gives it. With the second
-// argument "fails" its initialisation does.
+// A service that logs a record at each step of its life, with the name that its first argument gives. With the second
+// argument "fails" its initialisation fails.
 
 #include "scrt/log.h"
 

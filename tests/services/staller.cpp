@@ -1,5 +1,5 @@
-// A service that keeps a loop thread from its work until it is told to let go. Its argument is a FIFO: the byte 's'
-// stalls the thread that reads it, the byte 'g' lets it go on. With a second argument it holds the start-up too.
+// A service that stalls a loop thread on command. Its argument is a FIFO: the byte 's' stalls the thread that reads it,
+// the byte 'g' lets this thread go on. With a second argument it stalls the start-up as well.
 
 #include <ace/Log_Msg.h>
 #include <ace/OS_NS_sys_time.h>

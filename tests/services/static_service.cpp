@@ -1,4 +1,4 @@
-// Preloaded, so that it is there before the configurator opens: a service that counts as linked statically.
+// A service that counts as linked statically, because it is preloaded and registers before the configurator opens.
 
 #include "scrt/log.h"
 

@@ -1,5 +1,5 @@
-// A service that contains none of the standard-library code it uses here: only declared, all of it has to come from
-// the executable. It records which one of two equal values it gets, and where the code stands.
+// A service that only declares the standard-library code that it uses here, so that it binds to the code in the
+// executable. It records which one of two equal values it gets, and which file contains the code.
 
 #include "tests/support/stl_declarations.h"
 

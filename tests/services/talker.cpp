@@ -1,4 +1,4 @@
-// A service that logs its life: "NAME init", "NAME fini", where NAME is its first argument.
+// A service that logs "NAME init." and "NAME fini.", where NAME is its first argument.
 
 #include "scrt/log.h"
 

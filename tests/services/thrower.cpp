@@ -1,5 +1,6 @@
-// A service that ends the process by an exception that nobody catches. Its arguments say where, "init" or "timer",
-// and by what: "std" for a std::exception, "other" for anything else, "none" for std::terminate without an exception.
+// A service that ends the process by an exception that nothing catches. Its first argument is the place, "init" or
+// "timer". The second one is "std" for a std::exception, "other" for another type, or "none" for std::terminate without
+// an exception.
 
 #include "scrt/log.h"
 

@@ -6,7 +6,7 @@
 
 #include <sys/types.h>
 
-/// A process forked from the test that computes a text. The destructor waits for it.
+/// A process forked from the test, which computes a text. The destructor waits for its end.
 class Child
 {
 public:
@@ -17,7 +17,7 @@ public:
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
-  /// What `work` returned; empty when the process failed. Waits for its end. Once.
+  /// The text that `work` returned; empty when the process failed. Waits for its end. May be called once.
   std::string result();
 
 private:

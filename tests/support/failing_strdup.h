@@ -1,8 +1,9 @@
 #ifndef TESTS_SUPPORT_FAILING_STRDUP_H
 #define TESTS_SUPPORT_FAILING_STRDUP_H
 
-/// As long as it lives, copying a text (strdup, or ACE_OS::malloc for a wide one) fails with `error`, once it has
-/// succeeded `successes` times more. In the framework's library too. One at a time, in a process with one thread.
+/// As long as the object lives, copying a text (strdup, or ACE_OS::malloc for a wide text) fails with `error` after it
+/// has succeeded `successes` times. This concerns the library of the framework, too. There may be one object at a time,
+/// in a process with one thread.
 class Failing_Strdup
 {
 public:

@@ -1,5 +1,5 @@
-// A client library of the init system's for tests, chosen by LIBSYSTEMD_FILENAME. It answers as environment variables
-// say, and appends what it is called with to a file, ";" behind each call. Built in variants without one function.
+// A client library of the init system for tests, which LIBSYSTEMD_FILENAME chooses. It answers as environment variables
+// say, and appends each call to a file, followed by ";". There are variants that lack one function.
 //
 //   FAKE_SD_BOOTED    what sd_booted returns, 1 by default
 //   FAKE_SD_WATCHDOG  what sd_watchdog_enabled returns, 1 by default, with the period in WATCHDOG_USEC
@@ -13,7 +13,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// No code of the C++ library's: some of it would keep this library from being unloaded.
+// This file uses no code of the C++ library, because some of it would keep this library from being unloaded.
 static void write_call(const char* format, int number = 0, const char* text = "")
 {
   const char* const name = std::getenv("FAKE_SD_CALLS");

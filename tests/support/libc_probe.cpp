@@ -14,9 +14,9 @@ static thread_local unsigned allocations = 0;
 static thread_local std::size_t formats = 0;
 static thread_local std::size_t rooms[MAX_ROOMS];
 
-// Point `hidden` to the definition that ours hides: the C library's, or a sanitizer's before it. The pointers are no
-// statics with an initialiser to run: its guard would call a sanitizer that is not ready yet. Two threads may find
-// the same at once.
+// Points `hidden` to the definition that ours hides, which belongs to the C library or to a sanitizer. The callers'
+// pointers have no initialiser that runs, because its guard would call a sanitizer that is not ready yet. Two threads
+// may store the same value at once.
 template <typename Function>
 static void find_hidden(Function*& hidden, const char* name)
 {
@@ -42,8 +42,8 @@ static int fail_format()
   return -2;
 }
 
-// The C library's headers may declare or even define these as inline functions, so ours have names of their own
-// here and the library's in the object file.
+// The headers of the C library may define these functions as inline functions. Therefore ours have other names here,
+// and the names of the library only in the object file.
 extern "C"
 {
 void* probe_malloc(std::size_t size) __asm__("malloc");
@@ -90,7 +90,7 @@ int probe_vsnprintf(char* buf, std::size_t size, const char* fmt, va_list ap)
   return format_fails ? fail_format() : hidden(buf, size, fmt, ap);
 }
 
-// What calls to vsnprintf are compiled to when they are fortified.
+// Fortified calls to vsnprintf are compiled to calls to this function.
 int probe_vsnprintf_chk(char* buf, std::size_t size, int flag, std::size_t object_size, const char* fmt, va_list ap)
 {
   static int (*hidden)(char*, std::size_t, int, std::size_t, const char*, va_list) = nullptr;

@@ -4,18 +4,18 @@
 #include <cstddef>
 #include <vector>
 
-/// What this thread asked of the C library while it was watched. Linked into a test program, libc_probe stands before
-/// the C library's malloc, calloc, realloc and vsnprintf and hands every call on.
+/// The calls of this thread to the C library while it was watched. In a test program that links libc_probe, its malloc,
+/// calloc, realloc and vsnprintf replace those of the C library and pass every call on to them.
 struct Libc_Calls
 {
   std::vector<std::size_t> rooms; ///< the size given to each formatting, in order
-  unsigned allocations;           ///< of memory, by whatever function
+  unsigned allocations;           ///< the number of allocations by any function
 };
 
 void watch_libc();
 Libc_Calls unwatch_libc();
 
-/// Run `action` and return what it asked of the C library.
+/// Run `action` and return its calls to the C library.
 template <typename Action>
 Libc_Calls libc_calls_of(Action action)
 {
@@ -24,7 +24,7 @@ Libc_Calls libc_calls_of(Action action)
   return unwatch_libc();
 }
 
-/// As long as it lives, realloc in this thread fails as if no memory were left.
+/// As long as the object lives, realloc in this thread fails as if no memory were left.
 class Failing_Realloc
 {
 public:
@@ -35,7 +35,8 @@ public:
   Failing_Realloc& operator=(const Failing_Realloc&) = delete;
 };
 
-/// As long as it lives, vsnprintf in this thread fails with -2 and errno EOVERFLOW: any negative value is an error.
+/// As long as the object lives, vsnprintf in this thread fails with -2 and errno EOVERFLOW. The value is not -1,
+/// because every negative value is an error.
 class Failing_Format
 {
 public:

@@ -19,11 +19,12 @@ struct Record
   std::string text;
 };
 
-/// One line, for the output of a failing test.
+/// Writes one line, for the output of a failing test.
 std::ostream& operator<<(std::ostream& out, const Record& record);
 
-/// Catches the records of the thread that made it, instead of letting them through to standard error, as long as it
-/// lives. One at a time in a process. At the end the test fails for a record that the manual does not list.
+/// As long as the object lives, it catches the records of the thread that made it, which do not reach standard error.
+/// There may be one object at a time in a process. At its end the test fails for a record that the manual does not
+/// list.
 class Log_Capture : public ACE_Log_Msg_Callback
 {
 public:

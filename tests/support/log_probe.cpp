@@ -1,7 +1,7 @@
-// Preloaded into a process under test: appends every log record with what the text alone does not show to the file
-// that STARTER_LOG_PROBE names. A record is one line of fields, priority, status, errno, file and line, then the
-// length of the text and the text itself. The file is opened for each record, so it also works for a process that
-// closes all its descriptors to become a daemon.
+// This library is preloaded into a process under test. It appends every log record, with the fields that the text alone
+// does not show, to the file that STARTER_LOG_PROBE names. A record is one line of fields, priority, status, errno,
+// file and line, then the length of the text and the text itself. The file is opened for each record, so it also works
+// for a process that closes all its descriptors to become a daemon.
 
 #include <ace/Log_Msg.h>
 #include <ace/Log_Msg_Backend.h>

@@ -20,7 +20,7 @@ bool wait_for_dispositions(Starter_Process& starter)
     if (mask.empty())
       continue;
     const std::vector<int> caught = signals_in_mask(mask);
-    if (std::count(caught.begin(), caught.end(), SIGUSR2)) // the last one to be caught
+    if (std::count(caught.begin(), caught.end(), SIGUSR2)) // the last signal that gets a handler
       return true;
   }
   return false;
@@ -31,6 +31,6 @@ bool wait_for_loop(Starter_Process& starter, const Loop& loop)
   if (!starter.wait_for_record("is started."))
     return false;
 
-  // The main thread of a pool rests when it has made all threads; some of them may have to go yet.
+  // The main thread of a pool rests as soon as it has made all threads. Some of these may not have ended yet.
   return loop.threads == 1 || (starter.wait_for_event_loop() && starter.wait_for_threads(loop.threads));
 }

@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-/// A kind of event loop, and how it is asked for.
+/// A kind of event loop, and the options that choose it.
 struct Loop
 {
   const char* name;
   std::vector<std::string> args;
-  unsigned threads; ///< of the process while the loop runs: of a select or priority pool only one stays
+  unsigned threads; ///< those of the process while the loop runs; of a select or priority pool only one stays
 };
 
 inline const Loop LOOPS[] = {

@@ -3,16 +3,16 @@
 
 #include <cstddef>
 
-/// Memory asked for with the non-throwing form of new.
+/// A call of the non-throwing form of new.
 struct Allocation
 {
   std::size_t size;
   void* p;      ///< null when the allocation failed
-  bool deleted; ///< since
+  bool deleted; ///< whether the memory has been deleted since
 };
 
-/// Records what a program that links new_probe allocates with the non-throwing form, from its construction to its end.
-/// One at a time in a process, and no thread beside it that allocates.
+/// As long as the object lives, it records the non-throwing allocations of a program that links new_probe. There may be
+/// one object at a time, and no other thread that allocates.
 class New_Recorder
 {
 public:
@@ -26,7 +26,7 @@ public:
   New_Recorder(const New_Recorder&) = delete;
   New_Recorder& operator=(const New_Recorder&) = delete;
 
-  /// Whether the failure that was asked for came about.
+  /// Whether the allocation that was to fail has been made.
   bool has_failed() const;
 
   /// How often `size` bytes were asked for.

@@ -72,8 +72,8 @@ static std::string make_preload(const Start_Options& options)
   return preload;
 }
 
-// The words that start the program. A wrapper preloads nothing itself: those libraries belong to the program, and
-// one built with a sanitizer does not get along with every tool.
+// The words that start the program. A wrapper itself preloads nothing: the libraries are meant for the program, and a
+// library that is built with a sanitizer does not work in every tool.
 static std::vector<std::string> make_words(const std::vector<std::string>& args, const Start_Options& options)
 {
   std::vector<std::string> words = options.wrapper;
@@ -142,7 +142,7 @@ Starter_Process::Starter_Process(const std::vector<std::string>& args, const Sta
     throw std::runtime_error("no pipe");
   pid_ = fork();
   if (pid_ == 0) {
-    setpgid(0, 0); // a terminal's or a test runner's own signals are none of its business
+    setpgid(0, 0); // signals of a terminal or a test runner must not reach it
     const int null = open("/dev/null", O_RDWR);
     dup2(null, STDIN_FILENO);
     dup2(null, STDOUT_FILENO);
@@ -169,7 +169,7 @@ Starter_Process::~Starter_Process()
   close(log_fd_);
 }
 
-// False at the end of the log: nobody holds the other end any more.
+// Returns false at the end of the log, when no process holds the other end any more.
 bool Starter_Process::read_log(int timeout_msec)
 {
   pollfd fd{log_fd_, POLLIN, 0};
@@ -240,7 +240,7 @@ int Starter_Process::wait_status()
   const Clock::time_point deadline = Clock::now() + PATIENCE;
 
   while (is_running() && Clock::now() < deadline) {
-    // The log must be read meanwhile, or a full pipe holds the process back; at its end there is nothing to wait on.
+    // The log must be read meanwhile, or a full pipe holds the process back. At the end of the log poll would not wait.
     if (!read_log(static_cast<int>(POLL_INTERVAL.count())))
       std::this_thread::sleep_for(POLL_INTERVAL);
   }
@@ -313,7 +313,7 @@ static long waiting_call(pid_t pid)
 
 bool is_in_event_loop(pid_t pid)
 {
-  // One that is started through another program is not ours until that one has given way.
+  // A wrapper is not the program under test until it has executed it.
   const std::string name = fs::path(starter_executable()).filename();
   if (process_status_field(pid, "Name") != name.substr(0, 15))
     return false;

@@ -12,7 +12,7 @@
 
 #include <sys/types.h>
 
-/// How a process under test is started, where that differs from the usual.
+/// The ways in which the start of a process under test differs from the usual start.
 struct Start_Options
 {
   std::map<std::string, std::string> env; ///< added to the clean environment
@@ -25,7 +25,7 @@ struct Start_Options
   std::string argv0 = "starter";
 };
 
-/// The usual way of starting, with the probe.
+/// The usual start, with the probe.
 inline Start_Options probed()
 {
   Start_Options options;
@@ -48,7 +48,7 @@ public:
   pid_t pid() const { return pid_; }
   const Temp_Dir& dir() const { return dir_; }
 
-  /// What the process has written to standard error by now.
+  /// The text that the process has written to standard error by now.
   std::string log();
 
   /// Wait until `text` stands in the log `count` times. False when the process ends or a minute passes before that.
@@ -60,22 +60,22 @@ public:
   void send(int signo) const;
   void send_to_thread(pid_t tid, int signo) const;
 
-  /// Wait for the end of the process: its exit status, or the negative number of the signal that ended it.
-  /// -1000 when it is still there after a minute; it is killed then. Reads the rest of the log.
+  /// Wait for the end of the process. Returns its exit status, or the negative number of the signal that ended it, or
+  /// -1000 when it still exists after a minute, and is killed. Reads the rest of the log.
   int wait_status();
 
   /// Whether the process has not ended yet.
   bool is_running();
 
-  /// process_status_field of the process.
+  /// The result of process_status_field for the process.
   std::string status_field(const std::string& name) const;
 
-  /// The ids of its threads, the main thread's first.
+  /// The ids of its threads, that of the main thread first.
   std::vector<pid_t> threads() const;
 
-  /// Wait until the main thread rests in the event loop, or in waiting for the threads that run it: the command line
-  /// has been acted on by then. A signal before that may meet the process inside the allocator, which its handlers
-  /// need. False when the process ends or a minute passes before that.
+  /// Wait until the main thread rests in the event loop or waits for the threads that run it. The program has acted on
+  /// its command line then. An earlier signal could interrupt the allocator, which the signal handlers need. False when
+  /// the process ends or a minute passes before that.
   bool wait_for_event_loop();
 
   /// The number of the system call that the main thread waits in, -1 while it runs.
@@ -91,8 +91,9 @@ public:
   /// Wait until `condition` holds. False when a minute passes before that.
   bool wait_until(const std::function<bool()>& condition);
 
-  /// The records as the probe saw them, in order; complete once the process has ended, as the text of a record is in
-  /// log() a moment before. Only with Start_Options::probe. The test fails for a record that the manual does not list.
+  /// The records as the probe saw them, in order. They are complete only after the end of the process, because the text
+  /// of a record reaches log() a moment earlier. Only with Start_Options::probe. The test fails for a record that the
+  /// manual does not list.
   std::vector<Record> records() const;
 
   /// Those of records() that the program itself has written while it acted on its command line: they come before the
@@ -127,11 +128,11 @@ std::string starter_executable();
 /// The signals whose bits are set in a mask as /proc/PID/status prints it.
 std::vector<int> signals_in_mask(const std::string& hex);
 
-/// The usual way of starting, with the probe and the call failing that `variable` chooses in the library "faults".
+/// The usual start, with the probe and with a failure of the call that `variable` chooses in the library "faults".
 Start_Options with_fault(const std::string& variable, const std::string& value = "1");
 
-/// The path of `file` for processes under test, which run as other accounts too: its own, or that of a copy when it
-/// was built where only its owner may go, such as a home directory. A file that does not exist keeps its path.
+/// A path of `file` for processes under test, which may run as other accounts. This is the path of a copy when the file
+/// was built where only its owner has access, such as in a home directory. A missing file keeps its path.
 std::string public_path(const std::string& file);
 
 /// The path of a service library built with the tests, by the name of its target.

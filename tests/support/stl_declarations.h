@@ -1,12 +1,12 @@
 #ifndef TESTS_SUPPORT_STL_DECLARATIONS_H
 #define TESTS_SUPPORT_STL_DECLARATIONS_H
 
-// Include this before every other header: <functional> instantiates std::max, and what is instantiated can no longer
-// be declared a specialisation.
+// Include this before every other header: <functional> instantiates std::max, and a template that has been instantiated
+// can no longer be declared as specialised.
 #include <array>
 
-/// The specialisations that the program defines and services bind to: with these declarations a translation unit makes
-/// no code of its own for them.
+/// The specialisations that the program defines and services bind to. With these declarations a translation unit
+/// contains no code of its own for them.
 namespace std
 {
 template <>

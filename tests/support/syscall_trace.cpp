@@ -15,7 +15,7 @@ void make_traceable(Start_Options& options)
 
 void Syscall_Trace::apply_to(Start_Options& options) const
 {
-  // The tracer is the descendant, or it would have the process id that signals are sent to.
+  // With -D the tracer is the descendant. Otherwise it would have the process id that signals are sent to.
   const std::vector<std::string> tracer{"strace", "-D", "-f", "-o", file(), "-e", "trace=" + names_};
   options.wrapper.insert(options.wrapper.end(), tracer.begin(), tracer.end());
   make_traceable(options);

@@ -8,7 +8,8 @@
 
 #include <sys/types.h>
 
-/// Let a process that is built with the leak checker be traced: that one traces too, and a process has one tracer.
+/// Switch the leak checker off in a process that is to be traced: the checker is a tracer, too, and a process has only
+/// one.
 void make_traceable(Start_Options& options);
 
 /// The system calls of a process under test and of those that descend from it, written down by strace.
@@ -18,8 +19,8 @@ public:
   /// `names` are the calls of interest, as strace's option "-e trace=" takes them.
   explicit Syscall_Trace(const std::string& names) : names_(names) {}
 
-  /// Have the process that `options` describe traced, inside the wrapper they name already. Its process id stays
-  /// what it would be. One process a trace.
+  /// Let strace trace the process that `options` describe, inside the wrapper that they may name. Its process id does
+  /// not change. There may be one process for each trace.
   void apply_to(Start_Options& options) const;
 
   /// The calls that the process or thread `pid` made, in order, such as "setgid(12) = 0". Waits for its end, so that

@@ -21,10 +21,10 @@ void Systemd_Fixture::SetUp()
 
   const std::string fifo = machine_.dir() / "fifo";
   ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
-  ASSERT_EQ(0, chmod(fifo.c_str(), 0666)); // whatever account the program has
+  ASSERT_EQ(0, chmod(fifo.c_str(), 0666)); // the program may run as any account
   fifo_fd_ = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
 
-  // Mentioned by a unit that runs, it stays known when it has ended, with its result.
+  // systemd remembers a unit, with its result, after its end as long as another unit mentions it.
   machine_.add_unit("test.target", "[Unit]\nDefaultDependencies=no\nAfter=" + unit_ + '\n');
 }
 

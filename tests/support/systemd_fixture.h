@@ -7,8 +7,8 @@
 
 #include <string>
 
-/// Tests with a unit that runs the program in a machine of its own, and in the program a service that stalls the loop
-/// when it is told to. The test provides the unit and boots. Failing, it prints the console and the log.
+/// The base of tests that run the program as a unit in a Systemd_Machine. The program has a service that stalls the
+/// loop on command. The test provides the unit and boots. When it fails, it prints the console and the log.
 class Systemd_Fixture : public testing::Test
 {
 protected:
@@ -20,7 +20,7 @@ protected:
   /// The directive that loads the stalling service. `params` come after those that tell it to stall.
   std::string staller_directive(const std::string& params = "") const;
 
-  /// Lines of the section [Service]: standard error goes to log(), and the sanitizer's options to the program.
+  /// Lines of the section [Service]. They send standard error to log(), and pass options of a sanitizer to the program.
   std::string test_settings() const;
 
   /// A property of the unit.
@@ -33,7 +33,7 @@ protected:
   /// Wait until systemd has got `count` keep-alives more.
   bool wait_for_keep_alives(unsigned count) const;
 
-  /// How many threads the unit's main process has, as a text.
+  /// The number of threads of the main process of the unit, as a text.
   std::string threads() const;
 
   void tell_staller(char what) const;

@@ -15,8 +15,8 @@
 
 static const char INIT[] = "/lib/systemd/systemd";
 
-// Run in mounts of its own. Makes a control group for the machine below the one of the test, removes it at the end,
-// and takes the machine along when it is killed itself.
+// This script runs in a mount namespace. It makes a control group for the machine below that of the test, removes the
+// group at the end, and ends the machine when it is killed itself.
 static const char OUTER_SCRIPT[] = R"(
 set -e
 dir=$1
@@ -33,7 +33,8 @@ echo $$ >$home/cgroup.procs
 until find $own -depth -type d -exec rmdir {} + 2>/dev/null; do sleep 0.01; done
 )";
 
-// Process 1 before it becomes systemd. The old /proc, still there, knows it by the number that it has outside.
+// This script is process 1 before it executes systemd. The old /proc, which is still mounted, shows the process id that
+// it has outside.
 static const char INNER_SCRIPT[] = R"(
 set -e
 dir=$1 console=$2 init=$3
@@ -100,7 +101,7 @@ Systemd_Machine::~Systemd_Machine()
   close(console_fd_);
 }
 
-// All the time: a full terminal would hold systemd back.
+// Reads all the time, because a full terminal would hold systemd back.
 void Systemd_Machine::read_console()
 {
   while (!ended_) {
@@ -111,7 +112,7 @@ void Systemd_Machine::read_console()
       const std::lock_guard<std::mutex> guard(mutex_);
       console_.append(buf, static_cast<std::size_t>(n));
     } else if (n < 0)
-      usleep(1000); // nobody has opened the other end yet, or any more
+      usleep(1000); // no process has the other end open
   }
 }
 

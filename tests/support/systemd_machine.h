@@ -10,9 +10,9 @@
 
 #include <sys/types.h>
 
-/// systemd as process 1 of namespaces of its own, with no other units than the test's. It sees the files of this
-/// machine, but can write to none outside of dir(), and has its own /dev, /proc, /run and control group. Needs root.
-/// The destructor kills process 1, and with it everything that was started there.
+/// systemd as process 1 of new namespaces, with no other units than those of the test. It sees the files of this
+/// machine, but can write only below dir(), and has its own /dev, /proc, /run and control group. It needs root. The
+/// destructor kills process 1, and with it all processes of the machine.
 class Systemd_Machine
 {
 public:
@@ -34,13 +34,13 @@ public:
   /// Start systemd and wait until it serves. False when that takes a minute; see console().
   bool boot();
 
-  /// Run `command`, a shell's, in the machine. Returns what it prints, without the last newline.
+  /// Run the shell command `command` in the machine. Returns its standard output without the last newline.
   std::string run(const std::string& command) const;
 
-  /// The same, whether it succeeds.
+  /// Run the shell command `command` in the machine. Returns whether it succeeds.
   bool succeeds(const std::string& command) const;
 
-  /// What systemd has written to its console.
+  /// The text that systemd has written to its console.
   std::string console() const;
 
 private:
@@ -50,7 +50,7 @@ private:
 
   Temp_Dir dir_;
   int console_fd_ = -1;
-  pid_t outer_ = -1; ///< the shell that keeps house, outside of the machine
+  pid_t outer_ = -1; ///< the shell outside the machine that starts it and cleans up
   pid_t init_ = -1;  ///< the machine's process 1
   std::string console_;
   mutable std::mutex mutex_; ///< guards console_

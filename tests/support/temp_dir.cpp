@@ -19,7 +19,7 @@ Temp_Dir::Temp_Dir() : path_(std::filesystem::temp_directory_path() / "starter-t
 Temp_Dir::~Temp_Dir()
 {
   if (getpid() != owner_)
-    return;                // a child of the test's that ends by exit
+    return;                // a child of the test that ends by exit
   std::error_code ignored; // a left-over directory is no reason to fail a test
   std::filesystem::remove_all(path_, ignored);
 }

@@ -5,7 +5,7 @@
 
 #include <sys/types.h>
 
-/// A directory of the test's own, open to every account, removed with all that is in it.
+/// A directory of the test that is open to every account. The destructor removes it with its content.
 class Temp_Dir
 {
 public:
@@ -20,8 +20,8 @@ public:
   /// The path of the entry `name` in the directory.
   std::string operator/(const std::string& name) const { return path_ + '/' + name; }
 
-  /// Write `content` to the file `name`, with the directories on the way to it, and return its path. What was there
-  /// is replaced in one step, as an editor does it.
+  /// Write `content` to the file `name`, make missing directories for it, and return its path. A file of this name is
+  /// replaced in one step, as an editor does it.
   std::string write(const std::string& name, const std::string& content) const;
 
 private:
