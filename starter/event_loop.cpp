@@ -2,11 +2,17 @@
 
 #include "scrt/log.h"
 #include "scrt/make_reactor.h"
+#include "starter/hang_up.h"
+#include "starter/host_phase.h"
+#include "starter/loop_control.h"
 #include "starter/signals.h"
 
 #include <ace/OS_NS_Thread.h>
-#include <ace/Select_Reactor.h>
 #include <ace/Thread_Manager.h>
+
+#include <cerrno>
+
+#include <semaphore.h>
 
 static ACE_Reactor* create_reactor(const char* type, unsigned n)
 {
@@ -41,41 +47,19 @@ ACE_Reactor* get_reactor(const char* type, unsigned n, unsigned& threads)
   return reactor;
 }
 
-// Whether there is a process-wide reactor yet. Its accessor would make one, which is no work for a handler: the thread
-// that it interrupts may be making it, and would then put its own in the place of one whose loop has been ended.
-class Reactor_Slot : private ACE_Reactor
+// The loop is left, and entered again, when a signal interrupts its wait, and for a hang-up.
+static void run_in_main_thread()
 {
-public:
-  static bool is_filled() { return reactor_ != nullptr; }
-};
+  set_host_phase(LOOP);
+  ACE_Reactor::instance()->owner(ACE_OS::thr_self());
 
-bool has_reactor()
-{
-  return Reactor_Slot::is_filled();
-}
-
-// What end_reactor_event_loop does, without the reactor's token. That one is guarded by a plain mutex, and the thread
-// that is interrupted may be inside of it: waiting for the token from here, it would wait for itself.
-class Select_Loop : private ACE_Select_Reactor
-{
-public:
-  static void end(ACE_Reactor& r, ACE_Select_Reactor& impl)
-  {
-    ACE_Time_Value no_wait(ACE_Time_Value::zero);
-
-    impl.*(&Select_Loop::deactivated_) = 1;
-    (void)r.notify(nullptr, ACE_Event_Handler::NULL_MASK, &no_wait); // a full pipe wakes the loop just as well
+  for (serve_hang_ups(); !is_loop_ended(); serve_hang_ups()) {
+    hang_bell();
+    ACE_Reactor::instance()->run_reactor_event_loop();
   }
-};
-
-void end_event_loop()
-{
-  ACE_Reactor& r = *ACE_Reactor::instance();
-  if (ACE_Select_Reactor* const impl = dynamic_cast<ACE_Select_Reactor*>(r.implementation()))
-    Select_Loop::end(r, *impl);
-  else
-    (void)r.end_reactor_event_loop(); // main looks at the loop, not at this result
 }
+
+static sem_t ended_threads; // counts those of the pool that have left the loop
 
 // A loop thread of the pool. It does not come back to a loop that returned early, unlike the main thread's: kept.
 static void* event_loop(void* arg)
@@ -84,26 +68,38 @@ static void* event_loop(void* arg)
 
   reactor->owner(ACE_OS::thr_self());
   reactor->run_reactor_event_loop();
+  (void)sem_post(&ended_threads); // cannot fail with so few threads
   return nullptr;
+}
+
+static void run_in_pool(unsigned threads)
+{
+  (void)sem_init(&ended_threads, 0, 0); // cannot fail with these arguments
+  hang_bell();
+
+  set_host_phase(SPAWNING);
+  const int group = ACE_Thread_Manager::instance()->spawn_n(
+      threads, event_loop, ACE_Reactor::instance(), THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED,
+      ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, nullptr);
+  if (group == -1)
+    LOG_FAILED(LM_ERROR, "Failed to spawn %u event loop threads, errno=%d, %m\n", threads, errno);
+
+  // The main thread holds nothing while it waits here, so that a hang-up may reconfigure the services where it meets
+  // it. The thread manager, which also waits for the threads that are there when some could not be made, has a lock.
+  set_host_phase(POOL);
+  serve_hang_ups();
+  for (unsigned n = 0; group != -1 && n < threads;)
+    n += sem_wait(&ended_threads) == 0 ? 1 : 0; // a signal interrupts it
+  ACE_Thread_Manager::instance()->wait();
 }
 
 void run_event_loop(unsigned threads)
 {
-  // A termination that arrived before there was a reactor has left it to us to end the loop.
-  if (is_termination_caught() && !ACE_Reactor::instance()->reactor_event_loop_done())
-    ACE_Reactor::instance()->end_reactor_event_loop();
+  serve_terminations();
 
-  if (threads < 2) {
-    ACE_Reactor::instance()->owner(ACE_OS::thr_self());
-    while (!ACE_Reactor::instance()->reactor_event_loop_done())
-      ACE_Reactor::instance()->run_reactor_event_loop();
-    return;
-  }
-
-  set_host_phase(POOL);
-  (void)ACE_Thread_Manager::instance()->spawn_n(
-      threads, event_loop, ACE_Reactor::instance(), THR_NEW_LWP | THR_JOINABLE | THR_INHERIT_SCHED,
-      ACE_DEFAULT_THREAD_PRIORITY, -1, nullptr, nullptr, nullptr, nullptr, nullptr); // those that exist are waited for
-  ACE_Thread_Manager::instance()->wait();
-  set_host_phase(SINGLE);
+  if (threads < 2)
+    run_in_main_thread();
+  else
+    run_in_pool(threads);
+  set_host_phase(ENDING);
 }

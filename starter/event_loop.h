@@ -8,15 +8,9 @@
 /// one of its own. Main thread.
 ACE_Reactor* get_reactor(const char* type, unsigned n, unsigned& threads);
 
-/// Whether the process has its reactor yet. Takes no lock, makes no reactor. Any thread, in signal handlers too.
-bool has_reactor();
-
-/// Mark the loop of the process-wide reactor as done and wake it. Only while there is a reactor. Any thread, in signal
-/// handlers too.
-void end_event_loop();
-
 /// Run the loop of the process-wide reactor until it is done: with fewer than two `threads` in the calling thread, else
-/// in a pool of that many threads, for which the calling one waits. Main thread.
+/// in a pool of that many threads, for which the calling one waits. Reconfigures the services for hang-ups. Main
+/// thread.
 void run_event_loop(unsigned threads);
 
 #endif // STARTER_EVENT_LOOP_H

@@ -1,8 +1,8 @@
 #include "starter/fault.h"
 
 #include "scrt/log.h"
-#include "starter/event_loop.h"
 #include "starter/interrupted.h"
+#include "starter/loop_control.h"
 #include "starter/thread_name.h"
 
 #include <ace/Reactor.h>

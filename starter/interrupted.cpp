@@ -83,8 +83,16 @@ void operator delete(void* p, std::size_t) noexcept
 
 #endif
 
+// The log of the thread, which is made at its first use.
+static ACE_Log_Msg& get_log()
+{
+  const Handler_Memory_Guard memory;
+
+  return *ACE_Log_Msg::instance();
+}
+
 Interrupted_Record::Interrupted_Record()
-    : log_(*ACE_Log_Msg::instance()), line_(log_.linenum()), status_(log_.op_status()), error_(log_.errnum())
+    : log_(get_log()), line_(log_.linenum()), status_(log_.op_status()), error_(log_.errnum())
 {
   ACE_OS::strsncpy(text_, log_.msg(), sizeof text_);
   ACE_OS::strsncpy(file_, log_.file(), sizeof file_);

@@ -1,48 +1,72 @@
 #include "starter/signals.h"
 
 #include "scrt/log.h"
-#include "starter/event_loop.h"
 #include "starter/fault.h"
+#include "starter/hang_up.h"
+#include "starter/host_phase.h"
 #include "starter/interrupted.h"
+#include "starter/loop_control.h"
+#include "starter/signal_timer.h"
 #include "starter/thread_name.h"
 
 #include <ace/ACE.h>
+#include <ace/Log_Msg.h>
 #include <ace/Reactor.h>
-#include <ace/Service_Config.h>
 #include <ace/Signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <ctime>
-#include <iterator>
 
-#include <dlfcn.h>
 #include <execinfo.h>
-#include <pthread.h>
 
-enum { MAX_POSTPONEMENTS = 1000 };
+static constexpr long MAX_LOOK_MSEC = 1000;
 
+static std::atomic<bool> is_terminating;
 static std::sig_atomic_t finished; // 1 from the first termination that found the event loop running
 
-static std::atomic<Host_Phase> host_phase{NOT_STARTED};
-static pthread_t main_thread; // set before the phase
-
-void set_host_phase(Host_Phase phase)
-{
-  main_thread = pthread_self();
-  host_phase = phase;
-}
+// While services are loaded, one of them may make the reactor, or run its loop: a loop that begins to wait just after
+// it was marked as done is not woken by that. The main thread looks for both until loading is over.
+static Signal_Timer next_look(SIGTERM);
+static long look_msec = 10;
 
 bool is_termination_caught()
 {
-  return finished != 0;
+  return is_terminating;
+}
+
+static void look_for_loop()
+{
+  if (has_reactor() && !is_loop_ended())
+    end_event_loop();
+
+  if (get_host_phase() != LOADING)
+    return;
+  next_look.start(look_msec);
+  look_msec = std::min(2 * look_msec, MAX_LOOK_MSEC); // services that block get fewer and fewer interruptions
+}
+
+static void terminate_loop()
+{
+  if (finished != 0)
+    return;
+  if (has_reactor() && is_loop_ended())
+    return;
+
+  finished = 1;
+  look_for_loop();
 }
 
 static void sig_terminate(int signo)
 {
   const ACE_Errno_Guard guard(errno);
+  if (signo == SIGTERM && is_main_thread() && next_look.has_rung()) {
+    look_for_loop();
+    return;
+  }
+
   const Handler_Memory_Guard memory;
   const Interrupted_Record interrupted;
   char thread_name[THREAD_NAME_SIZE];
@@ -50,73 +74,16 @@ static void sig_terminate(int signo)
 
   LOG_RECORD(LM_INFO, "Signal %d (%s) caught in [%s].\n", signo, strsignal(signo), thread_name);
 
-  if (finished != 0)
-    return;
-  if (!has_reactor()) {
-    finished = 1; // main ends the loop of the reactor that comes
-    return;
-  }
-  if (!ACE_Reactor::instance()->reactor_event_loop_done()) {
-    finished = 1;
+  is_terminating = true;
+  terminate_loop();
+}
+
+void serve_terminations()
+{
+  next_look.stop();
+
+  if (finished != 0 && !is_loop_ended())
     end_event_loop();
-  }
-}
-
-// Whether the handler that calls this has interrupted a reactor's wait. Anywhere else the thread may be changing what a
-// reconfiguration needs: the heap, or the reactor, which also lets most signals through just where it holds a lock.
-static bool interrupts_wait()
-{
-  void* frames[6]; // this function, the handler, the return from it and what was interrupted, with room to spare
-  const int count = backtrace(frames, static_cast<int>(std::size(frames)));
-
-  for (int i = 0; i < count; ++i) {
-    Dl_info info;
-    if (dladdr(frames[i], &info) != 0 && info.dli_sname &&
-        (std::strstr(info.dli_sname, "select") || std::strstr(info.dli_sname, "epoll_wait")))
-      return true;
-  }
-  return false;
-}
-
-// Have the signal sent to the process once more, in a millisecond. False when there is no timer to be had for it.
-static bool send_again(int signo)
-{
-  static timer_t timer; // one for all times: signals that wait are one signal
-  static bool is_made = false;
-
-  sigevent event = {};
-  event.sigev_notify = SIGEV_SIGNAL;
-  event.sigev_signo = signo;
-  is_made = is_made || timer_create(CLOCK_MONOTONIC, &event, &timer) == 0;
-
-  itimerspec when = {};
-  when.it_value.tv_nsec = 1000000;
-  return is_made && timer_settime(timer, 0, &when, nullptr) == 0;
-}
-
-static void sig_reconfig(int signo)
-{
-  static int postponements = 0; // of the reconfiguration at hand, a millisecond each
-  const ACE_Errno_Guard guard(errno);
-
-  // Reconfigured while it is somewhere in its work, a thread may wait for itself. The main thread of a pool is not; a
-  // single loop is soon back at its wait, and one that does not come back is not waited for.
-  if (host_phase == POOL && !pthread_equal(pthread_self(), main_thread)) {
-    (void)pthread_kill(main_thread, signo); // it is there as long as the pool is
-    return;
-  }
-  if (host_phase == SINGLE && postponements < MAX_POSTPONEMENTS && !interrupts_wait() && send_again(signo)) {
-    ++postponements;
-    return;
-  }
-  postponements = 0;
-
-  const Interrupted_Record interrupted; // by services too
-  {
-    const Handler_Memory_Guard memory; // not for the services: they stay
-    LOG_RECORD(LM_INFO, "Signal %d (%s) caught, and reconfiguring ... \n", signo, strsignal(signo));
-  }
-  ACE_Service_Config::reconfigure();
 }
 
 static void sig_usr2(int)
@@ -135,8 +102,9 @@ void init_signal_handlers()
   sigset_t* const no_mask = nullptr;
   ACE_Sig_Set sset(false);
 
-  look_up_thread_names();  // before the first disposition is installed, so that every handler sees the result
-  (void)interrupts_wait(); // the first back trace loads a library, which is no work for a handler
+  look_up_thread_names(); // before the first disposition is installed, so that every handler sees the result
+  void* frame;
+  (void)backtrace(&frame, 1); // the first back trace loads a library, which no signal handler should
 
   sset.sig_add(SIGINT);
   sset.sig_add(SIGQUIT);

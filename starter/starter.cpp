@@ -1,6 +1,7 @@
 #include "starter/configuration.h"
 #include "starter/event_loop.h"
 #include "starter/fault.h"
+#include "starter/host_phase.h"
 #include "starter/identity.h"
 #include "starter/machine.h"
 #include "starter/open_service_config.h"
@@ -41,7 +42,7 @@ int main(int argc, char** argv)
   if (ACE_OS::hostname(host, sizeof host) == 0)
     ACE_Log_Msg::instance()->local_host(host);
 
-  set_host_phase(SINGLE);
+  set_host_phase(LOADING);
   init_signal_handlers(); // before services load: their threads start under our dispositions
   open_service_config(argc, argv, true, do_open_service);
   log_system_info();

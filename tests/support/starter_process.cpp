@@ -322,6 +322,10 @@ bool is_in_event_loop(pid_t pid)
   if (caught.empty() || (std::stoull(caught, nullptr, 16) >> (SIGTERM - 1) & 1) == 0)
     return false;
 
+  // A signal handler may wait too, for a lock, but it holds its signal back from the thread.
+  if (!signals_in_mask(process_status_field(pid, "SigBlk")).empty())
+    return false;
+
   const long call = waiting_call(pid);
   return waits_in_epoll(call) || waits_in_select(call) || call == SYS_futex;
 }

@@ -1,0 +1,128 @@
+#include "starter/hang_up.h"
+
+#include "scrt/log.h"
+#include "starter/host_phase.h"
+#include "starter/interrupted.h"
+#include "starter/loop_control.h"
+#include "starter/signal_timer.h"
+#include "starter/signals.h"
+
+#include <ace/Log_Msg.h>
+#include <ace/Service_Config.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include <pthread.h>
+
+enum { PATIENCE_MSEC = 1000 }; // for a callback that keeps a reconfiguration waiting
+
+// Only the main thread and its signal handlers touch these.
+static volatile std::sig_atomic_t is_due;    // a reconfiguration
+static volatile std::sig_atomic_t is_raised; // the hang-up at hand, by the main thread itself
+static Signal_Timer patience(SIGHUP);
+
+// Hang-ups of other threads that the main thread has not been told of yet.
+static std::atomic<int> passed_on;
+
+static void log_hang_up(int signo)
+{
+  const Handler_Memory_Guard memory;
+
+  LOG_RECORD(LM_INFO, "Signal %d (%s) caught, and reconfiguring ... \n", signo, strsignal(signo));
+}
+
+// Without the reserve of memory: services outlive the signal handler.
+static void reconfigure()
+{
+  is_due = 0;
+  if (!is_termination_caught()) // services are finalised next, and none is initialised any more
+    ACE_Service_Config::reconfigure();
+}
+
+// The loop comes to it after the callback that runs. One that does not end within a second is interrupted.
+static void leave_to_loop()
+{
+  if (is_due)
+    return;
+
+  is_due = 1;
+  if (leave_event_loop())
+    patience.start(PATIENCE_MSEC);
+  else
+    reconfigure(); // this kind of loop cannot be left
+}
+
+static void handle_hang_up()
+{
+  switch (get_host_phase()) {
+  case NOT_STARTED:
+    reconfigure();
+    break;
+  case LOADING:
+  case SPAWNING:
+    is_due = 1;
+    break;
+  case LOOP:
+    leave_to_loop();
+    break;
+  case POOL:
+    reconfigure(); // the main thread only waits for the pool
+    break;
+  case ENDING:
+    break;
+  }
+}
+
+void sig_reconfig(int signo)
+{
+  const ACE_Errno_Guard guard(errno);
+  const Interrupted_Record interrupted; // init and fini log as well
+
+  if (!is_main_thread()) {
+    log_hang_up(signo);
+    if (passed_on++ == 0)
+      signal_main_thread(signo);
+  } else if (is_raised) {
+    is_raised = 0;
+    reconfigure();
+  } else if (patience.has_rung()) {
+    stay_in_event_loop();
+    if (is_due)
+      reconfigure();
+  } else {
+    if (passed_on.exchange(0) == 0)
+      log_hang_up(signo);
+    if (!is_termination_caught())
+      handle_hang_up();
+  }
+}
+
+// Reconfigures in signal context, as everywhere else: the signal is held back from the thread while services load.
+static void raise_hang_up()
+{
+  sigset_t hang_up;
+  sigset_t old_mask;
+  sigemptyset(&hang_up);
+  sigaddset(&hang_up, SIGHUP);
+
+  (void)pthread_sigmask(SIG_BLOCK, &hang_up, &old_mask); // cannot fail with these arguments
+  is_raised = 1;
+  (void)raise(SIGHUP); // comes before those that are sent to the whole process
+  (void)pthread_sigmask(SIG_UNBLOCK, &hang_up, nullptr);
+  (void)pthread_sigmask(SIG_SETMASK, &old_mask, nullptr);
+
+  if (is_raised) // a service has taken the signal over
+    is_raised = is_due = 0;
+}
+
+void serve_hang_ups()
+{
+  // In this order: a hang-up that comes between the two has the loop left again.
+  for (stay_in_event_loop(); is_due && !is_termination_caught(); stay_in_event_loop()) {
+    patience.stop();
+    raise_hang_up();
+  }
+}

@@ -1,0 +1,37 @@
+#include "starter/host_phase.h"
+
+#include <atomic>
+
+#include <pthread.h>
+#include <signal.h>
+
+static std::atomic<Host_Phase> host_phase{NOT_STARTED};
+static pthread_t main_thread; // set before the phase
+
+void set_host_phase(Host_Phase phase)
+{
+  main_thread = pthread_self();
+  host_phase = phase;
+}
+
+Host_Phase get_host_phase()
+{
+  return host_phase;
+}
+
+bool has_loop_threads()
+{
+  const Host_Phase phase = host_phase;
+
+  return phase == SPAWNING || phase == POOL;
+}
+
+bool is_main_thread()
+{
+  return host_phase == NOT_STARTED || pthread_equal(pthread_self(), main_thread) != 0;
+}
+
+void signal_main_thread(int signo)
+{
+  (void)pthread_kill(main_thread, signo); // it is there as long as the process is
+}

@@ -1,0 +1,31 @@
+#ifndef STARTER_HOST_PHASE_H
+#define STARTER_HOST_PHASE_H
+
+/// @file
+/// What signal handlers have to know of the main thread. Any thread, in signal handlers too, unless told otherwise.
+
+/// What the main thread does.
+enum Host_Phase {
+  NOT_STARTED, ///< nothing that signal handlers need to respect
+  LOADING,     ///< it prepares the process and loads services
+  LOOP,        ///< it runs the event loop
+  SPAWNING,    ///< it makes the threads that run the event loop
+  POOL,        ///< it only waits for the threads that run the event loop
+  ENDING       ///< the event loop is over; services are finalised
+};
+
+/// Tell the signal handlers what the calling thread, the main one, does from now on. Main thread.
+void set_host_phase(Host_Phase phase);
+
+Host_Phase get_host_phase();
+
+/// Whether there are threads of a pool that run the event loop.
+bool has_loop_threads();
+
+/// Whether the calling thread is the one that has told its phase last.
+bool is_main_thread();
+
+/// Send the signal `signo` to the main thread.
+void signal_main_thread(int signo);
+
+#endif // STARTER_HOST_PHASE_H
