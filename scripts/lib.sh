@@ -21,7 +21,8 @@ install_missing() {
 }
 
 # configure PRESET [CMAKE_ARGUMENT...]: configure the preset, unless that would change nothing: the build itself
-# configures again when a CMakeLists.txt has changed. The compile commands of the release are linked to where editors look for them.
+# configures again when a CMakeLists.txt has changed. The compile commands of the release are linked to where editors
+# look for them.
 configure() {
   local preset=$1
   shift
