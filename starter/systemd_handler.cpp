@@ -7,6 +7,7 @@
 #include <ace/OS_NS_errno.h>
 #include <ace/Time_Value.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -119,14 +120,20 @@ static bool ask_environment(uint64_t& usec)
   return true;
 }
 
+// The longest interval, in seconds. The time value keeps it to the second, its milliseconds fit a long, and it can be
+// added to the present time: none of these overflows.
+static constexpr unsigned long long MAX_NOTIFY_SEC = 1ULL << 53;
+
 // Returns the time between keep-alives for a watchdog period of `usec`.
 static ACE_Time_Value get_interval(uint64_t usec)
 {
   ACE_Time_Value tmo(ACE_Time_Value::zero);
 
   const std::string tmp_env = get_env_r("SD_NOTIFY_INTERVAL");
-  if (!tmp_env.empty())
-    tmo.set(static_cast<double>(natoi<unsigned long long, char const*>(tmp_env.c_str(), nullptr, nullptr)));
+  if (!tmp_env.empty()) {
+    const unsigned long long sec = natoi<unsigned long long, char const*>(tmp_env.c_str(), nullptr, nullptr);
+    tmo.set(static_cast<double>(std::min(sec, MAX_NOTIFY_SEC)));
+  }
 
   // Kept as it is: the floor also holds for a watchdog period below 3 seconds, which no keep-alive then meets. An
   // operator who sets so short a period sets the interval too.

@@ -586,6 +586,22 @@ TEST_F(systemd_handler, takes_whole_seconds_from_the_environment_whatever_the_pe
   }
 }
 
+// An interval of 285 million years is as good as one that a time value cannot hold.
+TEST_F(systemd_handler, takes_no_more_seconds_than_a_time_value_can_be_reckoned_with)
+{
+  for (const char* const seconds : {"9007199254740992", "9007199254740993", "9223372036854775", "9223372036854775807",
+                                    "9223372036854775808", "18446744073709551615", "99999999999999999999999"}) {
+    SCOPED_TRACE(seconds);
+    setenv("SD_NOTIFY_INTERVAL", seconds, 1);
+
+    EXPECT_EQ(0, open());
+    EXPECT_EQ("9007199254740992000", interval_ms());
+    EXPECT_EQ(announced("9007199254740992000"), records_);
+    EXPECT_LT(ACE_Time_Value(1LL << 53), timers_->earliest_time()); // now and the interval, not wrapped
+    handler_.close();
+  }
+}
+
 TEST_F(systemd_handler, computes_the_interval_when_the_environment_has_zero_or_no_number)
 {
   for (const char* const seconds : {"", "0", "000", "often", "-5", " 5"}) {

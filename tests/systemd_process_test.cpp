@@ -112,6 +112,29 @@ TEST_F(notifier_process, goes_on_sending_keep_alives_from_every_kind_of_loop)
   }
 }
 
+// An interval that wraps around when it is added to the present would have been over long ago, again and again.
+TEST_F(notifier_process, rests_for_the_longest_interval_in_every_kind_of_loop)
+{
+  const std::vector<std::string> command_lines[] = {{},
+                                                    {"--reactor", "select"},
+                                                    {"--reactor", "dev_poll"},
+                                                    {"--reactor", "priority"},
+                                                    {"--reactor", "tp", "--threads", "2"}};
+  options_.env["SD_NOTIFY_INTERVAL"] = "18446744073709551615";
+
+  for (const std::vector<std::string>& command_line : command_lines) {
+    SCOPED_TRACE(testing::PrintToString(command_line));
+    unlink(calls_.c_str());
+    Starter_Process starter(command_line, options_);
+
+    EXPECT_TRUE(starter.wait_for_event_loop()) << starter.log();
+    EXPECT_TRUE(starter.wait_until_idle()) << starter.log();
+    EXPECT_EQ(1, keep_alives()) << "the one that goes with readiness";
+    EXPECT_EQ(1u, starter.count("<6>Notify systemd every 9007199254740992000 ms.\n")) << starter.log();
+    expect_orderly_end(starter);
+  }
+}
+
 TEST_F(notifier_process, sends_no_keep_alive_while_the_only_loop_thread_is_stalled)
 {
   const std::string fifo = dir_ / "fifo";
