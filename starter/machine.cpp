@@ -7,11 +7,13 @@
 #include "starter/product_version.h"
 
 #include <ace/ACE.h>
+#include <ace/Log_Msg.h>
 #include <ace/OS_NS_errno.h>
 #include <ace/OS_NS_sys_utsname.h>
 #include <ace/OS_NS_unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <string>
 
 #include <fcntl.h>
@@ -60,9 +62,25 @@ void log_system_info()
              static_cast<int>(swappiness));
 }
 
+// Cut the end off `component` that has no room in the banner, whole characters of UTF-8 at a time. The framework cuts
+// records at the end, where the banner says what operators wait for.
+static void fit_into_banner(std::string& component)
+{
+  constexpr std::size_t MAX_SIZE =
+      (ACE_MAXLOGMSGLEN) - (sizeof "tessarin3- " STARTER_VERSION " (rev " STARTER_REVISION ") is started.\n" - 1);
+  if (component.size() <= MAX_SIZE)
+    return;
+
+  std::size_t size = MAX_SIZE;
+  while (size > MAX_SIZE - 3 && (component[size] & 0xC0) == 0x80)
+    --size;
+  component.resize(size);
+}
+
 void log_product_info()
 {
-  const std::string component = get_env_r("COMPONENT");
+  std::string component = get_env_r("COMPONENT");
+  fit_into_banner(component);
 
   if (!component.empty())
     LOG_RECORD(LM_INFO, "tessarin3-%s " STARTER_VERSION " (rev " STARTER_REVISION ") is started.\n", component.c_str());

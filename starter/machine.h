@@ -11,7 +11,7 @@ short get_vm_swappiness();
 void log_system_info();
 
 /// Log the banner: the product, the component that the environment variable COMPONENT names, the build's version and
-/// revision. Any thread.
+/// revision. A name that is too long for the record is cut. Any thread.
 void log_product_info();
 
 #endif // STARTER_MACHINE_H

@@ -130,6 +130,31 @@ TEST(start_up_records, name_the_component_unless_it_is_unset_or_empty)
   }
 }
 
+// The framework takes no more than this of a record.
+TEST(start_up_records, cut_the_name_of_the_component_rather_than_the_rest_of_the_banner)
+{
+  const std::size_t room = 4096 - ("tessarin3-" + BANNER_END).size();
+  const std::string fits(room, 'x');
+  const std::string shorter(room - 1, 'x');
+  const std::tuple<const char*, std::string, std::string> cases[] = {
+      {"fits", fits, fits},
+      {"one byte too long", fits + 'y', fits},
+      {"much too long", std::string(100000, 'x'), fits},
+      {"a character of two bytes at the end", shorter + "\u00e4", shorter},
+      {"a character of four bytes at the end", fits.substr(3) + "\U0001f600", fits.substr(3)},
+      {"no characters at all", std::string(100000, '\x80'), std::string(room - 3, '\x80')}};
+
+  for (const auto& [name, component, shown] : cases) {
+    SCOPED_TRACE(name);
+    Start_Options options = quiet();
+    options.env["COMPONENT"] = component;
+
+    const std::vector<Row> records = start(options);
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(Row(8, 0, SOURCE, "tessarin3-" + shown + BANNER_END), records.back());
+  }
+}
+
 TEST(start_up_records, name_the_version_of_the_project_and_a_revision)
 {
   EXPECT_STREQ(TESTS_PROJECT_VERSION, STARTER_VERSION);
