@@ -8,6 +8,7 @@
 #include <ace/ARGV.h>
 #include <ace/Dirent.h>
 #include <ace/Get_Opt.h>
+#include <ace/OS_NS_ctype.h>
 #include <ace/OS_NS_string.h>
 
 #include <set>
@@ -33,15 +34,45 @@ inline bool is_safe_to_substitute(const char* text)
   return true;
 }
 
-/// Add an option letter, as "-x", and its value, neither copied. A value that the framework would not survive is
-/// dropped with its letter, like any malformed option.
-inline void add_option(ACE_ARGV& args, const char* letter, const char* value)
+/// The framework's argument vector, which remembers whether a text could not be added. Texts are not copied.
+class Service_Config_Argv : public ACE_ARGV
+{
+public:
+  void append(const char* text, bool quote_arg = false) { is_whole_ = add(text, quote_arg) == 0 && is_whole_; }
+
+  /// The vector, or null when there was no memory for all of it. Once, when everything has been added: asked again
+  /// after a failure, the framework hands out a vector that lacks its end.
+  char** whole_argv() { return is_whole_ ? argv() : nullptr; }
+
+private:
+  bool is_whole_ = true;
+};
+
+/// Add an option letter, as "-x", and its value. A value that the framework would not survive is dropped with its
+/// letter, like any malformed option.
+inline void add_option(Service_Config_Argv& args, const char* letter, const char* value)
 {
   if (!is_safe_to_substitute(value))
     return;
 
-  args.add(letter);
-  args.add(value, true);
+  args.append(letter);
+  args.append(value, true);
+}
+
+/// The text that the framework's line has to hold for `path` to come out of it as one argument: white space and quotes
+/// stand between quotes. A backslash is an ordinary character outside of quotes only, so it stays there.
+inline std::string quote_path(const std::string& path)
+{
+  std::string text;
+  for (const char c : path)
+    if (c == '"')
+      text += "'\"'";
+    else if (c == '\'' || ACE_OS::ace_isspace(c))
+      text += std::string(1, '"') + c + '"';
+    else
+      text += c;
+
+  return text;
 }
 
 /// Add to `svc_cfgs` the path of every regular file with the extension "conf" in the directory `prefix`.
@@ -85,34 +116,38 @@ public:
 /// -b, -d, -n, -y and, with their values, -k, -p, -s, -S and -f are passed on, one letter an argument. Of -f, a
 /// directory stands for its regular files with the extension "conf", in byte-wise order; anything else is passed on as
 /// a file. Everything else is dropped, "--" ends the options.
-/// In every text the framework replaces the first $NAME by that environment variable, if it is set.
+/// In every text the framework replaces the first $NAME by that environment variable, if it is set. Otherwise a path
+/// found in a directory stays as it is and one argument, while white space and quotes in values of the command line are
+/// left to the framework, which joins all arguments into one line and splits it again.
+/// Without the memory for the vector, the callable gets 0 and null.
 /// Main thread, before any other exists. Logs nothing.
 template <typename T>
 bool open_service_config(int argc, char** argv, bool skip_first_arg, T open_service)
 {
-  std::set<std::string> svc_cfgs; // owns the paths that args refers to
-  ACE_ARGV args;
+  std::set<std::string> svc_cfgs;
+  std::set<std::string> quoted_cfgs; // owns the texts of paths that args refers to
+  Service_Config_Argv args;
   Service_Config_Get_Opt opt(argc, argv, skip_first_arg);
 
   // An empty name would vanish, and an option be taken for the name.
   if (skip_first_arg && argc > 0 && *argv[0] && is_safe_to_substitute(argv[0]))
-    args.add(argv[0], true);
+    args.append(argv[0], true);
   else
-    args.add("dummy");
+    args.append("dummy");
 
   for (int c; (c = opt()) != -1;)
     switch (c) {
     case 'b':
-      args.add("-b");
+      args.append("-b");
       break;
     case 'd':
-      args.add("-d");
+      args.append("-d");
       break;
     case 'n':
-      args.add("-n");
+      args.append("-n");
       break;
     case 'y':
-      args.add("-y");
+      args.append("-y");
       break;
     case 'k':
       add_option(args, "-k", opt.opt_arg());
@@ -133,14 +168,17 @@ bool open_service_config(int argc, char** argv, bool skip_first_arg, T open_serv
       }
       // Kept as it is: the set grows over the whole command line, so a second directory passes the files of the
       // first one again, in one order with its own; the configurator processes files in the order given.
-      for (const std::string& i : svc_cfgs)
-        add_option(args, "-f", i.c_str());
+      for (const std::string& i : svc_cfgs) {
+        args.append("-f");
+        args.append(quoted_cfgs.insert(quote_path(i)).first->c_str());
+      }
       break;
     default: // "thread-pool", and what is not for the configurator, the program's own options among it
       break;
     }
 
-  return open_service(args.argc(), args.argv());
+  char** const vector = args.whole_argv();
+  return vector ? open_service(args.argc(), vector) : open_service(0, vector);
 }
 
 #endif // STARTER_OPEN_SERVICE_CONFIG_H

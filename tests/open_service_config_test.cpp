@@ -1,10 +1,14 @@
 #include "starter/open_service_config.h"
+#include "tests/support/failing_strdup.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <tuple>
@@ -418,6 +422,79 @@ TEST(open_service_config, leaves_white_space_and_quotes_to_the_rules_of_the_fram
   }
 }
 
+// Makes a directory of files with these names and returns the arguments that stand for it, in byte-wise order.
+static Words make_files(const Temp_Dir& dir, const std::set<std::string>& names)
+{
+  Words expected;
+  for (const std::string& name : names)
+    expected.insert(expected.end(), {"-f", dir.write(name, "")});
+  return expected;
+}
+
+TEST(open_service_config, passes_a_path_found_in_a_directory_as_one_argument_whatever_it_holds)
+{
+  for (const char* const name :
+       {"it's.conf",  "a\"b.conf",     "x\"y.conf", "back\\.conf", "a\tb.conf",    "a\nb.conf",
+        "a b.conf",   "it's a b.conf", "'.conf",    "\".conf",     "'\".conf",     "\"'.conf",
+        "''.conf",    "\\\".conf",     "\\'.conf",  "\\ .conf",    " \\.conf",     "\" \\\".conf",
+        "'a b'.conf", "#.conf",        " #.conf",   "$.conf",      "$ '.conf",     "\r\v\f.conf",
+        "-b.conf",    "--.conf",       " .conf",    "  .conf",     "\xff\xfe.conf"}) {
+    SCOPED_TRACE(name);
+    const Temp_Dir dir;
+    Words expected = make_files(dir, {"0.conf", name, "~.conf"});
+    expected.insert(expected.end(), {"-k", "a key", "-d"});
+
+    EXPECT_EQ(expected, passed_for({"-f", dir.path(), "-k", "a key", "-d"}));
+  }
+}
+
+TEST(open_service_config, passes_a_path_with_every_character_as_one_argument)
+{
+  const Scoped_Env unset("_", nullptr); // the one variable of an environment whose name is that short
+  for (int c = 1; c < 256; ++c) {
+    SCOPED_TRACE(c);
+    const std::string character(1, static_cast<char>(c));
+    if (c == '/')
+      continue;
+    const Temp_Dir dir;
+    Words expected = make_files(dir, {character + ".conf", "x" + character + "y.conf", "x" + character + ".conf"});
+    expected.push_back("-d");
+
+    EXPECT_EQ(expected, passed_for({"-f", dir.path(), "-d"}));
+  }
+}
+
+TEST(open_service_config, passes_the_files_of_a_directory_with_quotes_in_its_name)
+{
+  const Temp_Dir dir;
+  const std::string file = dir.write("it's-\"my\"\tdirectory\\/a.conf", "");
+
+  EXPECT_EQ((Words{"-f", file, "-d"}), passed_for({"-f", dir / "it's-\"my\"\tdirectory\\", "-d"}));
+}
+
+// The vector would end early, and be taken for a whole one.
+TEST(open_service_config, hands_over_nothing_when_there_is_no_memory_for_the_vector)
+{
+  for (unsigned copied = 0; copied < 4; ++copied) {
+    SCOPED_TRACE(copied);
+    Words words{"starter", "-k", "key", "-d"};
+    const std::vector<char*> argv = make_argv(words);
+    int given_argc = -1;
+    char** given_argv = const_cast<char**>(argv.data());
+    {
+      const Failing_Strdup failing(ENOMEM, copied);
+      EXPECT_FALSE(open_service_config(4, const_cast<char**>(argv.data()), true, [&](int argc, char** vector) {
+        given_argc = argc;
+        given_argv = vector;
+        return false;
+      }));
+    }
+
+    EXPECT_EQ(0, given_argc);
+    EXPECT_EQ(nullptr, given_argv);
+  }
+}
+
 // The framework copies the name of a variable of any length into a buffer of 4096 characters, including the final NUL.
 TEST(open_service_config, drops_a_value_that_names_too_long_a_variable)
 {
@@ -491,6 +568,28 @@ static std::string make_hostile_word(Random& random)
     return make_word(random, alphabets[pick(random, 5)], pick(random, 50) == 0 ? 9000 : 300);
   default:
     return (pick(random, 2) ? "-k" : "") + make_word(random, alphabets[pick(random, 5)], 12);
+  }
+}
+
+TEST(open_service_config, passes_generated_paths_as_one_argument_each)
+{
+  static const std::string alphabets[] = {all_characters(), "'\"\\ \t\n", "'\"\\", "\\\"", "'\" #$-=", "\r\n\v\f\t '"};
+  const Scoped_Env unset("_", nullptr);
+  Random random(1503);
+
+  for (unsigned round = 0; round < 50; ++round) {
+    SCOPED_TRACE(round);
+    std::set<std::string> names;
+    while (names.size() < 20) {
+      std::string name = make_word(random, alphabets[pick(random, 6)], pick(random, 10) == 0 ? 200 : 12) + ".conf";
+      std::replace(name.begin(), name.end(), '/', '"');
+      names.insert(name);
+    }
+    const Temp_Dir dir;
+    Words expected = make_files(dir, names);
+    expected.push_back("-d");
+
+    ASSERT_EQ(expected, passed_for({"-f", dir.path(), "-d"}));
   }
 }
 
