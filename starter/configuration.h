@@ -11,9 +11,16 @@ bool is_file_extension(const char* path, const char* ext);
 /// cannot be examined.
 bool is_regular_file(const char* path);
 
-/// Open the framework's service configurator with its arguments, which loads the services and initialises them.
+/// Open the framework's service configurator with its arguments, which loads the services and initialises them. A file
+/// among them that opens and cannot be read would end the process: it is logged and left out, now and when the services
+/// are loaded anew. Without arguments (null), which is logged, nothing is opened.
 /// False when the configurator reports a failure, which it has logged itself. The program's disposition of the hang-up
 /// signal stays. Main thread, once.
 bool do_open_service(int argc, char** argv);
+
+/// Whether the services can be loaded anew: false when one of the files that would be read for it opens and cannot be
+/// read, which would end the process. The file and the reason are logged then.
+/// Main thread, in signal handlers too where it holds no lock and is not about to open the configurator.
+bool is_reload_possible();
 
 #endif // STARTER_CONFIGURATION_H

@@ -1,6 +1,7 @@
 #include "starter/hang_up.h"
 
 #include "scrt/log.h"
+#include "starter/configuration.h"
 #include "starter/host_phase.h"
 #include "starter/interrupted.h"
 #include "starter/loop_control.h"
@@ -38,7 +39,9 @@ static void log_hang_up(int signo)
 static void reconfigure()
 {
   is_due = 0;
-  if (!is_termination_caught()) // services are finalised next, and none is initialised any more
+  if (is_termination_caught())
+    return; // services are finalised next, and none is initialised any more
+  if (is_reload_possible())
     ACE_Service_Config::reconfigure();
 }
 

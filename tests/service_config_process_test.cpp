@@ -1,4 +1,7 @@
+#include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
+#include "tests/support/syscall_trace.h"
+#include "tests/support/wait_until.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +11,10 @@
 #include <tuple>
 #include <vector>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -64,6 +70,27 @@ TEST(service_config_process, loads_the_files_of_a_directory_in_byte_order_and_fi
   EXPECT_THAT(service_records(starter),
               ElementsAre("A starts.", "a1 starts.", "a2 starts.", "b starts.", "b stops.", "b is deleted.",
                           "a2 stops.", "a2 is deleted.", "a1 stops.", "a1 is deleted.", "A stops.", "A is deleted."));
+}
+
+// A name that reached the configurator as anything but one argument took later files and options with it.
+TEST(service_config_process, loads_a_file_of_a_directory_whatever_its_name)
+{
+  for (const char* const name :
+       {"it's.conf", "a\"b.conf", "x\"y.conf", "back\\.conf", "a\tb.conf", "a\nb.conf", "a b.conf"}) {
+    SCOPED_TRACE(name);
+    const Temp_Dir dir;
+    dir.write("svc.conf", recorder("default"));
+    dir.write("x.d/0.conf", recorder("first"));
+    dir.write(std::string("x.d/") + name, recorder("named"));
+    dir.write("x.d/~.conf", recorder("later"));
+
+    Starter_Process starter({"-f", "x.d", "-S", recorder("last")}, probed_in(dir));
+    end_after(starter, "last starts.");
+
+    std::vector<std::string> started = service_records(starter);
+    started.resize(4);
+    EXPECT_THAT(started, ElementsAre("first starts.", "named starts.", "later starts.", "last starts."));
+  }
 }
 
 // Each file of the first directory is processed again, and new services replace those of the same names.
@@ -181,6 +208,203 @@ TEST(service_config_process, goes_on_without_services_after_a_missing_file)
   Starter_Process debugging(debug_args, probed());
   end_after(debugging, "missing: No such file or directory");
   EXPECT_THAT(service_records(debugging), IsEmpty());
+}
+
+// The records about files that cannot be read, in order, each as one line of status, file and text.
+static std::vector<std::string> failures_to_read(const Starter_Process& starter)
+{
+  std::vector<std::string> lines;
+  for (const Record& record : starter.records())
+    if (record.text.find("Failed to read ") == 0) {
+      EXPECT_EQ(128, record.priority);
+      lines.push_back(std::to_string(record.status) + ' ' + record.file + ' ' + record.text);
+    }
+  return lines;
+}
+
+static std::string left_out(const std::string& file, const std::string& reason = "errno=21, Is a directory")
+{
+  return "-1 starter/starter.cpp Failed to read " + file + ", which is left out, " + reason + '\n';
+}
+
+// The framework's scanner ends the process when it has opened what it cannot read.
+TEST(service_config_process, leaves_out_what_opens_and_cannot_be_read)
+{
+  const Temp_Dir dir;
+  dir.write("directory/x.conf", recorder("x"));
+  dir.write("a", recorder("a"));
+  dir.write("b", recorder("b"));
+  const std::vector<std::string> files{"a starts.", "b starts.", "c starts."};
+  const std::tuple<const char*, std::vector<std::string>, std::vector<std::string>, std::string> cases[] = {
+      {"a variable", {"-f", "a", "-f", "$DIRECTORY", "-f", "b"}, files, left_out("directory")},
+      {"a variable in a path", {"-f", "a", "-f", "./$DIRECTORY/", "-f", "b"}, files, left_out("./directory/")},
+      {"a failing read",
+       {"-f", "a", "-f", "/proc/self/mem", "-f", "b"},
+       files,
+       left_out("/proc/self/mem", "errno=5, Input/output error")},
+      {"no other file", {"-f", "$DIRECTORY"}, {"c starts."}, left_out("directory")},
+      {"taken out of a value", {"-p", "-f$DIRECTORY", "-f", "a"}, {"a starts.", "c starts."}, left_out("directory")}};
+
+  for (const auto& [name, options, started, record] : cases) {
+    SCOPED_TRACE(name);
+    Start_Options start = probed_in(dir);
+    start.env["DIRECTORY"] = "directory";
+    std::vector<std::string> args = options;
+    args.insert(args.end(), {"-S", recorder("c")});
+    Starter_Process starter(args, start);
+    end_after(starter, "c starts.");
+
+    EXPECT_THAT(failures_to_read(starter), ElementsAre(record));
+    std::vector<std::string> records = service_records(starter);
+    records.resize(started.size());
+    EXPECT_EQ(started, records);
+    EXPECT_EQ(1u, starter.count("is started.")) << starter.log();
+  }
+}
+
+TEST(service_config_process, leaves_out_a_default_file_that_cannot_be_read)
+{
+  const Temp_Dir dir;
+  dir.write("svc.conf/x.conf", recorder("x"));
+  const std::string file = dir.write("a", recorder("a"));
+
+  Starter_Process starter({"-S", recorder("a")}, probed_in(dir));
+  end_after(starter, "a starts.");
+  EXPECT_THAT(failures_to_read(starter), ElementsAre(left_out("./svc.conf")));
+
+  Starter_Process other({"-f", file}, probed_in(dir)); // does not look at it
+  end_after(other, "a starts.");
+  EXPECT_THAT(failures_to_read(other), IsEmpty());
+}
+
+// The configurator changes its working directory before it opens the first file.
+TEST(service_config_process, leaves_out_a_directory_that_is_one_in_the_background_only)
+{
+  const Temp_Dir dir;
+  Starter_Process starter({"-b", "-p", dir / "pid", "-f", "etc", "-S", recorder("a")}, probed());
+  ASSERT_EQ(0, starter.wait_status());
+  ASSERT_TRUE(wait_until([&] {
+    const std::vector<std::string> texts = service_records(starter);
+    return std::count(texts.begin(), texts.end(), "a starts.") == 1;
+  }));
+
+  EXPECT_THAT(failures_to_read(starter), ElementsAre(left_out("etc")));
+
+  kill(static_cast<pid_t>(std::stol(read_file(dir / "pid"))), SIGTERM);
+  EXPECT_TRUE(wait_until([&] {
+    const std::vector<std::string> texts = service_records(starter);
+    return std::count(texts.begin(), texts.end(), "a is deleted.") == 1;
+  }));
+}
+
+// It is passed on as a file then, and opens well when a descriptor is free again.
+TEST(service_config_process, leaves_out_a_directory_for_which_there_was_no_descriptor)
+{
+  NEEDS(can_trace(), "strace and the right to trace processes");
+
+  for (const char* const refusals : {"1", "1..2"}) {
+    SCOPED_TRACE(refusals);
+    const Temp_Dir dir;
+    dir.write("x.d/x.conf", recorder("x"));
+    Start_Options options = probed();
+    options.wrapper = {
+        "strace",    "-D", "-o",           "/dev/null", "-P",
+        dir / "x.d", "-e", "trace=openat", "-e",        std::string("inject=openat:error=EMFILE:when=") + refusals};
+    make_traceable(options);
+    Starter_Process starter({"-f", dir / "x.d", "-S", recorder("a")}, options);
+    end_after(starter, "a starts.");
+
+    EXPECT_THAT(failures_to_read(starter), ElementsAre(left_out(dir / "x.d")));
+  }
+}
+
+// Its writer would find that nobody reads any more, and what it has written would be gone.
+TEST(service_config_process, leaves_a_pipe_to_the_configurator)
+{
+  const Temp_Dir dir;
+  const std::string pipe = dir / "pipe";
+  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+  const std::string directives = recorder("a");
+
+  Starter_Process starter({"-f", pipe}, probed());
+  int fd = -1;
+  ASSERT_TRUE(starter.wait_until([&] { return (fd = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) != -1; }))
+      << starter.log();
+  ASSERT_TRUE(starter.wait_until_idle()) << starter.log(); // it waits for the text
+  ASSERT_EQ(static_cast<ssize_t>(directives.size()), write(fd, directives.data(), directives.size()));
+  close(fd);
+  end_after(starter, "a starts.");
+
+  EXPECT_THAT(failures_to_read(starter), IsEmpty());
+}
+
+static const std::vector<std::string> KINDS_OF_LOOPS[] = {
+    {}, {"--reactor", "tp", "--threads", "2"}, {"--reactor", "dev_poll"}, {"--reactor", "select"}};
+
+TEST(service_config_process, goes_on_with_its_services_when_a_file_cannot_be_read_any_more)
+{
+  for (const std::vector<std::string>& loop : KINDS_OF_LOOPS) {
+    SCOPED_TRACE(::testing::PrintToString(loop));
+    const Temp_Dir dir;
+    const std::string first = dir.write("first", recorder("a"));
+    const std::string second = dir.write("second", recorder("b"));
+    std::vector<std::string> args = loop;
+    args.insert(args.end(), {"-f", first, "-f", second});
+    Starter_Process starter(args, probed());
+    ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+    ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+
+    ASSERT_EQ(0, unlink(second.c_str()));
+    ASSERT_EQ(0, mkdir(second.c_str(), 0777));
+    starter.send(SIGHUP);
+    ASSERT_TRUE(starter.wait_for_record("Failed to read ")) << starter.log();
+    ASSERT_TRUE(starter.wait_until_idle()) << starter.log();
+    EXPECT_THAT(service_records(starter), ElementsAre("a starts.", "b starts."));
+
+    ASSERT_EQ(0, rmdir(second.c_str()));
+    dir.write("second", recorder("c"));
+    starter.send(SIGHUP);
+    end_after(starter, "c starts.");
+
+    EXPECT_THAT(failures_to_read(starter), ElementsAre("-1 starter/starter.cpp Failed to read " + second +
+                                                       ", nothing is reloaded, errno=21, Is a directory\n"));
+    EXPECT_EQ(2u, starter.count("caught, and reconfiguring")) << starter.log();
+  }
+}
+
+// The framework stops at a file that it cannot open, so nothing behind it is a threat.
+TEST(service_config_process, leaves_a_file_that_cannot_be_opened_any_more_to_the_configurator)
+{
+  const Temp_Dir dir;
+  const std::string first = dir.write("first", recorder("a"));
+  const std::string second = dir.write("second", recorder("b"));
+  const std::string third = dir.write("third", recorder("c"));
+  Starter_Process starter({"-f", first, "-f", second, "-f", third}, probed());
+  ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+
+  ASSERT_EQ(0, unlink(second.c_str()));
+  ASSERT_EQ(0, unlink(third.c_str()));
+  ASSERT_EQ(0, mkdir(third.c_str(), 0777));
+  starter.send(SIGHUP);
+  ASSERT_TRUE(starter.wait_for_record("a starts.", 2)) << starter.log();
+  end_after(starter, "process_directives: No such file or directory");
+
+  EXPECT_THAT(failures_to_read(starter), IsEmpty());
+}
+
+TEST(service_config_process, goes_on_without_services_when_there_is_no_memory_for_the_arguments)
+{
+  Starter_Process starter({"-S", recorder("a")}, with_fault("FAULT_STRDUP"));
+  ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+
+  EXPECT_THAT(starter.command_line_records(),
+              ElementsAre("128 -1 starter/starter.cpp Failed to build the arguments of the service configurator, "
+                          "errno=12, Cannot allocate memory\n"));
+  EXPECT_THAT(service_records(starter), IsEmpty());
 }
 
 TEST(service_config_process, shows_a_failing_load_when_debugging_was_asked_for_first)

@@ -3,6 +3,7 @@
 //
 //   FAULT_NEW=SIZE        the program itself gets no object of that size from a non-throwing allocation
 //   FAULT_NEW_ARRAY=N     its N-th non-throwing allocation of an array fails
+//   FAULT_STRDUP=1        no text of the command line can be copied for the configurator
 //   FAULT_FORK=1          fork fails
 //   FAULT_THREADS=1       no thread can be made
 //   COUNT_THREADS=FILE    every new thread appends a byte to that file
@@ -66,6 +67,16 @@ void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
     return nullptr;
 
   return next<void* (*)(std::size_t, const std::nothrow_t&)>("_ZnamRKSt9nothrow_t")(size, tag);
+}
+
+// The framework copies the texts of a vector with it, and the program's own rooms do not use it.
+extern "C" char* strdup(const char* text) noexcept
+{
+  if (setting("FAULT_STRDUP")) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return next<char* (*)(const char*)>("strdup")(text);
 }
 
 extern "C" pid_t fork() noexcept
