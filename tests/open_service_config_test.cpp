@@ -1,8 +1,10 @@
 #include "starter/open_service_config.h"
 #include "tests/support/failing_strdup.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/temp_dir.h"
 
+#include <ace/Malloc_Allocator.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -472,26 +474,75 @@ TEST(open_service_config, passes_the_files_of_a_directory_with_quotes_in_its_nam
   EXPECT_EQ((Words{"-f", file, "-d"}), passed_for({"-f", dir / "it's-\"my\"\tdirectory\\", "-d"}));
 }
 
+// As long as it lives, the framework's containers get that many pieces of memory, and no more.
+class Short_Memory : public ACE_New_Allocator
+{
+public:
+  explicit Short_Memory(unsigned pieces) : pieces_(pieces), previous_(ACE_Allocator::instance(this)) {}
+  ~Short_Memory() override { ACE_Allocator::instance(previous_); }
+
+  Short_Memory(const Short_Memory&) = delete;
+  Short_Memory& operator=(const Short_Memory&) = delete;
+
+  unsigned pieces() const { return pieces_; }
+
+  void* malloc(std::size_t size) override
+  {
+    if (pieces_ == 0)
+      return nullptr;
+    --pieces_;
+    return ACE_New_Allocator::malloc(size);
+  }
+
+private:
+  unsigned pieces_;
+  ACE_Allocator* const previous_;
+};
+
+// Expects a lack of memory to be told to the callback, with whatever was short of it.
+static void expect_no_vector()
+{
+  Words words{"starter", "-k", "key", "-d"};
+  std::vector<char*> argv = make_argv(words);
+  int given_argc = -1;
+  char** given_argv = argv.data();
+
+  const Log_Capture capture; // of the framework's own records
+  EXPECT_FALSE(open_service_config(4, argv.data(), true, [&](int argc, char** vector) {
+    given_argc = argc;
+    given_argv = vector;
+    return false;
+  }));
+  EXPECT_EQ(0, given_argc);
+  EXPECT_EQ(nullptr, given_argv);
+}
+
 // The vector would end early, and be taken for a whole one.
-TEST(open_service_config, hands_over_nothing_when_there_is_no_memory_for_the_vector)
+TEST(open_service_config, hands_over_nothing_when_there_is_no_memory_for_the_arguments)
 {
   for (unsigned copied = 0; copied < 4; ++copied) {
     SCOPED_TRACE(copied);
-    Words words{"starter", "-k", "key", "-d"};
-    const std::vector<char*> argv = make_argv(words);
-    int given_argc = -1;
-    char** given_argv = const_cast<char**>(argv.data());
-    {
-      const Failing_Strdup failing(ENOMEM, copied);
-      EXPECT_FALSE(open_service_config(4, const_cast<char**>(argv.data()), true, [&](int argc, char** vector) {
-        given_argc = argc;
-        given_argv = vector;
-        return false;
-      }));
-    }
+    const Failing_Strdup failing(ENOMEM, copied);
+    expect_no_vector();
+  }
+}
 
-    EXPECT_EQ(0, given_argc);
-    EXPECT_EQ(nullptr, given_argv);
+// The pieces for the arguments are the last ones: the framework's parser does not survive a lack of its own.
+TEST(open_service_config, hands_over_nothing_when_there_is_no_memory_for_the_queue_of_arguments)
+{
+  constexpr unsigned plenty = 1000;
+  unsigned needed = 0;
+  {
+    const Short_Memory memory(plenty);
+    passed_for({"-k", "key", "-d"});
+    needed = plenty - memory.pieces();
+  }
+  ASSERT_LT(4u, needed);
+
+  for (unsigned pieces = needed - 4; pieces < needed; ++pieces) {
+    SCOPED_TRACE(pieces);
+    const Short_Memory memory(pieces);
+    expect_no_vector();
   }
 }
 
