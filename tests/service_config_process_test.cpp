@@ -318,21 +318,20 @@ TEST(service_config_process, leaves_out_a_directory_for_which_there_was_no_descr
   }
 }
 
-// Its writer would find that nobody reads any more, and what it has written would be gone.
+// What is read from a pipe to try it is gone.
 TEST(service_config_process, leaves_a_pipe_to_the_configurator)
 {
   const Temp_Dir dir;
   const std::string pipe = dir / "pipe";
   ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
   const std::string directives = recorder("a");
+  const int fd = open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(static_cast<ssize_t>(directives.size()), write(fd, directives.data(), directives.size()));
 
   Starter_Process starter({"-f", pipe}, probed());
-  int fd = -1;
-  ASSERT_TRUE(starter.wait_until([&] { return (fd = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) != -1; }))
-      << starter.log();
-  ASSERT_TRUE(starter.wait_until_idle()) << starter.log(); // it waits for the text
-  ASSERT_EQ(static_cast<ssize_t>(directives.size()), write(fd, directives.data(), directives.size()));
+  EXPECT_TRUE(starter.wait_until_idle()) << starter.log(); // it has the pipe open and waits for the rest
   close(fd);
+  ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
   end_after(starter, "a starts.");
 
   EXPECT_THAT(failures_to_read(starter), IsEmpty());
