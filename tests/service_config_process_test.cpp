@@ -1,3 +1,4 @@
+#include "tests/support/logged.h"
 #include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
 #include "tests/support/syscall_trace.h"
@@ -211,20 +212,18 @@ TEST(service_config_process, goes_on_without_services_after_a_missing_file)
 }
 
 // The records about files that cannot be read, in order, each as one line of status, file and text.
-static std::vector<std::string> failures_to_read(const Starter_Process& starter)
+static std::vector<Logged> failures_to_read(const Starter_Process& starter)
 {
-  std::vector<std::string> lines;
+  std::vector<Logged> failures;
   for (const Record& record : starter.records())
-    if (record.text.find("Failed to read ") == 0) {
-      EXPECT_EQ(128, record.priority);
-      lines.push_back(std::to_string(record.status) + ' ' + record.file + ' ' + record.text);
-    }
-  return lines;
+    if (record.text.find("Failed to read ") == 0)
+      failures.push_back(with_file(record));
+  return failures;
 }
 
-static std::string left_out(const std::string& file, const std::string& reason = "errno=21, Is a directory")
+static Logged left_out(const std::string& file, const std::string& reason = "errno=21, Is a directory")
 {
-  return "-1 starter/starter.cpp Failed to read " + file + ", which is left out, " + reason + '\n';
+  return error_failed("Failed to read " + file + ", which is left out, " + reason + '\n').in("starter/starter.cpp");
 }
 
 // The framework's scanner ends the process when it has opened what it cannot read.
@@ -235,7 +234,7 @@ TEST(service_config_process, leaves_out_what_opens_and_cannot_be_read)
   dir.write("a", recorder("a"));
   dir.write("b", recorder("b"));
   const std::vector<std::string> files{"a starts.", "b starts.", "c starts."};
-  const std::tuple<const char*, std::vector<std::string>, std::vector<std::string>, std::string> cases[] = {
+  const std::tuple<const char*, std::vector<std::string>, std::vector<std::string>, Logged> cases[] = {
       {"a variable", {"-f", "a", "-f", "$DIRECTORY", "-f", "b"}, files, left_out("directory")},
       {"a variable in a path", {"-f", "a", "-f", "./$DIRECTORY/", "-f", "b"}, files, left_out("./directory/")},
       {"a failing read",
@@ -365,8 +364,9 @@ TEST(service_config_process, goes_on_with_its_services_when_a_file_cannot_be_rea
     starter.send(SIGHUP);
     end_after(starter, "c starts.");
 
-    EXPECT_THAT(failures_to_read(starter), ElementsAre("-1 starter/starter.cpp Failed to read " + second +
-                                                       ", nothing is reloaded, errno=21, Is a directory\n"));
+    EXPECT_THAT(failures_to_read(starter), ElementsAre(error_failed("Failed to read " + second +
+                                                                    ", nothing is reloaded, errno=21, Is a directory\n")
+                                                           .in("starter/starter.cpp")));
     EXPECT_EQ(2u, starter.count("caught, and reconfiguring")) << starter.log();
   }
 }
@@ -401,8 +401,9 @@ TEST(service_config_process, goes_on_without_services_when_there_is_no_memory_fo
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
 
   EXPECT_THAT(starter.command_line_records(),
-              ElementsAre("128 -1 starter/starter.cpp Failed to build the arguments of the service configurator, "
-                          "errno=12, Cannot allocate memory\n"));
+              ElementsAre(error_failed("Failed to build the arguments of the service configurator, "
+                                       "errno=12, Cannot allocate memory\n")
+                              .in("starter/starter.cpp")));
   EXPECT_THAT(service_records(starter), IsEmpty());
 }
 

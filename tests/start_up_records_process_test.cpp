@@ -149,9 +149,9 @@ TEST(start_up_records, cut_the_name_of_the_component_rather_than_the_rest_of_the
     Start_Options options = quiet();
     options.env["COMPONENT"] = component;
 
-    const std::vector<Row> records = start(options);
+    const std::vector<Logged> records = start(options);
     ASSERT_FALSE(records.empty());
-    EXPECT_EQ(Row(8, 0, SOURCE, "tessarin3-" + shown + BANNER_END), records.back());
+    EXPECT_EQ(info("tessarin3-" + shown + BANNER_END).in(SOURCE), records.back());
   }
 }
 
