@@ -5,19 +5,16 @@
 #include "check/substitution.h"
 #include "check/svc_conf_parser.h"
 #include "tests/support/child.h"
-#include "tests/support/log_capture.h"
 #include "tests/support/starter_process.h"
+#include "tests/support/svc_conf_account.h"
 #include "tests/support/temp_dir.h"
 
-#include <ace/ACE.h>
-#include <ace/Service_Gestalt.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <optional>
 #include <random>
-#include <regex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -29,59 +26,6 @@ using testing::SizeIs;
 using Texts = std::vector<std::string>;
 
 // ---- The parser, held against the framework's own
-
-// The actions of the framework on the file and the errors that it logs, one in each line.
-static std::string framework_account(const std::string& path)
-{
-  static const std::regex dynamic("SG::initialize - repo=[^,]*, name=(.*) - looking up in the repo\n");
-  static const std::regex fixed("looking up static service '(.*)' to initialize\n");
-  static const std::regex verb("did (suspend|resume|remove) on (.*), error");
-  static const std::regex stream("did operations on stream (.*), error");
-  static const std::regex library("LN::open_dll - path=(.*)\n");
-  static const std::regex error("\\[error .*\\] on line (.*): (.*)\n");
-
-  Log_Capture capture;
-  ACE::debug(true);
-  ACE_Service_Gestalt(64, true, true).process_file(path.c_str());
-  ACE::debug(false);
-
-  std::string account;
-  std::smatch match;
-  for (const Record& record : capture.records())
-    if (std::regex_search(record.text, match, dynamic))
-      account += "dynamic " + match.str(1) + '\n';
-    else if (std::regex_search(record.text, match, fixed))
-      account += "static " + match.str(1) + '\n';
-    else if (std::regex_search(record.text, match, verb))
-      account += match.str(1) + ' ' + match.str(2) + '\n';
-    else if (std::regex_search(record.text, match, stream))
-      account += "stream " + match.str(1) + '\n';
-    else if (std::regex_search(record.text, match, library))
-      account += "library " + match.str(1) + '\n';
-  for (const Record& record : capture.records())
-    if (std::regex_search(record.text, match, error))
-      account += "error on line " + match.str(1) + '\n';
-  return account;
-}
-
-static std::string own_account(const std::string& text)
-{
-  static const char* const VERBS[] = {"dynamic ", "static ", "suspend ", "resume ", "remove ", "stream "};
-  const Svc_Conf conf = parse_svc_conf(text);
-
-  std::string account;
-  for (const Directive& directive : conf.directives) {
-    if (directive.in_stream)
-      continue; // the framework gives up earlier, because the stream has not been loaded
-    account += VERBS[directive.verb] + directive.name + '\n';
-    if (directive.verb == Directive::DYNAMIC && directive.factory != Directive::STATIC_FUNCTION)
-      account += "library " + directive.library + '\n';
-  }
-  for (const Syntax_Error& error : conf.errors)
-    if (error.logged_line > 0)
-      account += "error on line " + std::to_string(error.logged_line) + '\n';
-  return account;
-}
 
 // The framework runs in another process, because it leaks the directives that it has read before an error.
 static void expect_same_accounts(const Texts& texts)
@@ -99,7 +43,7 @@ static void expect_same_accounts(const Texts& texts)
   for (const std::string& text : texts) {
     const std::size_t end = accounts.find('\f', at);
     ASSERT_NE(std::string::npos, end) << text;
-    ASSERT_EQ(accounts.substr(at, end - at), own_account(text)) << text;
+    ASSERT_EQ(accounts.substr(at, end - at), parser_account(text)) << text;
     at = end + 1;
   }
 }

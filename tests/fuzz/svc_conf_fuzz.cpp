@@ -1,8 +1,13 @@
-// The checker's parser. The input is a configuration file. Whatever is read out of it is written down in a plain way,
-// one word a line, and has to come out of that again.
+// This target runs the checker's parser. The input is a configuration file. The framework's own parser has to read the
+// same in it. Besides, the directives are written down in a plain way, one word a line, and have to come out of that
+// again.
 
 #include "check/svc_conf_parser.h"
 #include "tests/fuzz/oracle.h"
+#include "tests/support/svc_conf_account.h"
+#include "tests/support/temp_dir.h"
+
+#include <sanitizer/lsan_interface.h>
 
 #include <algorithm>
 
@@ -11,7 +16,7 @@ namespace
 const char* const VERBS[] = {"dynamic", "static", "suspend", "resume", "remove", "stream"};
 const char* const TYPES[] = {"Service_Object", "Module", "STREAM"};
 
-// All of it but the line.
+// The text tells all of the directive but its line.
 std::string describe(const Directive& directive)
 {
   return std::string(VERBS[directive.verb]) + (directive.in_stream ? " in a stream '" : " '") + directive.name + "' " +
@@ -32,9 +37,9 @@ bool is_printable(const std::string& text)
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
-// In quotes. A character that would end such a text can only come from a word in front of the first quote: that word
-// goes into the text, but for its first character. A word without quotes can be written down so too, except for the
-// path of a drive, whose colon has to be the second character.
+// The text is written in quotes. A character that would end such a text can only come from a word in front of the first
+// quote: that word goes into the text, but for its first character. A word without quotes can be written down so too,
+// except for the path of a drive, whose colon has to be the second character.
 std::string write_down_text(const std::string& text)
 {
   if (is_printable(text))
@@ -115,7 +120,40 @@ void check_written_down(const std::vector<Directive>& directives)
   for (const Syntax_Error& error : again.errors)
     expect_equal("no error in what has been written down", "", error.message);
 }
+
+// The framework cuts its records.
+bool is_logged_whole(const Directive& directive)
+{
+  return directive.name.size() < 3000 && directive.library.size() < 3000;
+}
+
+// Within the braces of a stream that is not there, the framework does not survive "remove" and "static".
+bool is_survived(const std::string& text)
+{
+  const std::size_t brace = text.find('{');
+  return brace == std::string::npos ||
+         (text.find("remove", brace) == std::string::npos && text.find("static", brace) == std::string::npos);
+}
+
+void check_framework(const std::vector<Directive>& directives, const std::string& text)
+{
+  if (!is_survived(text) || !std::all_of(directives.begin(), directives.end(), is_logged_whole))
+    return;
+
+  static const Temp_Dir dir;
+  const std::string path = dir.write("svc.conf", text);
+  __lsan_disable(); // it leaks what it has read before an error
+  const std::string account = framework_account(path);
+  __lsan_enable();
+  expect_equal("what the framework reads", account, parser_account(text));
+}
 } // namespace
+
+// The framework finds no library, whatever an input names.
+extern "C" void* dlopen(const char*, int)
+{
+  return nullptr;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
@@ -123,6 +161,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Svc_Conf conf = parse_svc_conf(text);
   check_lines(conf, text);
   check_texts(conf, text);
+  check_framework(conf.directives, text);
   check_written_down(conf.directives);
   return 0;
 }
