@@ -130,6 +130,9 @@ Loader_Step simulate_head(const Placed_Directive& placed, bool has_modules, Serv
     failed = &placed;
 
   Loader_Step step{&placed};
+  if (placed.directive.is_cut_off)
+    return step;
+
   if (has_modules && placed.directive.verb == Directive::DYNAMIC)
     keep_name(step, services);
   else

@@ -15,6 +15,8 @@ struct Directive
   std::string name; ///< of the service; for STREAM the name of the stream that the modules are meant for
   int line = 0;
   bool in_stream = false; ///< stands within the braces of the stream before it
+  /// An error follows within its braces: neither the stream nor a module is made. The verb is STREAM then.
+  bool is_cut_off = false;
 
   Type type = SERVICE_OBJECT; ///< this and the following members belong to DYNAMIC only, apart from the parameters
   Factory factory = OBJECT;

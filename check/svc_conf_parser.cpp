@@ -2,6 +2,7 @@
 
 #include "check/svc_conf_lexer.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace
@@ -45,6 +46,7 @@ private:
   void parse_parameters(Directive& directive);
   bool parse_stream();
   bool parse_modules();
+  void cut_off();
 
   Svc_Conf result_;
   Lexer lexer_;
@@ -207,6 +209,23 @@ bool Parser::parse_entry()
   return true;
 }
 
+// Inside braces the framework executes a directive that is no module as soon as it has read it.
+void Parser::cut_off()
+{
+  const auto is_module = [](const Directive& d) { return d.in_stream && d.verb == Directive::DYNAMIC; };
+  entry_.erase(std::remove_if(entry_.begin(), entry_.end(), is_module), entry_.end());
+  if (entry_.size() < 2)
+    return;
+
+  Directive stream;
+  stream.verb = Directive::STREAM;
+  stream.name = entry_[0].name;
+  stream.line = entry_[0].line;
+  stream.is_cut_off = true;
+  entry_[0] = stream;
+  result_.directives.insert(result_.directives.end(), entry_.begin(), entry_.end());
+}
+
 Svc_Conf Parser::parse()
 {
   while (token_.kind != Token::END) {
@@ -216,7 +235,8 @@ Svc_Conf Parser::parse()
       continue;
     }
 
-    // A directive with an error in it does nothing at all; reading goes on where the next one may begin.
+    // A directive with an error in it does nothing itself; reading goes on where the next one may begin.
+    cut_off();
     quiet_ = 0;
     while (token_.kind != Token::END && !find_verb(token_.kind))
       next();

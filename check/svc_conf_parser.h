@@ -11,6 +11,8 @@
 /// - "#" begins a comment anywhere.
 /// - A letter and a colon begin a path, as a drive would.
 /// - After an error, reading goes on at the next word that begins a directive.
+/// - An error within the braces of a stream does not undo the directives before it there that are no modules: they have
+///   been executed.
 /// - The file ends where a word or a quoted text is 4096 bytes long, where a quoted text is not closed, and at a zero
 ///   byte.
 /// Opens nothing, logs nothing. Any thread.

@@ -558,11 +558,16 @@ TEST(starter_check, reports_modules_of_streams_at_which_the_host_ends)
       "stream dynamic S STREAM * " TESTS_BUILT_EXAMPLES_DIR
       "/libstream.so:_make_Pipeline() { dynamic M Module * " TESTS_BUILT_EXAMPLES_DIR "/libstream.so:_make_Printer() ";
   const std::string no_stream = "1: unknown-service: there is no service 'S' by then";
+  const std::string error = "1: syntax-error: a directive expected, not 'foo'";
   const std::string ends = "fatal-directive: the host ends here, with a record of a fault: ";
   const std::tuple<std::string, std::vector<std::string>, bool> cases[] = {
       {"stream S { remove M }", {no_stream, "1: " + ends + "there is no stream 'S' before it"}, true},
       {"stream S { static M }", {no_stream, "1: " + ends + "'M' is no module of a stream that is there"}, true},
       {"stream S { suspend M }", {no_stream}, false},
+      {"stream S { remove M foo }", {error, "1: " + ends + "there is no stream 'S' before it"}, true},
+      {"stream S { static M foo }", {error, "1: " + ends + "'M' is no module of a stream that is there"}, true},
+      {"stream S { suspend M foo }", {error}, false},
+      {stream + "remove M foo }", {error, "1: " + ends + "there is no stream 'S' before it"}, true},
       {stream + "remove M }", {"1: " + ends + "there is no stream 'S' before it"}, true},
       {stream + "static M }", {"1: " + ends + "'M' is no module of a stream that is there"}, true},
       {std::regex_replace(stream, std::regex("STREAM \\*"), "Service_Object *") + "}",

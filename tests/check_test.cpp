@@ -155,6 +155,22 @@ TEST(svc_conf_parser, tells_the_lines_of_the_file)
   EXPECT_EQ("'*' after the type expected, not 'x'", conf.errors[0].message);
 }
 
+TEST(svc_conf_parser, keeps_what_is_executed_within_braces_before_an_error)
+{
+  const Svc_Conf conf = parse_svc_conf("stream dynamic S STREAM * lib:_make_S() active {\n"
+                                       "dynamic M Module * lib:_make_M()\nremove N\nfoo }\nremove A\n"
+                                       "stream T { dynamic M Module * lib:_make_M() foo }\n");
+
+  ASSERT_THAT(conf.directives, SizeIs(3));
+  EXPECT_EQ(Directive::STREAM, conf.directives[0].verb);
+  EXPECT_EQ("S", conf.directives[0].name);
+  EXPECT_TRUE(conf.directives[0].is_cut_off);
+  EXPECT_EQ("N", conf.directives[1].name);
+  EXPECT_TRUE(conf.directives[1].in_stream);
+  EXPECT_EQ("A", conf.directives[2].name);
+  EXPECT_THAT(conf.errors, SizeIs(2));
+}
+
 TEST(svc_conf_parser, keeps_the_parts_of_a_directive)
 {
   const std::tuple<const char*, Directive::Factory, const char*, const char*> cases[] = {

@@ -110,8 +110,16 @@ bool is_far_from_limit(const Directive& directive)
                    directive.parameters.size()}) < 4000;
 }
 
+// Only an error makes a directive of this kind.
+bool is_cut_off(const Directive& directive)
+{
+  return directive.is_cut_off;
+}
+
 void check_written_down(const std::vector<Directive>& directives)
 {
+  if (std::any_of(directives.begin(), directives.end(), is_cut_off))
+    return;
   if (!std::all_of(directives.begin(), directives.end(), is_far_from_limit))
     return;
 

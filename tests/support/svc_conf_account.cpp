@@ -69,7 +69,7 @@ std::string parser_account(const std::string& text)
 
   std::string account;
   for (const Directive& directive : conf.directives) {
-    if (directive.in_stream)
+    if (directive.in_stream || directive.is_cut_off)
       continue; // the framework gives up on the stream before that, as it has not been loaded
     account += VERBS[directive.verb] + directive.name + '\n';
     if (directive.verb == Directive::DYNAMIC && directive.factory != Directive::STATIC_FUNCTION)
