@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -17,6 +18,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -317,6 +319,20 @@ TEST(service_config_process, leaves_out_a_directory_for_which_there_was_no_descr
   }
 }
 
+// Whether the program, not what has been forked to become it, has the file open.
+static bool has_opened(const Starter_Process& starter, const std::string& path)
+{
+  const std::string name = fs::path(starter_executable()).filename();
+  if (starter.status_field("Name") != name.substr(0, 15))
+    return false;
+
+  std::error_code ignored; // a process that has ended has nothing open
+  for (const auto& fd : fs::directory_iterator("/proc/" + std::to_string(starter.pid()) + "/fd", ignored))
+    if (fs::read_symlink(fd, ignored) == path)
+      return true;
+  return false;
+}
+
 // What is read from a pipe to try it is gone.
 TEST(service_config_process, leaves_a_pipe_to_the_configurator)
 {
@@ -328,8 +344,8 @@ TEST(service_config_process, leaves_a_pipe_to_the_configurator)
   ASSERT_EQ(static_cast<ssize_t>(directives.size()), write(fd, directives.data(), directives.size()));
 
   Starter_Process starter({"-f", pipe}, probed());
-  EXPECT_TRUE(starter.wait_until_idle()) << starter.log(); // it has the pipe open and waits for the rest
-  close(fd);
+  ASSERT_TRUE(starter.wait_until([&] { return has_opened(starter, pipe); })) << starter.log();
+  close(fd); // the end of the text
   ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
   end_after(starter, "a starts.");
 
