@@ -1,8 +1,8 @@
 #include "check/source_reader.h"
 
 #include "check/svc_conf_parser.h"
-#include "starter/open_service_config.h"
 #include "starter/configuration.h"
+#include "starter/open_service_config.h"
 
 #include <cerrno>
 #include <filesystem>
