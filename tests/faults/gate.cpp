@@ -16,6 +16,7 @@ __attribute__((constructor)) static void stop()
   if (std::strcmp(program_invocation_short_name, "starter") != 0)
     return;
 
+  (void)prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0); // a process that hangs must not outlive a test that is given up
   (void)prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY, 0, 0, 0); // refused where nobody restricts tracing
   (void)syscall(SYS_kill, getpid(), SIGSTOP); // raise(3) would make more calls after it, which would be counted
 }

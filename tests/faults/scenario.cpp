@@ -6,7 +6,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -15,12 +16,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using Clock = std::chrono::steady_clock;
 
@@ -36,50 +33,28 @@ namespace
 class Tracer
 {
 public:
-  Tracer(pid_t pid, std::vector<std::string> args);
-  ~Tracer();
+  Tracer(pid_t pid, const std::vector<std::string>& args);
+  ~Tracer() { pclose(messages_); }
 
   Tracer(const Tracer&) = delete;
   Tracer& operator=(const Tracer&) = delete;
 
 private:
-  pid_t pid_ = -1;
-  int messages_ = -1; // kept open: strace tells of every thread, and must not be ended by a closed pipe
+  FILE* messages_; // kept open: strace tells of every thread, and must not be ended by a closed pipe
 };
 } // namespace
 
-Tracer::Tracer(pid_t pid, std::vector<std::string> args)
+Tracer::Tracer(pid_t pid, const std::vector<std::string>& args)
 {
-  args.insert(args.begin(), {"strace", "-p", std::to_string(pid)});
-  std::vector<char*> argv;
-  for (std::string& arg : args)
-    argv.push_back(arg.data());
-  argv.push_back(nullptr);
+  std::string command = "exec strace -p " + std::to_string(pid);
+  for (const std::string& arg : args)
+    command += " '" + arg + '\'';
+  command += " 2>&1";
 
-  int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0)
-    throw std::runtime_error("no pipe");
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, fds[1], STDERR_FILENO);
-  const int error = posix_spawnp(&pid_, "strace", &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(fds[1]);
-  messages_ = fds[0];
-
-  // Its first line tells that it is attached.
-  std::string line;
-  char c = '\0';
-  while (error == 0 && c != '\n' && ::read(messages_, &c, 1) == 1)
-    line += c;
-  if (line.find("attached") == std::string::npos)
-    throw std::runtime_error("strace does not attach: " + line);
-}
-
-Tracer::~Tracer()
-{
-  waitpid(pid_, nullptr, 0);
-  close(messages_);
+  messages_ = popen(command.c_str(), "re");
+  char line[256] = ""; // the first one tells that it is attached
+  if (!messages_ || !std::fgets(line, sizeof line, messages_) || !std::strstr(line, "attached"))
+    throw std::runtime_error(std::string("strace does not attach: ") + line);
 }
 
 // The state letter of a thread, 0 when it has gone. The field stands behind the name, in which there may be anything.
