@@ -72,17 +72,17 @@ static std::string last_lines(const std::string& log)
 void Report::add(const Case& c, End end, const Outcome& outcome)
 {
   const std::lock_guard<std::mutex> guard(lock_);
-  ++counts_[c.configuration->name][end];
   if (lists_)
     std::cout << name_of(c) << ": " << name_of(end) << std::endl;
-  if (!is_wrong(end))
-    return;
-
-  const std::string excuse = excuse_of(c.injection, end);
+  const std::string excuse = is_wrong(end) ? excuse_of(c.injection, end) : "";
   if (!excuse.empty()) {
     ++excused_[excuse];
     return;
   }
+  ++counts_[c.configuration->name][end];
+  if (!is_wrong(end))
+    return;
+
   ++wrong_;
   std::cout << name_of(end) << ", status " << outcome.status << ", to be repeated with: scripts/faults --only '"
             << name_of(c) << "'\n"
@@ -98,8 +98,10 @@ bool Report::print() const
         std::printf("%6u %-9s %s\n", count, configuration.c_str(), name_of(static_cast<End>(end)));
         total += count;
       }
-  for (const auto& [excuse, count] : excused_)
-    std::printf("%6u of the wrong ends are excused: %s\n", count, excuse.c_str());
+  for (const auto& [excuse, count] : excused_) {
+    std::printf("%6u excused: %s\n", count, excuse.c_str());
+    total += count;
+  }
   std::printf("%6u runs, %u wrong ends\n", total, wrong_);
   return wrong_ == 0 && total != 0;
 }
