@@ -69,6 +69,14 @@ static bool tells_of_termination(const std::vector<std::string>& lines)
          count("Second is deleted.") > 1;
 }
 
+// What was written after the start, or everything if it did not get that far: a service that could not be loaded is no
+// reason for a process that has started to end.
+static std::string after_start(const std::string& log)
+{
+  const std::size_t at = log.find(" is started.\n");
+  return at == std::string::npos ? log : log.substr(log.find('\n', at) + 1);
+}
+
 End end_of(const Outcome& outcome, const std::string& usual)
 {
   if (outcome.hangs)
@@ -84,9 +92,11 @@ End end_of(const Outcome& outcome, const std::string& usual)
   const std::vector<std::string> usual_lines = sorted_lines(usual);
   if (lines == usual_lines)
     return AS_USUAL;
+  if (!outcome.was_told_to)
+    return has_more(sorted_lines(after_start(outcome.log)), usual_lines) ? BY_ITSELF : SILENT;
   if (has_more(lines, usual_lines))
-    return outcome.was_told_to ? WITH_RECORDS : BY_ITSELF;
-  return outcome.was_told_to && tells_of_termination(lines) ? RECORDS_MISSING : SILENT;
+    return WITH_RECORDS;
+  return tells_of_termination(lines) ? RECORDS_MISSING : SILENT;
 }
 
 namespace
