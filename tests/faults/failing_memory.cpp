@@ -5,6 +5,8 @@
 //   FAIL_MEMORY=N+      and so does every later one
 //   COUNT_MEMORY=FILE   at its end, the process writes the number of allocations into that file
 
+#include "tests/faults/failing_memory.h"
+
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -53,6 +55,17 @@ __attribute__((destructor)) static void write_count()
   ::close(fd);
 }
 
+// A fault that this failure leads to ends the process without a record, as the system does it.
+static void tell_whether_faults_are_caught()
+{
+  struct sigaction action;
+  if (sigaction(SIGSEGV, nullptr, &action) != 0 || action.sa_handler != SIG_DFL)
+    return;
+
+  (void)!::write(STDERR_FILENO, BEFORE_FAULTS_ARE_CAUGHT, sizeof BEFORE_FAULTS_ARE_CAUGHT - 1);
+  (void)!::write(STDERR_FILENO, "\n", 1);
+}
+
 static bool fails()
 {
   if (!is_open)
@@ -61,6 +74,8 @@ static bool fails()
   const unsigned long number = ++allocations;
   if (number < first_failure || number > last_failure)
     return false;
+  if (number == first_failure)
+    tell_whether_faults_are_caught();
   errno = ENOMEM;
   return true;
 }

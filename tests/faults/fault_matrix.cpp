@@ -74,7 +74,7 @@ void Report::add(const Case& c, End end, const Outcome& outcome)
   const std::lock_guard<std::mutex> guard(lock_);
   if (lists_)
     std::cout << name_of(c) << ": " << name_of(end) << std::endl;
-  const std::string excuse = is_wrong(end) ? excuse_of(c.injection, end) : "";
+  const std::string excuse = is_wrong(end) ? excuse_of(c.injection, end, outcome.log) : "";
   if (!excuse.empty()) {
     ++excused_[excuse];
     return;
@@ -165,7 +165,7 @@ static bool run_one(const Case& c)
 {
   const Outcome outcome = run(*c.configuration, c.injection);
   const End end = end_of(outcome, usual_log(*c.configuration));
-  const std::string excuse = excuse_of(c.injection, end);
+  const std::string excuse = excuse_of(c.injection, end, outcome.log);
 
   std::cout << outcome.log << name_of(end) << ", status " << outcome.status << ' ' << excuse << std::endl;
   return !is_wrong(end) || !excuse.empty();

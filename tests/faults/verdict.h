@@ -31,7 +31,7 @@ End end_of(const Outcome& outcome, const std::string& usual);
 /// Whether no run may end like that.
 bool is_wrong(End end);
 
-/// Why a run may end like that all the same; empty when it may not. The list is in the source.
-std::string excuse_of(const Injection& injection, End end);
+/// Why a run may come to this end, with this log, all the same; empty when it may not. The list is in the source.
+std::string excuse_of(const Injection& injection, End end, const std::string& log);
 
 #endif // TESTS_FAULTS_VERDICT_H
