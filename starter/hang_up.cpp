@@ -127,5 +127,7 @@ void serve_hang_ups()
   for (stay_in_event_loop(); is_due && !is_termination_caught(); stay_in_event_loop()) {
     patience.stop();
     raise_hang_up();
+    if (get_host_phase() == LOOP)
+      forget_stale_event();
   }
 }

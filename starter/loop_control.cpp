@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <new>
 
+#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -39,6 +41,7 @@ class Dev_Poll_Loop : private ACE_Dev_Poll_Reactor
 {
 public:
   static std::sig_atomic_t* mark(ACE_Dev_Poll_Reactor& impl) { return &(impl.*(&Dev_Poll_Loop::deactivated_)); }
+  static epoll_event& pending(ACE_Dev_Poll_Reactor& impl) { return impl.*(&Dev_Poll_Loop::event_); }
 };
 
 // The mark that the reactor looks at before it waits or dispatches; null for a kind that is not known here. The
@@ -150,4 +153,22 @@ void stay_in_event_loop()
   std::sig_atomic_t left = LEFT;
   if (std::sig_atomic_t* const mark = get_mark())
     (void)__atomic_compare_exchange_n(mark, &left, RUNNING, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
+}
+
+// This kind of reactor keeps an event that it has fetched while it calls a timer's event handler first. It would call
+// whoever has the descriptor next, who may wait for ever for something to read. If the descriptor is ready in spite of
+// that, the call is right for its present owner too.
+void forget_stale_event()
+{
+  ACE_Dev_Poll_Reactor* const impl = dynamic_cast<ACE_Dev_Poll_Reactor*>(ACE_Reactor::instance()->implementation());
+  if (!impl)
+    return;
+
+  epoll_event& event = Dev_Poll_Loop::pending(*impl);
+  if (event.data.fd == ACE_INVALID_HANDLE)
+    return;
+
+  pollfd ready = {event.data.fd, static_cast<short>(event.events), 0}; // the bits have the same values
+  if (::poll(&ready, 1, 0) != 1)
+    event.data.fd = ACE_INVALID_HANDLE;
 }

@@ -23,6 +23,11 @@ bool leave_event_loop();
 /// Take back leave_event_loop(), not the end of the loop. Only with a reactor.
 void stay_in_event_loop();
 
+/// Have the loop forget an event that it has fetched and not dispatched, if its descriptor is not ready any more: it
+/// was closed, and its number given out again, when the services were reconfigured. Main thread, while nobody runs the
+/// loop.
+void forget_stale_event();
+
 /// Register with the process-wide reactor what the functions above wake the loop with. If that fails, the framework's
 /// own notification serves, whose lock can hang a signal handler. May be called again, for instance after a service
 /// has replaced the reactor. Main thread, between two callbacks; takes memory and locks.

@@ -631,3 +631,20 @@ TEST(thread_name, is_unknown_to_a_c_library_without_the_function_for_it)
     EXPECT_EQ(1u, starter.count("caught in [unknown]")) << starter.log();
   }
 }
+
+// A reactor of the kind dev_poll calls the timer's event handler with the pipe's event in its hand.
+TEST(hang_up, leaves_no_event_behind_for_the_next_owner_of_a_descriptor)
+{
+  for (const Loop& loop : single_loops()) {
+    SCOPED_TRACE(loop.name);
+    const Temp_Dir dir;
+    std::vector<std::string> args = loop.args;
+    args.insert(args.end(), {"-f", dir.write("x.conf", dynamic_directive("R", "reopener", "_make_Reopener"))});
+    Starter_Process starter(args);
+
+    ASSERT_TRUE(starter.wait_for_record("Reopener has waited.")) << starter.log();
+    EXPECT_EQ(0u, starter.count("Reopener was called for nothing.")) << starter.log();
+    starter.send(SIGTERM);
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  }
+}
