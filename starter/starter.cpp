@@ -1,3 +1,4 @@
+#include "starter/background.h"
 #include "starter/configuration.h"
 #include "starter/event_loop.h"
 #include "starter/fault.h"
@@ -10,7 +11,6 @@
 #include "starter/stl_exports.h"
 #include "starter/systemd_handler.h"
 
-#include <ace/ACE.h>
 #include <ace/Log_Msg.h>
 #include <ace/OS_NS_unistd.h>
 #include <ace/Reactor.h>
@@ -18,11 +18,6 @@
 
 #include <exception>
 #include <memory>
-
-static bool is_where_asked(const Starter_Options& options)
-{
-  return !options.background || ACE::daemonize("/", true, "<unknown>") != -1;
-}
 
 int main(int argc, char** argv)
 {
@@ -32,7 +27,8 @@ int main(int argc, char** argv)
   const Starter_Options options = parse_options(argc, argv);
   unsigned threads = 0;
   std::unique_ptr<ACE_Reactor> recycler; // deletes the replaced reactor, after the configurator has been closed
-  if (is_where_asked(options)) { // what fails to get to the background keeps its identity and the default reactor
+  // A process that fails to get to the background keeps its identity and the default reactor.
+  if (!options.background || go_to_background()) {
     switch_identity(options.opt_user, options.opt_group, options.opt_groups);
     if (ACE_Reactor* const r = get_reactor(options.type, options.n, threads)) // belongs to the account by now
       recycler.reset(ACE_Reactor::instance(r, true));
