@@ -1,5 +1,6 @@
 #include "tests/support/loops.h"
 #include "tests/support/requirements.h"
+#include "tests/support/signal_records.h"
 #include "tests/support/syscall_trace.h"
 #include "tests/support/wait_until.h"
 
@@ -40,25 +41,6 @@ std::vector<int> sorted(std::vector<int> signals)
 const std::vector<int> CAUGHT =
     sorted({SIGINT, SIGQUIT, SIGTERM, SIGILL, SIGSEGV, SIGFPE, SIGALRM, SIGXCPU, SIGBUS, SIGABRT, SIGHUP, SIGUSR2});
 const std::vector<int> IGNORED = sorted({SIGPIPE, SIGIO, SIGURG});
-
-std::string caught_in(int signo, const std::string& thread)
-{
-  return "Signal " + std::to_string(signo) + " (" + strsignal(signo) + ") caught in [" + thread + "]";
-}
-
-std::string loop_name(const testing::TestParamInfo<Loop>& info)
-{
-  return info.param.name;
-}
-
-std::vector<Logged> records_with(const Starter_Process& starter, const std::string& text)
-{
-  std::vector<Logged> found;
-  for (const Record& record : starter.records())
-    if (record.text.find(text) != std::string::npos)
-      found.push_back(with_file(record));
-  return found;
-}
 } // namespace
 
 class every_loop : public testing::TestWithParam<Loop>
@@ -161,88 +143,6 @@ TEST_P(every_loop, applies_an_edited_configuration_on_a_hang_up_and_goes_on)
 
 INSTANTIATE_TEST_SUITE_P(signals, every_loop, testing::ValuesIn(LOOPS), loop_name);
 
-// ---- Faults of code that really runs
-
-TEST(fault, of_a_service_names_its_frames)
-{
-  const std::tuple<const char*, int> cases[] = {{"null", SIGSEGV}, {"division", SIGFPE}, {"instruction", SIGILL},
-                                                {"bus", SIGBUS},   {"abort", SIGABRT},   {"alarm", SIGALRM},
-                                                {"cpu", SIGXCPU}};
-
-  for (const char* const kind : {"select", "dev_poll", "tp"})
-    for (const auto& [how, signo] : cases) {
-      SCOPED_TRACE(testing::Message() << kind << ' ' << how);
-      Starter_Process starter(
-          with_service({"--reactor", kind, "--threads", kind[0] == 't' ? "4" : "1"}, "crash", "_make_Crash", how));
-
-      EXPECT_EQ(0, starter.wait_status()) << starter.log();
-      EXPECT_EQ(1u, starter.count("the back trace:")) << starter.log();
-      EXPECT_EQ(1u, starter.count(caught_in(signo, "starter") + ", the back trace:\n")) << starter.log();
-      EXPECT_NE(0u, starter.count("crash_here")) << starter.log();
-    }
-}
-
-// The back trace allocates memory, and therefore waits for the lock of the allocator for ever.
-TEST(fault, inside_the_allocator_ends_the_process_too)
-{
-  for (const char* const kind : {"select", "tp"}) {
-    SCOPED_TRACE(kind);
-    Starter_Process starter(
-        with_service({"--reactor", kind, "--threads", kind[0] == 't' ? "4" : "1"}, "crash", "_make_Crash", "heap"));
-
-    EXPECT_EQ(0, starter.wait_status()) << starter.log();
-    EXPECT_EQ(1u, starter.count(caught_in(SIGABRT, "starter") + ", the back trace:\n")) << starter.log();
-  }
-}
-
-TEST(fault, while_services_load_needs_no_reactor)
-{
-  Starter_Process starter(with_service({}, "raiser", "_make_Raiser", "init"));
-
-  EXPECT_EQ(0, starter.wait_status()) << starter.log();
-  EXPECT_EQ(1u, starter.count(caught_in(SIGSEGV, "starter") + ", the back trace:\n")) << starter.log();
-}
-
-// When there is another thread, the main thread waits for the allocator, too, and the alarm interrupts it there.
-TEST(fault, inside_the_allocator_is_logged_by_a_single_loop_itself)
-{
-  std::vector<std::string> args = with_service({"--reactor", "select"}, "named", "_make_Named", "beside");
-  Starter_Process starter(with_service(args, "crash", "_make_Crash", "heap"), probed());
-
-  EXPECT_EQ(0, starter.wait_status()) << starter.log();
-  const std::vector<Logged> found = records_with(starter, "the back trace:");
-  ASSERT_EQ(1u, found.size()) << starter.log();
-  EXPECT_EQ(alert(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n").in(SOURCE), found[0]);
-}
-
-// The back trace waits for the allocator, and the record without a back trace waits for the log.
-TEST(fault, inside_the_allocator_is_recorded_even_while_its_thread_holds_the_log)
-{
-  Starter_Process starter(with_service({"--reactor", "tp", "--threads", "4"}, "crash", "_make_Crash", "log"));
-
-  EXPECT_EQ(0, starter.wait_status()) << starter.log();
-  EXPECT_EQ(1u, starter.count(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n")) << starter.log();
-}
-
-TEST(fault, runs_exit_handlers_and_static_destructors)
-{
-  Start_Options options;
-  options.preload = {preload_library("exit_witness")};
-
-  for (const Loop& loop : LOOPS) {
-    SCOPED_TRACE(loop.name);
-    Starter_Process starter(with_service(loop.args, "talker", "_make_Talker"), options);
-    ASSERT_TRUE(starter.wait_for_record("talker init.")) << starter.log();
-    ASSERT_TRUE(wait_for_loop(starter, loop)) << starter.log();
-
-    starter.send(SIGSEGV);
-
-    EXPECT_EQ(0, starter.wait_status()) << starter.log();
-    EXPECT_EQ(1u, starter.count("exit handler ran")) << starter.log();
-    EXPECT_EQ(1u, starter.count("static destructor ran")) << starter.log();
-  }
-}
-
 // ---- Start-up
 
 class during_start_up : public testing::TestWithParam<Loop>
@@ -278,6 +178,32 @@ TEST(termination, while_the_default_reactor_is_made_is_not_lost)
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   EXPECT_EQ(1u, starter.count("Signal 15 (Terminated) caught in [starter].")) << starter.log();
+}
+
+// The termination finds no reactor to end the loop of: the service makes it later.
+TEST(termination, before_there_is_a_reactor_ends_the_loop_that_a_service_runs_later)
+{
+  const Temp_Dir dir;
+  Starter_Process starter(with_service({}, "runner", "_make_Runner", dir / "open"));
+  ASSERT_TRUE(starter.wait_for_record("Runner comes.")) << starter.log();
+
+  starter.send(SIGTERM);
+  ASSERT_TRUE(starter.wait_for_record("caught in [starter].")) << starter.log();
+  dir.write("open", "");
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("Runner has left the loop.")) << starter.log();
+}
+
+TEST_P(during_start_up, a_termination_ends_the_loop_that_a_service_runs)
+{
+  Starter_Process starter(with_service(GetParam().args, "runner", "_make_Runner"));
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+
+  starter.send(SIGTERM);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("Runner has left the loop.")) << starter.log();
 }
 
 // The name of a system call, and its number among the calls of this name in the process, counted from 1.
@@ -395,118 +321,11 @@ TEST(termination, after_a_service_has_ended_the_loop_is_only_logged)
 {
   for (const Loop& loop : LOOPS) {
     SCOPED_TRACE(loop.name);
-    Starter_Process starter(with_service(loop.args, "raiser", "_make_Raiser", "fini"));
+    Starter_Process starter(with_service(loop.args, "raiser", "_make_Raiser", "fini 15"));
 
     EXPECT_EQ(0, starter.wait_status()) << starter.log();
     EXPECT_EQ(1u, starter.count("Raiser is gone.")) << starter.log();
     EXPECT_EQ(1u, starter.count("Signal 15 (Terminated) caught in [starter].")) << starter.log();
-  }
-}
-
-// ---- The hang-up of a single loop
-
-class single_loop : public testing::TestWithParam<Loop>
-{
-protected:
-  // Lets a callback raise a hang-up, and waits until the services have been reconfigured and the callback has returned.
-  static std::string log_of(const std::string& where, const Start_Options& options = {})
-  {
-    const Temp_Dir dir;
-    std::vector<std::string> args = GetParam().args;
-    args.insert(args.end(), {"-f", dir.write("x.conf", dynamic_directive("R", "raiser", "_make_Raiser", where))});
-    Starter_Process starter(args, options);
-    EXPECT_TRUE(starter.wait_for_record("Raiser is gone.")) << starter.log();
-    EXPECT_TRUE(starter.wait_for_record("Callback has ended.")) << starter.log();
-
-    starter.send(SIGTERM);
-    EXPECT_EQ(0, starter.wait_status()) << starter.log();
-    EXPECT_EQ(1u, starter.count("and reconfiguring ...")) << starter.log();
-    return starter.log();
-  }
-};
-
-TEST_P(single_loop, is_reconfigured_between_callbacks)
-{
-  const std::string log = log_of("callback");
-
-  EXPECT_LT(log.find("and reconfiguring ..."), log.find("Callback has ended.")) << log;
-  EXPECT_LT(log.find("Callback has ended."), log.find("Raiser is gone.")) << log;
-}
-
-// The signal handler stops waiting for a callback that hangs, so that even this loop reloads.
-TEST_P(single_loop, is_reconfigured_in_the_middle_of_a_callback_that_does_not_end)
-{
-  const std::string log = log_of("hold");
-
-  EXPECT_LT(log.find("Raiser is gone."), log.find("Callback has ended.")) << log;
-}
-
-TEST_P(single_loop, is_reconfigured_between_callbacks_without_a_timer_too)
-{
-  for (const char* const call : {"timer_create", "timer_settime"}) {
-    SCOPED_TRACE(call);
-    const std::string log = log_of("callback", with_fault("FAULT_TIMER", call));
-
-    EXPECT_LT(log.find("Callback has ended."), log.find("Raiser is gone.")) << log;
-  }
-}
-
-static std::vector<Loop> single_loops()
-{
-  std::vector<Loop> loops;
-  for (const Loop& loop : LOOPS)
-    if (loop.threads == 1)
-      loops.push_back(loop);
-  return loops;
-}
-
-INSTANTIATE_TEST_SUITE_P(hang_up, single_loop, testing::ValuesIn(single_loops()), loop_name);
-
-// ---- The hang-up of a pool
-
-// The loop thread that waits for events on behalf of all loop threads; 0 if there is none.
-static pid_t waiting_loop_thread(const Starter_Process& starter)
-{
-  for (const pid_t tid : starter.threads()) {
-    std::istringstream call(read_file("/proc/" + std::to_string(tid) + "/syscall"));
-    long number = -1;
-    if (tid != starter.pid() && call >> number && (waits_in_select(number) || waits_in_epoll(number)))
-      return tid;
-  }
-  return 0;
-}
-
-// Kept: while the main thread reloads and blocks the signal, a loop thread may get the next hang-up. This thread passes
-// the signal on to the main thread, and ends where the wait of the reactor does not survive a signal. Operators wait
-// for a hang-up to be served before they send another one.
-TEST(hang_up, during_a_reload_is_served_after_it_and_costs_every_pool_but_tp_a_thread)
-{
-  const std::pair<const char*, std::size_t> cases[] = {{"tp", 5}, {"dev_poll", 4}};
-
-  for (const auto& [kind, threads] : cases) {
-    SCOPED_TRACE(kind);
-    const Temp_Dir dir;
-    const std::string open = dir.write("open", "");
-    const std::string conf = dir.write("x.conf", dynamic_directive("G", "gate", "_make_Gate", open));
-    Starter_Process starter({"--reactor", kind, "--threads", "4", "-f", conf});
-    ASSERT_TRUE(starter.wait_for_threads(5)) << starter.log();
-    ASSERT_TRUE(starter.wait_until_idle());
-
-    ASSERT_EQ(0, std::remove(open.c_str()));
-    starter.send(SIGHUP);
-    ASSERT_TRUE(starter.wait_for_record("Gate is closed.", 2)) << starter.log();
-    const pid_t waiting = waiting_loop_thread(starter);
-    ASSERT_NE(0, waiting);
-    starter.send_to_thread(waiting, SIGHUP);
-    EXPECT_TRUE(starter.wait_for_threads(static_cast<unsigned>(threads))) << starter.threads().size();
-    EXPECT_TRUE(starter.wait_for_record("and reconfiguring ...", 2)) << starter.log(); // at once
-    dir.write("open", "");
-
-    EXPECT_TRUE(starter.wait_for_record("Gate is open", 3)) << starter.log();
-    EXPECT_EQ(2u, starter.count("and reconfiguring ...")) << starter.log();
-    EXPECT_EQ(threads, starter.threads().size());
-    starter.send(SIGTERM);
-    EXPECT_EQ(0, starter.wait_status()) << starter.log();
   }
 }
 
@@ -629,22 +448,5 @@ TEST(thread_name, is_unknown_to_a_c_library_without_the_function_for_it)
 
     EXPECT_EQ(0, starter.wait_status()) << starter.log();
     EXPECT_EQ(1u, starter.count("caught in [unknown]")) << starter.log();
-  }
-}
-
-// A reactor of the kind dev_poll calls the timer's event handler with the pipe's event in its hand.
-TEST(hang_up, leaves_no_event_behind_for_the_next_owner_of_a_descriptor)
-{
-  for (const Loop& loop : single_loops()) {
-    SCOPED_TRACE(loop.name);
-    const Temp_Dir dir;
-    std::vector<std::string> args = loop.args;
-    args.insert(args.end(), {"-f", dir.write("x.conf", dynamic_directive("R", "reopener", "_make_Reopener"))});
-    Starter_Process starter(args);
-
-    ASSERT_TRUE(starter.wait_for_record("Reopener has waited.")) << starter.log();
-    EXPECT_EQ(0u, starter.count("Reopener was called for nothing.")) << starter.log();
-    starter.send(SIGTERM);
-    EXPECT_EQ(0, starter.wait_status()) << starter.log();
   }
 }

@@ -1,5 +1,7 @@
 // A service that faults in a loop thread, shortly after it was loaded, in the way that its argument names.
 
+#include "tests/support/no_memory.h"
+
 #include <ace/Log_Msg.h>
 #include <ace/OS_NS_string.h>
 #include <ace/Reactor.h>
@@ -39,7 +41,10 @@ extern "C" __attribute__((visibility("default"), optimize(0))) void crash_here(c
     ::raise(SIGALRM);
   else if (ACE_OS::strcmp(how, "cpu") == 0)
     ::raise(SIGXCPU);
-  else if (ACE_OS::strcmp(how, "log") == 0) {
+  else if (ACE_OS::strcmp(how, "memory") == 0) {
+    take_all_memory();
+    crash_here("null");
+  } else if (ACE_OS::strcmp(how, "log") == 0) {
     ACE_Log_Msg::instance()->acquire(); // as a thread does while it gets a log of its own
     crash_here("heap");
   } else if (ACE_OS::strcmp(how, "heap") == 0) {

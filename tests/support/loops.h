@@ -3,6 +3,8 @@
 
 #include "tests/support/starter_process.h"
 
+#include <gtest/gtest.h>
+
 #include <ostream>
 #include <string>
 #include <vector>
@@ -36,6 +38,12 @@ inline const Loop LOOPS[] = {
 inline std::ostream& operator<<(std::ostream& out, const Loop& loop)
 {
   return out << loop.name;
+}
+
+/// The name of a test that runs for each loop.
+inline std::string loop_name(const testing::TestParamInfo<Loop>& info)
+{
+  return info.param.name;
 }
 
 /// The seven signals that are faults.

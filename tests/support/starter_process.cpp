@@ -218,6 +218,12 @@ bool Starter_Process::wait_for_record(const std::string& text, unsigned count)
   return true;
 }
 
+void Starter_Process::forget_log()
+{
+  read_log(0);
+  log_.clear();
+}
+
 void Starter_Process::send(int signo) const
 {
   kill(pid_, signo);

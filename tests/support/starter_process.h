@@ -57,6 +57,9 @@ public:
   /// How often `text` stands in the log by now.
   unsigned count(const std::string& text);
 
+  /// Forget the text that the process has written by now: log(), count() and wait_for_record() begin anew.
+  void forget_log();
+
   void send(int signo) const;
   void send_to_thread(pid_t tid, int signo) const;
 
