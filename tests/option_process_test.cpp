@@ -296,6 +296,21 @@ TEST(option_process, reads_the_leading_digits_of_a_thread_count)
   }
 }
 
+TEST(option_process, says_that_no_thread_of_a_pool_can_be_made_and_ends_with_status_0)
+{
+  for (const char* const type : {"select", "tp", "dev_poll", "priority"}) {
+    SCOPED_TRACE(type);
+    Starter_Process starter({"--reactor", type, "--threads", "3"}, with_fault("FAULT_THREADS"));
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    const std::vector<Record> records = starter.records();
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(
+        error_failed("Failed to spawn 3 event loop threads, errno=11, Resource temporarily unavailable\n").in(SOURCE),
+        with_file(records.back()));
+  }
+}
+
 // When no thread can be made, the main thread waits for none, and the process ends in order.
 TEST(option_process, reduces_a_thread_count_that_is_too_large_to_the_largest_number)
 {

@@ -87,3 +87,17 @@ TEST(terminate_process, aborts_plainly_before_the_dispositions_are_in_force)
   ASSERT_EQ(1u, records.size()) << starter.log();
   expect_record(records[0], emergency("Unhandled exception is caught, thrown on the way\n"));
 }
+
+TEST(terminate_process, records_a_lack_of_memory_before_the_dispositions_are_in_force)
+{
+  for (Start_Options options : {probed(), Start_Options()}) {
+    SCOPED_TRACE(options.probe);
+    options.preload = {preload_library("throw_probe")};
+    options.env["THROW_PROBE_MEMORY"] = "1";
+
+    Starter_Process starter({"--background"}, options);
+
+    EXPECT_EQ(-SIGABRT, starter.wait_status()) << starter.log();
+    EXPECT_EQ(1u, starter.count("Unhandled exception is caught, std::bad_alloc\n")) << starter.log();
+  }
+}
