@@ -5,9 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <iterator>
 #include <random>
 #include <thread>
 
@@ -46,13 +51,21 @@ void pass_time(unsigned usec)
     std::this_thread::yield();
 }
 
-class signal_stress : public testing::TestWithParam<std::tuple<Loop, Load>>
+class Stress
 {
 protected:
   const int count_ = stress_count();
   std::mt19937 random_{20261};
 
   unsigned up_to(unsigned usec) { return std::uniform_int_distribution<unsigned>(0, usec)(random_); }
+};
+
+class signal_stress : public testing::TestWithParam<std::tuple<Loop, Load>>, protected Stress
+{
+};
+
+class notification_stress : public testing::TestWithParam<Loop>, protected Stress
+{
 };
 
 std::string case_name(const testing::TestParamInfo<std::tuple<Loop, Load>>& info)
@@ -142,6 +155,108 @@ TEST_P(signal_stress, reloads_services_at_work_on_a_hang_up)
   starter.send(SIGTERM);
 
   ASSERT_EQ(0, starter.wait_status()) << starter.log();
+}
+
+// A signal handler that waits for a lock of the reactor's notifications would wait for the thread that it interrupts.
+TEST_P(notification_stress, ends_on_a_termination_while_a_service_notifies_all_the_time)
+{
+  for (int i = 0; i < count_; ++i) {
+    SCOPED_TRACE(i);
+    Starter_Process starter(with_service(GetParam().args, "notifier", "_make_Notifier"));
+    ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+
+    pass_time(up_to(3000));
+    starter.send(SIGTERM);
+
+    ASSERT_EQ(0, starter.wait_status()) << starter.log();
+    ASSERT_EQ(1u, starter.count("caught in [")) << starter.log();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(loops, notification_stress, testing::ValuesIn(LOOPS), loop_name);
+
+// ---- What many reloads cost
+
+// The figures of a process that a leak makes grow. The smallest one of many readings is kept, as a busy service holds
+// more memory at one moment than at another.
+class Usage
+{
+public:
+  void read(Starter_Process& starter)
+  {
+    const std::string log = starter.log();
+    const std::string label = "Heap in use: ";
+    heap_ = std::min(heap_, std::stoul(log.substr(log.rfind(label) + label.size())));
+    resident_ = std::min(resident_, std::stoul(starter.status_field("RssAnon"))); // in KiB
+    const std::filesystem::directory_iterator fds("/proc/" + std::to_string(starter.pid()) + "/fd");
+    descriptors_ = std::min(descriptors_, static_cast<unsigned long>(std::distance(begin(fds), end(fds))));
+  }
+
+  unsigned long heap() const { return heap_; }
+  unsigned long resident() const { return resident_; }
+  unsigned long descriptors() const { return descriptors_; }
+
+private:
+  unsigned long heap_ = ULONG_MAX;
+  unsigned long resident_ = ULONG_MAX;
+  unsigned long descriptors_ = ULONG_MAX;
+};
+
+std::ostream& operator<<(std::ostream& out, const Usage& usage)
+{
+  return out << usage.heap() << " bytes of the heap, " << usage.resident() << " KiB resident, " << usage.descriptors()
+             << " descriptors";
+}
+
+// What the framework's repository of services may grow by, in bytes: it has room for 1,024 services, and each one that
+// is loaded anew takes another place, of 16 bytes, for ever.
+unsigned long repository_growth(int loaded)
+{
+  const int room = 1000; // the repository has services of its own, too
+  return loaded > room ? 16 * static_cast<unsigned long>(loaded - room) : 0;
+}
+
+// The first reloads may still grow what the framework keeps for ever.
+TEST_P(signal_stress, grows_neither_memory_nor_descriptors_with_the_number_of_reloads)
+{
+  const int warm_up = 100;
+  const int window = 50;
+  const auto& [loop, load] = GetParam();
+  Temp_Dir dir;
+  const std::string meter = dynamic_directive("Meter", "meter", "_make_Meter");
+  const std::string busy = load.bytes == 0 ? "" : dynamic_directive("Busy", "busy", "_make_Busy", "4");
+  std::vector<std::string> args = loop.args;
+  args.insert(args.end(), {"-f", dir.write("x.conf", busy + meter)});
+  Starter_Process starter(args);
+  ASSERT_TRUE(wait_for_loop(starter, loop)) << starter.log();
+
+  Usage before;
+  Usage after;
+  const int count = warm_up + 2 * window + count_;
+  for (int i = 0; i < count; ++i) {
+    SCOPED_TRACE(i);
+    ASSERT_TRUE(loop.threads == 1 || starter.wait_for_event_loop());
+    starter.forget_log();
+    starter.send(SIGHUP);
+    ASSERT_TRUE(starter.wait_for_record("Heap in use: ")) << starter.log();
+    ASSERT_EQ(1u, starter.count("and reconfiguring ...")) << starter.log();
+    const bool is_early = i >= warm_up && i < warm_up + window;
+    if (is_early || i >= count - window) {
+      ASSERT_TRUE(starter.wait_for_event_loop()); // the configuration file is open until the reload has ended
+      (is_early ? before : after).read(starter);
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(up_to(100)));
+  }
+  ASSERT_EQ(loop.threads, starter.threads().size());
+  starter.send(SIGTERM);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  std::cout << count << " reloads: " << before << "; then " << after << std::endl;
+  const unsigned long growth = repository_growth(load.bytes == 0 ? count : 2 * count);
+  EXPECT_LE(after.heap(), before.heap() + growth);
+  // The repository is copied when it grows. Besides, a thread may use a page of its stack for the first time.
+  EXPECT_LE(after.resident(), before.resident() + 128 + 3 * growth / 1024);
+  EXPECT_EQ(before.descriptors(), after.descriptors());
 }
 
 INSTANTIATE_TEST_SUITE_P(loops, signal_stress, testing::Combine(testing::ValuesIn(LOOPS), testing::ValuesIn(LOADS)),
