@@ -290,6 +290,20 @@ TEST_P(single_loop, that_is_never_idle_is_reconfigured_between_callbacks)
   EXPECT_EQ(times + 1, starter.count("Toiler is gone between callbacks.")) << starter.log();
 }
 
+// A reactor of the kind dev_poll calls the timer's event handler with the pipe's event in its hand.
+TEST_P(single_loop, keeps_no_event_for_the_next_owner_of_a_descriptor)
+{
+  const Temp_Dir dir;
+  std::vector<std::string> args = GetParam().args;
+  args.insert(args.end(), {"-f", dir.write("x.conf", dynamic_directive("R", "reopener", "_make_Reopener"))});
+  Starter_Process starter(args);
+
+  ASSERT_TRUE(starter.wait_for_record("Reopener has waited.")) << starter.log();
+  EXPECT_EQ(0u, starter.count("Reopener was called for nothing.")) << starter.log();
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+}
+
 INSTANTIATE_TEST_SUITE_P(hang_up, single_loop, testing::ValuesIn(loops_of(true)), loop_name);
 
 // ---- A pool
@@ -383,23 +397,6 @@ TEST(hang_up_of_a_pool, during_a_reload_is_served_after_it_and_costs_every_pool_
     EXPECT_TRUE(starter.wait_for_record("Gate is open", 3)) << starter.log();
     EXPECT_EQ(2u, starter.count(RECORD)) << starter.log();
     EXPECT_EQ(threads, starter.threads().size());
-    starter.send(SIGTERM);
-    EXPECT_EQ(0, starter.wait_status()) << starter.log();
-  }
-}
-
-// A reactor of the kind dev_poll calls the timer's event handler with the pipe's event in its hand.
-TEST(hang_up, leaves_no_event_behind_for_the_next_owner_of_a_descriptor)
-{
-  for (const Loop& loop : single_loops()) {
-    SCOPED_TRACE(loop.name);
-    const Temp_Dir dir;
-    std::vector<std::string> args = loop.args;
-    args.insert(args.end(), {"-f", dir.write("x.conf", dynamic_directive("R", "reopener", "_make_Reopener"))});
-    Starter_Process starter(args);
-
-    ASSERT_TRUE(starter.wait_for_record("Reopener has waited.")) << starter.log();
-    EXPECT_EQ(0u, starter.count("Reopener was called for nothing.")) << starter.log();
     starter.send(SIGTERM);
     EXPECT_EQ(0, starter.wait_status()) << starter.log();
   }

@@ -185,7 +185,7 @@ public:
   void read(Starter_Process& starter)
   {
     const std::string log = starter.log();
-    const std::string label = "Heap in use: ";
+    const std::string label = "Memory in use: ";
     heap_ = std::min(heap_, std::stoul(log.substr(log.rfind(label) + label.size())));
     resident_ = std::min(resident_, std::stoul(starter.status_field("RssAnon"))); // in KiB
     const std::filesystem::directory_iterator fds("/proc/" + std::to_string(starter.pid()) + "/fd");
@@ -238,7 +238,7 @@ TEST_P(signal_stress, grows_neither_memory_nor_descriptors_with_the_number_of_re
     ASSERT_TRUE(loop.threads == 1 || starter.wait_for_event_loop());
     starter.forget_log();
     starter.send(SIGHUP);
-    ASSERT_TRUE(starter.wait_for_record("Heap in use: ")) << starter.log();
+    ASSERT_TRUE(starter.wait_for_record("Memory in use: ")) << starter.log();
     ASSERT_EQ(1u, starter.count("and reconfiguring ...")) << starter.log();
     const bool is_early = i >= warm_up && i < warm_up + window;
     if (is_early || i >= count - window) {

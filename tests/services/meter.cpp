@@ -1,4 +1,5 @@
-// A service that tells, each time it is loaded, how many bytes of the heap are in use.
+// A service that tells, whenever it is loaded, how much memory of the heap is in use: unlike the size of the process,
+// that does not depend on how the heap is cut up.
 
 #include "scrt/log.h"
 
@@ -14,7 +15,8 @@ class Meter : public ACE_Service_Object
 public:
   int init(int, char**) override
   {
-    LOG_RECORD(LM_INFO, "Heap in use: %B.\n", ::mallinfo2().uordblks);
+    const struct mallinfo2 info = mallinfo2();
+    LOG_RECORD(LM_INFO, "Memory in use: %B bytes.\n", info.uordblks + info.hblkhd);
     return 0;
   }
 };
