@@ -85,6 +85,7 @@ private:
 };
 
 enum { NOT_HUNG = -1, CANNOT_HANG = -2 };
+enum { NOTIFICATIONS_AT_ONCE = 100 }; // then the loop looks at its mark, even if there are more all the time
 
 static std::atomic<int> bell_fd{NOT_HUNG};
 
@@ -97,6 +98,7 @@ void hang_bell()
   ACE_Reactor& reactor = *ACE_Reactor::instance();
   if (hung_in == reactor.implementation())
     return;
+  reactor.max_notify_iterations(NOTIFICATIONS_AT_ONCE);
 
   if (!bell) {
     const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
