@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <iterator>
 #include <random>
 #include <thread>
 
@@ -177,6 +176,16 @@ INSTANTIATE_TEST_SUITE_P(loops, notification_stress, testing::ValuesIn(LOOPS), l
 
 // ---- What many reloads cost
 
+// Without the configuration file, which is open until a reload has ended.
+unsigned long count_descriptors(const Starter_Process& starter)
+{
+  unsigned long count = 0;
+  std::error_code ignored; // a descriptor may be closed meanwhile
+  for (const auto& fd : std::filesystem::directory_iterator("/proc/" + std::to_string(starter.pid()) + "/fd", ignored))
+    count += std::filesystem::read_symlink(fd, ignored).filename() == "x.conf" ? 0 : 1;
+  return count;
+}
+
 // The figures of a process that a leak makes grow. The smallest one of many readings is kept, as a busy service holds
 // more memory at one moment than at another.
 class Usage
@@ -188,8 +197,7 @@ public:
     const std::string label = "Memory in use: ";
     heap_ = std::min(heap_, std::stoul(log.substr(log.rfind(label) + label.size())));
     resident_ = std::min(resident_, std::stoul(starter.status_field("RssAnon"))); // in KiB
-    const std::filesystem::directory_iterator fds("/proc/" + std::to_string(starter.pid()) + "/fd");
-    descriptors_ = std::min(descriptors_, static_cast<unsigned long>(std::distance(begin(fds), end(fds))));
+    descriptors_ = std::min(descriptors_, count_descriptors(starter));
   }
 
   unsigned long heap() const { return heap_; }
@@ -216,6 +224,15 @@ unsigned long repository_growth(int loaded)
   return loaded > room ? 16 * static_cast<unsigned long>(loaded - room) : 0;
 }
 
+// What the heap of services at work differs by from one moment to another, in bytes. That of a pool needs a thousand
+// reloads until it grows no more.
+unsigned long fluctuation(const Loop& loop, const Load& load)
+{
+  if (load.bytes == 0)
+    return 0;
+  return loop.threads == 1 ? 1 << 16 : 1 << 20;
+}
+
 // The first reloads may still grow what the framework keeps for ever.
 TEST_P(signal_stress, grows_neither_memory_nor_descriptors_with_the_number_of_reloads)
 {
@@ -235,16 +252,15 @@ TEST_P(signal_stress, grows_neither_memory_nor_descriptors_with_the_number_of_re
   const int count = warm_up + 2 * window + count_;
   for (int i = 0; i < count; ++i) {
     SCOPED_TRACE(i);
-    ASSERT_TRUE(loop.threads == 1 || starter.wait_for_event_loop());
+    ASSERT_TRUE(loop.threads == 1 || starter.wait_for_event_loop()) << starter.log();
     starter.forget_log();
     starter.send(SIGHUP);
     ASSERT_TRUE(starter.wait_for_record("Memory in use: ")) << starter.log();
     ASSERT_EQ(1u, starter.count("and reconfiguring ...")) << starter.log();
-    const bool is_early = i >= warm_up && i < warm_up + window;
-    if (is_early || i >= count - window) {
-      ASSERT_TRUE(starter.wait_for_event_loop()); // the configuration file is open until the reload has ended
-      (is_early ? before : after).read(starter);
-    }
+    if (i >= warm_up && i < warm_up + window)
+      before.read(starter);
+    if (i >= count - window)
+      after.read(starter);
     std::this_thread::sleep_for(std::chrono::microseconds(up_to(100)));
   }
   ASSERT_EQ(loop.threads, starter.threads().size());
@@ -252,7 +268,7 @@ TEST_P(signal_stress, grows_neither_memory_nor_descriptors_with_the_number_of_re
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   std::cout << count << " reloads: " << before << "; then " << after << std::endl;
-  const unsigned long growth = repository_growth(load.bytes == 0 ? count : 2 * count);
+  const unsigned long growth = repository_growth(load.bytes == 0 ? count : 2 * count) + fluctuation(loop, load);
   EXPECT_LE(after.heap(), before.heap() + growth);
   // The repository is copied when it grows. Besides, a thread may use a page of its stack for the first time.
   EXPECT_LE(after.resident(), before.resident() + 128 + 3 * growth / 1024);
