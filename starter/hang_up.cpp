@@ -79,28 +79,45 @@ static void handle_hang_up()
   }
 }
 
+static void handle_in_main_thread(int signo)
+{
+  // One that another thread has passed on has its record. Its signal may have become one with the other two kinds,
+  // which the main thread sends to itself: whatever the signal at hand is, it serves what was passed on.
+  const bool is_passed_on = passed_on.exchange(0) > 0;
+
+  if (is_raised) {
+    is_raised = 0;
+    reconfigure();
+    return;
+  }
+  if (patience.has_rung()) {
+    stay_in_event_loop();
+    if (is_due) {
+      reconfigure();
+      return;
+    }
+    if (!is_passed_on)
+      return;
+  } else if (!is_passed_on)
+    log_hang_up(signo);
+
+  if (!is_termination_caught())
+    handle_hang_up();
+}
+
 void sig_reconfig(int signo)
 {
   const ACE_Errno_Guard guard(errno);
   const Interrupted_Record interrupted; // init and fini log as well
 
-  if (!is_main_thread()) {
-    log_hang_up(signo);
-    if (passed_on++ == 0)
-      signal_main_thread(signo);
-  } else if (is_raised) {
-    is_raised = 0;
-    reconfigure();
-  } else if (patience.has_rung()) {
-    stay_in_event_loop();
-    if (is_due)
-      reconfigure();
-  } else {
-    if (passed_on.exchange(0) == 0)
-      log_hang_up(signo);
-    if (!is_termination_caught())
-      handle_hang_up();
+  if (is_main_thread()) {
+    handle_in_main_thread(signo);
+    return;
   }
+
+  log_hang_up(signo);
+  if (passed_on++ == 0)
+    signal_main_thread(signo);
 }
 
 // Reconfigures in signal context, as everywhere else: the signal is held back from the thread while services load.
