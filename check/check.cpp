@@ -72,9 +72,11 @@ int main(int argc, char** argv)
       return fail("--help and --version stand alone");
     return print(is_help ? USAGE : "starter-check " STARTER_VERSION " (rev " STARTER_REVISION ")\n", CLEAN);
   }
+  char host[] = "starter";
   const bool json = std::strcmp(option, JSON_OPTION) == 0;
   if (json)
     line.erase(line.begin() + 1);
+  line[0] = host; // by what name it will be started is not known, and its arguments depend on that
 
   silence_framework();
   return check(line, json);

@@ -2,11 +2,9 @@
 
 #include "check/checker_options.h"
 #include "check/command_line_reader.h"
-#include "check/substitution.h"
 #include "scrt/make_reactor.h"
 #include "scrt/natoi.h"
 #include "starter/identity.h"
-#include "starter/open_service_config.h"
 #include "starter/options.h"
 
 #include <algorithm>
@@ -84,13 +82,8 @@ void check_own_occurrences(char** argv, const Reading& own, Findings& findings)
   }
 }
 
-void check_configurator_occurrences(char** argv, const Reading& own, const Reading& configurator, Findings& findings)
+void check_thread_pool(char** argv, const Reading& own, const Reading& configurator, Findings& findings)
 {
-  for (const Occurrence& option : configurator.options)
-    if ((option.name == "k" || option.name == "p") && is_given_later(configurator, option))
-      add(findings, Finding_Kind::IGNORED_ARGUMENT,
-          '-' + option.name + ' ' + quoted(option.value) + " is ignored: it is given again later");
-
   // An abbreviation that fits --threads too is taken for --threads by the host.
   for (const Occurrence& option : configurator.options)
     if (option.name == "thread-pool" && own.roles[option.at] != Role::OPTION)
@@ -172,25 +165,6 @@ void check_accounts(const Starter_Options& options, Findings& findings)
     if (!is_known_group(group))
       add(findings, Finding_Kind::UNKNOWN_GROUP, "there is no group " + quoted(group));
 }
-
-// ---- Values that go to the configurator
-
-void check_passed_values(const Reading& configurator, Findings& findings)
-{
-  for (const Occurrence& option : configurator.options) {
-    if (!option.value || option.name.size() != 1)
-      continue;
-
-    const std::string what = '-' + option.name + ' ' + quoted(option.value) + ": ";
-    if (const std::string problem = check_quoting(option.value); !problem.empty())
-      add(findings, Finding_Kind::ALTERED_VALUE, what + problem);
-    // Variables that remain in a directive of -S are replaced among the parameters of its service and looked at there.
-    // A directive that is not safe gets nowhere.
-    if (option.name != "S" || !is_safe_to_substitute(option.value))
-      for (const std::string& problem : check_variables(option.value))
-        add(findings, Finding_Kind::VARIABLE_NOT_SET, what + problem);
-  }
-}
 } // namespace
 
 void check_command_line(int argc, char** argv, Findings& findings)
@@ -201,9 +175,8 @@ void check_command_line(int argc, char** argv, Findings& findings)
 
   check_arguments(argc, argv, own, configurator, findings);
   check_own_occurrences(argv, own, findings);
-  check_configurator_occurrences(argv, own, configurator, findings);
+  check_thread_pool(argv, own, configurator, findings);
   check_reactor(options, findings);
   check_threads(own, options, findings);
   check_accounts(options, findings);
-  check_passed_values(configurator, findings);
 }

@@ -1,7 +1,5 @@
 #include "check/configurator.h"
 
-#include "starter/open_service_config.h"
-
 #include <ace/ACE.h>
 #include <ace/Get_Opt.h>
 #include <ace/Service_Gestalt.h>
@@ -78,11 +76,6 @@ std::vector<Configurator_Option> taken_process_options(int argc, char** argv)
 std::vector<Configurator_Option> taken_service_options(int argc, char** argv)
 {
   return read_options(argc, argv, "df:k:nyS:", ACE_Get_Opt::PERMUTE_ARGS);
-}
-
-std::vector<Configurator_Option> given_options(int argc, char** argv)
-{
-  return read_options(argc, argv, SERVICE_CONFIG_OPTIONS, ACE_Get_Opt::RETURN_IN_ORDER);
 }
 
 bool goes_to_background(int argc, char** argv)

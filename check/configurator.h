@@ -32,9 +32,6 @@ std::vector<Configurator_Option> taken_process_options(int argc, char** argv);
 /// The options that the second reading takes: those of the services, "d", "f", "k", "n", "y" and "S".
 std::vector<Configurator_Option> taken_service_options(int argc, char** argv);
 
-/// The options that are meant: those of one reading that knows all of them.
-std::vector<Configurator_Option> given_options(int argc, char** argv);
-
 /// Whether the configurator itself would go to the background.
 bool goes_to_background(int argc, char** argv);
 

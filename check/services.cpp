@@ -3,6 +3,7 @@
 #include "check/configurator.h"
 #include "check/configurator_findings.h"
 #include "check/loader_model.h"
+#include "check/meant_options.h"
 #include "check/probe_plan.h"
 #include "check/service_findings.h"
 #include "check/signal_findings.h"
@@ -22,9 +23,9 @@ static bool move_to_background_directory()
 }
 
 // `argv` holds the `argc` arguments that the configurator is opened with.
-static bool check_configuration(int argc, char** argv, Findings& findings)
+static bool check_configuration(const std::vector<Meant_Option>& meant, int argc, char** argv, Findings& findings)
 {
-  check_configurator_options(argc, argv, findings);
+  check_configurator_options(meant, argc, argv, findings);
   check_signals(argc, argv, findings);
   if (goes_to_background(argc, argv) && !move_to_background_directory())
     return false;
@@ -45,7 +46,8 @@ bool check_services(int argc, char** argv, Findings& findings)
     return false;
 
   check_directories(argc, argv, findings);
-  return open_service_config(argc, argv, true, [&findings](int args_count, char** args) {
-    return check_configuration(args_count, args, findings);
+  const std::vector<Meant_Option> meant = meant_options(argc, argv);
+  return open_service_config(argc, argv, true, [&](int args_count, char** args) {
+    return args && check_configuration(meant, args_count, args, findings);
   });
 }

@@ -31,8 +31,8 @@ void check_directories(int argc, char** argv, Findings& findings)
 static std::string describe_error(const Read_Source& read)
 {
   std::string message = std::string("cannot be read: ") + std::strerror(read.error);
-  if (read.error == EISDIR)
-    message += "; the host ends here, with status 2";
+  if (read.is_left_out)
+    message += "; the host leaves it out, with an error record, and goes on";
   else if (!read.source.is_default_file)
     message += "; no later -f and no -S is processed";
   return message;
@@ -44,6 +44,9 @@ static void check_source(const Read_Source& read, Findings& findings)
   const bool is_usual = read.source.is_default_file && read.error == ENOENT; // most hosts have no default file
   if (read.error != 0 && !is_usual)
     findings.push_back({Finding_Kind::UNREADABLE_FILE, place, describe_error(read)});
+  if (read.is_unlooked)
+    findings.push_back({Finding_Kind::UNREADABLE_FILE, place,
+                        "is no regular file: the host reads it, and the checker does not look into it"});
   if (read.is_repeated)
     findings.push_back(
         {Finding_Kind::REPEATED_FILE, place, "is processed again, so that its services are replaced by new ones"});

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -25,10 +26,10 @@ bool list_directory(const std::string& path, Directory_Listing& listing)
   return true;
 }
 
-// The content of a file, or false with errno.
+// The content of a regular file, or false with errno. A pipe that has just taken its place is not waited for.
 static bool read_file(const std::string& path, std::string& content)
 {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (fd == -1)
     return false;
 
@@ -43,27 +44,46 @@ static bool read_file(const std::string& path, std::string& content)
   return n == 0;
 }
 
+// The usual stand-in for an empty file can be looked into.
+static bool is_null_device(const std::string& path)
+{
+  struct stat file, null;
+  return stat(path.c_str(), &file) == 0 && stat("/dev/null", &null) == 0 && S_ISCHR(file.st_mode) &&
+         file.st_rdev == null.st_rdev;
+}
+
+// The content of the file of `read`, as far as the host would read it.
+static std::string look_into_file(Read_Source& read)
+{
+  const std::string& path = read.source.text;
+  std::string content;
+  const Content kind = look_into(path.c_str());
+  if (kind != Content::READABLE)
+    read.error = errno;
+  else if (!is_regular_file(path.c_str()))
+    read.is_unlooked = !is_null_device(path);
+  else if (!read_file(path, content))
+    read.error = errno;
+
+  read.is_left_out = kind == Content::UNREADABLE;
+  return content;
+}
+
 static Read_Source read_source(const Source& source, std::set<std::string>& files)
 {
   Read_Source result;
   result.source = source;
-  std::string content;
-  if (!source.is_file)
-    content = source.text;
-  else if (!read_file(source.text, content))
-    result.error = errno;
-  else
-    result.is_repeated = !files.insert(source.text).second;
-
+  const std::string content = source.is_file ? look_into_file(result) : source.text;
+  result.is_repeated = source.is_file && result.error == 0 && !files.insert(source.text).second;
   if (result.error == 0 && !result.is_repeated)
     result.conf = parse_svc_conf(content);
   return result;
 }
 
-// The configurator does without the default file, unless that is a directory.
+// The configurator does without the default file, and the host keeps from it what cannot be read.
 static bool stops_configurator(const Read_Source& read)
 {
-  return read.error != 0 && (!read.source.is_default_file || read.error == EISDIR);
+  return read.error != 0 && !read.is_left_out && !read.source.is_default_file;
 }
 
 std::vector<Read_Source> read_sources(const std::vector<Source>& sources)

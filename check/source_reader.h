@@ -24,12 +24,14 @@ struct Read_Source
 {
   Source source;
   int error = 0;            ///< errno of a file that cannot be read
+  bool is_left_out = false; ///< the file opens and cannot be read: the host goes on without it
+  bool is_unlooked = false; ///< a pipe or a device, which the host reads: looking into it would take its content away
   bool is_repeated = false; ///< this file has been read before: its content is left out here
   Svc_Conf conf;
 };
 
-/// Read the sources in their order, up to the one at which the configurator would stop as it cannot read it. The paths
-/// are looked up from the working directory. Logs nothing.
+/// Read the sources in their order, up to the one at which the configurator would stop as it cannot open it. The paths
+/// are looked up from the working directory. No file is waited for. Logs nothing.
 std::vector<Read_Source> read_sources(const std::vector<Source>& sources);
 
 /// The place of a line in the source. A directive of -S has no lines: its place is the command line.

@@ -3,6 +3,7 @@
 #include "starter/open_service_config.h"
 
 #include <ace/ARGV.h>
+#include <ace/OS_NS_stdlib.h>
 
 #include <cstdlib>
 
@@ -37,23 +38,15 @@ std::vector<std::string> check_variables(const std::string& text)
   return problems;
 }
 
-std::string check_quoting(const std::string& value)
+std::string substitute_variable(const std::string& word)
 {
-  if (value.empty())
-    return "an empty value vanishes, and the option takes the word after it";
+  if (!is_safe_to_substitute(word.c_str()))
+    return word;
 
-  ACE_ARGV args(false);
-  args.add("-x"); // an option stands before each value: at the beginning, the framework would take a "#" for a comment
-  args.add(value.c_str(), true);
-  char** const argv = args.argv();
-  const int argc = args.argc(); // counts the words that have been made
-  if (argc == 2 && argv && argv[1] && value == argv[1])
-    return "";
-
-  std::string words;
-  for (int i = 1; argv && i < argc && argv[i]; ++i)
-    words += std::string(i == 1 ? "'" : " '") + argv[i] + '\'';
-  return "the framework reads this value as " + (words.empty() ? std::string("nothing") : words);
+  char* const text = ACE_OS::strenvdup(word.c_str());
+  const std::string result = text ? text : word;
+  ACE_OS::free(text);
+  return result;
 }
 
 std::string check_left_out(const std::string& parameters)

@@ -9,9 +9,9 @@
 /// changes the environment.
 std::vector<std::string> check_variables(const std::string& text);
 
-/// How the framework alters `value`, the value of an option, on its way to the configurator; empty when it does not.
-/// Variables are not looked at. Any thread.
-std::string check_quoting(const std::string& value);
+/// What the framework makes of a word when it replaces the variable in it. A word that it would not survive stays as it
+/// is. Any thread, as long as nobody changes the environment.
+std::string substitute_variable(const std::string& word);
 
 /// What the framework silently leaves out of the parameters of a service: all of them, if they begin as a comment does,
 /// or a word with a quote that is not closed. Empty when it leaves out nothing. Any thread.

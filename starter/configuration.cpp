@@ -41,8 +41,6 @@ bool is_regular_file(const char* path)
   return ACE_OS::stat(path, &st) == 0 && S_ISREG(st.st_mode);
 }
 
-enum class Content { READABLE, NOT_OPENED, UNREADABLE };
-
 // Whether the file can be read to its end. The reason why not is in `errno`.
 static bool is_read_to_end(int fd)
 {
@@ -57,10 +55,7 @@ static bool is_read_to_end(int fd)
   }
 }
 
-// What the framework is going to meet in the file `path`: its scanner ends the process when it has opened a file that
-// it cannot read, a directory for instance. The reason why not is in `errno`. Pipes and devices count as readable: what
-// is taken from them here is gone, and opening one alone can be noticed at the other end.
-static Content look_into(const char* path)
+Content look_into(const char* path)
 {
   ACE_stat st;
   if (ACE_OS::stat(path, &st) != 0)

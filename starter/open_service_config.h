@@ -38,6 +38,9 @@ inline bool is_safe_to_substitute(const char* text)
 class Service_Config_Argv : public ACE_ARGV
 {
 public:
+  /// Without `substitute`, variables stay as they are.
+  explicit Service_Config_Argv(bool substitute = true) : ACE_ARGV(substitute) {}
+
   void append(const char* text, bool quote_arg = false) { is_whole_ = add(text, quote_arg) == 0 && is_whole_; }
 
   /// The vector, or null when there was no memory for all of it. Once, when everything has been added: asked again

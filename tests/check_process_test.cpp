@@ -16,6 +16,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,9 +45,12 @@ static std::vector<char*> pointers(Texts& texts)
 }
 
 // Runs the checker in the directory, with the environment of the test and additional variables.
-static Outcome check(const Temp_Dir& dir, Texts args, const std::map<std::string, std::string>& env = {})
+// A wrapper runs the checker in its place.
+static Outcome check(const Temp_Dir& dir, Texts args, const std::map<std::string, std::string>& env = {},
+                     const Texts& wrapper = {})
 {
-  args.insert(args.begin(), "starter-check");
+  args.insert(args.begin(), wrapper.empty() ? "starter-check" : TESTS_CHECKER);
+  args.insert(args.begin(), wrapper.begin(), wrapper.end());
   const std::vector<char*> argv = pointers(args);
   const Temp_Dir streams;
 
@@ -57,7 +61,7 @@ static Outcome check(const Temp_Dir& dir, Texts args, const std::map<std::string
     dup2(open((streams / "out").c_str(), O_WRONLY | O_CREAT, 0600), STDOUT_FILENO);
     dup2(open((streams / "err").c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
     if (chdir(dir.path().c_str()) == 0)
-      execv(TESTS_CHECKER, argv.data());
+      execv(wrapper.empty() ? TESTS_CHECKER : argv[0], argv.data());
     _exit(127);
   }
 
@@ -252,6 +256,40 @@ TEST(starter_check, reports_values_that_do_not_reach_the_host_unchanged)
   expect_findings({"-k", "a\tb"}, {"altered-value: -k 'a\\x09b': the framework reads this value as 'a' 'b'"});
   expect_findings({"-p", ""},
                   {"altered-value: -p '': an empty value vanishes, and the option takes the word after it"});
+  expect_findings({"-p", "\n", "-d"},
+                  {"altered-value: -p '\\x0a': white space vanishes, and the option takes the word after it"});
+  expect_findings({"-k", "\"a\""}, {"altered-value: -k '\"a\"': the framework reads this value as 'a'"});
+}
+
+TEST(starter_check, reports_what_an_open_quote_takes_along)
+{
+  const std::string open = "': a quote in it is not closed, and takes in the words after it up to the next such quote";
+  expect_findings(
+      {"-k", "it's", "-d", "-S", "remove A"},
+      {"altered-value: -k 'it's" + open,
+       "ignored-argument: '-d' does not get to the configurator: a quote before it is not closed",
+       "ignored-argument: '-S remove A' does not get to the configurator: a quote before it is not closed"});
+  expect_findings({"-k", "it's", "-p", "o'clock", "-S", "remove A"},
+                  {"altered-value: -k 'it's" + open,
+                   "altered-value: -p 'o'clock': the framework joins it to a value before it, as 'its -p oclock'"});
+}
+
+TEST(starter_check, tells_which_of_two_values_is_in_effect)
+{
+  expect_findings({"-k", "a", "-k", "it's"}, {"altered-value: -k 'it's': a quote in it is not closed, and takes in the "
+                                              "words after it up to the next such quote"});
+}
+
+TEST(starter_check, reports_a_variable_in_the_name_of_a_file_of_a_directory)
+{
+  const Temp_Dir dir;
+  dir.write("x.d/$SET_HERE.conf", "");
+  EXPECT_THAT(lines(check(dir, {"-f", "x.d"}, {{"SET_HERE", "a"}}).out),
+              ElementsAre("command line: altered-value: -f 'x.d/$SET_HERE.conf': the framework replaces a variable in "
+                          "the name of this file",
+                          "x.d/a.conf: unreadable-file: cannot be read: No such file or directory; no later -f and no "
+                          "-S is processed"));
+  EXPECT_EQ("", check(dir, {"-f", "x.d"}).out);
 }
 
 TEST(starter_check, reports_variables_of_values_that_are_not_set)
@@ -259,7 +297,10 @@ TEST(starter_check, reports_variables_of_values_that_are_not_set)
   expect_findings({"-k", "$NOT_SET_HERE"},
                   {"variable-not-set: -k '$NOT_SET_HERE': $NOT_SET_HERE is not set and stays as it is"});
 
+  // The quotes are taken out before the name is read.
   const Temp_Dir dir;
+  EXPECT_EQ("command line: altered-value: -k '$SET_\"HERE\"': the framework reads this value as '$SET_HERE'\n",
+            check(dir, {"-k", "$SET_\"HERE\""}, {{"SET_HERE", "a"}}).out);
   dir.write("x.conf", "remove\n");
   EXPECT_EQ("x.conf:1: syntax-error: the name of a service expected, not the end\n",
             check(dir, {"-f", "$SET_HERE"}, {{"SET_HERE", "x.conf"}}).out);
@@ -345,8 +386,37 @@ TEST(starter_check, reports_a_file_that_cannot_be_read_and_none_after_it)
 TEST(starter_check, reports_a_directory_that_only_a_variable_names)
 {
   const Temp_Dir dir;
-  EXPECT_EQ(dir.path() + ": unreadable-file: cannot be read: Is a directory; the host ends here, with status 2\n",
-            check(dir, {"-f", "$CONF_DIR"}, {{"CONF_DIR", dir.path()}}).out);
+  dir.write("x.conf", "foo\n");
+  const std::string left_out =
+      ": unreadable-file: cannot be read: Is a directory; the host leaves it out, with an error record, and goes on";
+
+  EXPECT_THAT(lines(check(dir, {"-f", "$CONF_DIR", "-f", "x.conf"}, {{"CONF_DIR", dir.path()}}).out),
+              ElementsAre(dir.path() + left_out, "x.conf:1: syntax-error: a directive expected, not 'foo'"));
+  std::filesystem::create_directory(dir / "svc.conf");
+  EXPECT_THAT(lines(check(dir, {"-S", "foo"}).out),
+              ElementsAre("./svc.conf" + left_out, "command line: syntax-error: a directive expected, not 'foo'"));
+}
+
+TEST(starter_check, reports_a_file_that_opens_and_cannot_be_read)
+{
+  const Temp_Dir dir;
+  EXPECT_EQ("/proc/self/mem: unreadable-file: cannot be read: Input/output error; the host leaves it out, with an "
+            "error record, and goes on\n",
+            check(dir, {"-f", "/proc/self/mem"}).out);
+}
+
+// Nobody writes to the pipe: the checker would wait for ever.
+TEST(starter_check, does_not_look_into_pipes_and_devices)
+{
+  const Temp_Dir dir;
+  ASSERT_EQ(0, mkfifo((dir / "pipe").c_str(), 0600));
+  dir.write("x.conf", "foo\n");
+
+  const std::string unlooked =
+      ": unreadable-file: is no regular file: the host reads it, and the checker does not look into it";
+  EXPECT_THAT(lines(check(dir, {"-f", "pipe", "-f", "/dev/zero", "-f", "/dev/null", "-f", "x.conf"}).out),
+              ElementsAre("pipe" + unlooked, "/dev/zero" + unlooked,
+                          "x.conf:1: syntax-error: a directive expected, not 'foo'"));
 }
 
 TEST(starter_check, reads_the_default_file_when_there_is_one)

@@ -217,15 +217,13 @@ TEST(check_variables, names_variables_that_are_not_replaced)
               ElementsAre("the name of a variable is too long for the framework"));
 }
 
-TEST(check_quoting, tells_what_becomes_of_a_value)
+TEST(substitute_variable, replaces_what_the_framework_replaces)
 {
-  for (const char* const value :
-       {"a", "a b", "dynamic A Service_Object * l:_make_A() \"-p 1\"", "/x/y.conf", "#a", "a#b", "# a"})
-    EXPECT_EQ("", check_quoting(value)) << value;
-
-  EXPECT_EQ("an empty value vanishes, and the option takes the word after it", check_quoting(""));
-  EXPECT_EQ("the framework reads this value as 'a' 'b'", check_quoting("a\tb"));
-  EXPECT_EQ("the framework reads this value as 'a'", check_quoting("\"a\""));
+  ::setenv("TESTS_SET", "value", 1);
+  const std::string too_long = '$' + std::string(20000, 'x');
+  EXPECT_EQ("avalue/b$TESTS_SET", substitute_variable("a$TESTS_SET/b$TESTS_SET"));
+  EXPECT_EQ("$TESTS_NOT_SET", substitute_variable("$TESTS_NOT_SET"));
+  EXPECT_EQ(too_long, substitute_variable(too_long));
 }
 
 // The words are compared with those that the framework makes.

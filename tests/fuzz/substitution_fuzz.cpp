@@ -1,6 +1,8 @@
 // This target holds the checker's forecast of what the framework makes of a text against what the framework makes of
 // it. The input is the text, which serves as the value of an option and as the parameters of a service.
 
+#include "check/configurator_findings.h"
+#include "check/meant_options.h"
 #include "check/substitution.h"
 #include "starter/open_service_config.h"
 #include "tests/fuzz/framework_line.h"
@@ -47,42 +49,37 @@ void check_forecast_of_substitution(const std::string& word)
 
   char* const replaced = ACE_OS::strenvdup(word.c_str());
   expect_equal("a word with its variable replaced", substitute(word), replaced);
+  expect_equal("a word with its variable replaced by the checker", replaced, substitute_variable(word));
   const std::size_t first = word.find('$');
   if (first != std::string::npos && !name_behind(word, first).empty() && check_variables(word).empty())
     expect(std::getenv(name_behind(word, first).c_str()) != nullptr, "a variable without a problem is set");
   ACE_OS::free(replaced);
 }
 
-void check_forecast_of_quoting(const std::string& value)
-{
-  const std::string problem = check_quoting(value);
-  const Words words = split(join({"-x", value}));
-  const bool is_kept = words.words == Texts{"-x", value};
-  expect(problem.empty() == (is_kept && !value.empty()), "a value has a problem when it is altered");
-  if (problem.empty() || value.empty())
-    return;
-
-  std::string list;
-  for (std::size_t i = 1; i < words.words.size(); ++i)
-    list += (i == 1 ? "'" : " '") + words.words[i] + '\'';
-  expect_equal("the words of a value", "the framework reads this value as " + (list.empty() ? "nothing" : list),
-               problem);
-}
-
-// The configurator gets a value that has no problem as it is.
+// The configurator gets a value that has no finding as it is, and another one otherwise, or with a variable in it.
 void check_value(const std::string& value)
 {
-  if (value.empty() || !check_quoting(value).empty() || !check_variables(value).empty())
+  if (!is_survived(value))
     return;
 
-  std::string name = "starter", letter = "-k", text = value;
-  char* argv[] = {name.data(), letter.data(), text.data(), nullptr};
+  std::string name = "starter", letter = "-k", text = value, last = "-d";
+  char* argv[] = {name.data(), letter.data(), text.data(), last.data(), nullptr};
+  const std::vector<Meant_Option> meant = meant_options(4, argv);
+  const std::string line = "starter " + join({"-k", value}) + " -d";
+  expect_equal("the words of a value", split(line).words, framework_words(meant, meant.size()));
+
+  Findings findings;
   Texts passed;
-  open_service_config(3, argv, true, [&](int argc, char** vector) {
+  open_service_config(4, argv, true, [&](int argc, char** vector) {
     passed.assign(vector, vector + argc);
+    check_configurator_options(meant, argc, vector, findings);
     return true;
   });
-  expect_equal("a value without a problem", {"starter", "-k", substitute(value)}, passed);
+  const Texts expected{"starter", "-k", substitute(value), "-d"};
+  if (findings.empty())
+    expect_equal("a value without a finding", expected, passed);
+  else if (passed == expected)
+    expect(!check_variables(value).empty() || value[0] == '-', "a value with a finding is altered or read twice");
 }
 
 void check_parameters(const std::string& parameters)
@@ -117,7 +114,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check_line(text);
   check_forecast_of_variables(text);
   check_forecast_of_substitution(text);
-  check_forecast_of_quoting(text);
   check_value(text);
   check_parameters(text);
   for (const std::string& word : split(text).words)
