@@ -2,6 +2,7 @@
 
 #include "check/checker_options.h"
 #include "check/command_line_findings.h"
+#include "check/reactor_findings.h"
 #include "check/report.h"
 #include "check/services.h"
 #include "starter/product_version.h"
@@ -52,6 +53,8 @@ static int check(std::vector<char*>& line, bool json)
 
   Findings findings;
   check_command_line(argc, line.data(), findings);
+  if (!check_reactor_limit(argc, line.data(), findings))
+    return fail("cannot start a process to try a reactor in");
   if (!check_services(argc, line.data(), findings))
     return fail("cannot start a process to try a library in, or move to the directory /");
 

@@ -8,6 +8,7 @@
 enum class Finding_Kind {
   ALTERED_VALUE,
   BAD_SIGNAL,
+  DESCRIPTOR_LIMIT,
   DUPLICATE_SERVICE,
   EMPTY_DIRECTORY,
   FATAL_DIRECTIVE,
@@ -37,6 +38,8 @@ constexpr const char* kind_name(Finding_Kind kind)
     return "altered-value";
   case Finding_Kind::BAD_SIGNAL:
     return "bad-signal";
+  case Finding_Kind::DESCRIPTOR_LIMIT:
+    return "descriptor-limit";
   case Finding_Kind::DUPLICATE_SERVICE:
     return "duplicate-service";
   case Finding_Kind::EMPTY_DIRECTORY:

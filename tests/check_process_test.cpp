@@ -243,6 +243,41 @@ TEST(starter_check, reports_unknown_reactors)
                     {"unknown-reactor: '" + type + "' is no reactor: select, tp, dev_poll and priority are"});
 }
 
+// The host itself tells whether a limit is too low: its reactor does not open, or the program has no descriptor left to
+// look at the machine.
+TEST(starter_check, reports_a_limit_of_descriptors_that_is_too_low_for_the_reactor)
+{
+  const std::tuple<const char*, Texts> cases[] = {{"the default reactor", {}},
+                                                  {"the reactor 'select'", {"--reactor", "select"}},
+                                                  {"the reactor 'tp'", {"--reactor", "tp", "--threads", "2"}},
+                                                  {"the reactor 'dev_poll'", {"--reactor", "dev_poll"}},
+                                                  {"the reactor 'priority'", {"--reactor", "priority"}}};
+  for (const auto& [name, args] : cases) {
+    unsigned too_low = 0;
+    for (const std::string limit : {"4", "5", "6", "7", "8"}) {
+      SCOPED_TRACE(name + (" with " + limit));
+      const Temp_Dir dir;
+      const Texts wrapper{"/bin/sh", "-c",
+                          "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&- && ulimit -n " + limit + " && exec \"$0\" \"$@\""};
+      const Outcome run = check(dir, args, {}, wrapper);
+      Start_Options options;
+      options.wrapper = wrapper;
+      Starter_Process starter(args, options);
+      ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
+
+      const bool is_too_low = starter.count("Too many open files") != 0;
+      too_low += is_too_low ? 1 : 0;
+      EXPECT_EQ(is_too_low ? "command line: descriptor-limit: the limit of " + limit + " descriptors is too low for " +
+                                 name + " and a single service\n"
+                           : "",
+                run.out)
+          << starter.log();
+    }
+    EXPECT_LT(0u, too_low);
+    EXPECT_GT(5u, too_low);
+  }
+}
+
 TEST(starter_check, reports_unknown_accounts)
 {
   expect_findings({"--user", "no-such-user"}, {"unknown-user: there is no user 'no-such-user'"});
