@@ -58,14 +58,11 @@ static std::string look_into_file(Read_Source& read)
   const std::string& path = read.source.text;
   std::string content;
   const Content kind = look_into(path.c_str());
-  if (kind != Content::READABLE)
-    read.error = errno;
-  else if (!is_regular_file(path.c_str()))
-    read.is_unlooked = !is_null_device(path);
-  else if (!read_file(path, content))
-    read.error = errno;
-
   read.is_left_out = kind == Content::UNREADABLE;
+  if (kind == Content::READABLE && !is_regular_file(path.c_str()))
+    read.is_unlooked = !is_null_device(path);
+  else if (kind != Content::READABLE || !read_file(path, content))
+    read.error = errno;
   return content;
 }
 

@@ -44,7 +44,7 @@ std::string substitute_variable(const std::string& word)
     return word;
 
   char* const text = ACE_OS::strenvdup(word.c_str());
-  const std::string result = text ? text : word;
+  std::string result = text ? text : word;
   ACE_OS::free(text);
   return result;
 }
