@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include <dlfcn.h>
+#include <malloc.h>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define NEEDS_OWN_NEW() GTEST_SKIP() << "A sanitizer has new and delete of its own"
@@ -102,6 +105,24 @@ TEST(handler_memory, comes_from_the_heap_when_the_reserve_is_used_up_and_from_th
     release(piece);
 }
 
+// Releasing memory that is neither the reserve's nor the heap's ends the process: the C library finds it out.
+TEST(handler_memory, ends_behind_the_last_piece)
+{
+  NEEDS_OWN_NEW();
+  std::vector<char*> pieces;
+  for (int i = 0; i < 64; ++i)
+    pieces.push_back(static_cast<char*>(allocate_in_handler(8192)));
+  const auto [first, last] = std::minmax_element(pieces.begin(), pieces.end());
+  char* const end = *last + 8192;
+
+  EXPECT_EQ(64 * 8192, end - *first); // the pieces leave no gap, and the last one is in use
+  std::memset(*last, 0, 8192);        // the C library looks at the bytes in front of what it releases
+  EXPECT_EXIT(release(end), testing::KilledBySignal(SIGABRT), "");
+
+  for (void* const piece : pieces)
+    release(piece);
+}
+
 TEST(handler_memory, is_aligned_for_everything)
 {
   std::vector<void*> pieces;
@@ -158,4 +179,85 @@ TEST(operator_delete, accepts_null)
 {
   release(nullptr);
   ::operator delete(nullptr, std::size_t(1));
+}
+
+// A pair of functions that allocate and release memory.
+struct Form
+{
+  const char* name;
+  void* (*allocate)(std::size_t size);
+  void (*release)(void* p, std::size_t size);
+};
+
+static const std::align_val_t WIDE{64}; // more than the plain forms promise
+
+static const Form FORMS[] = {
+    {"plain", [](std::size_t n) { return ::operator new(n); }, [](void* p, std::size_t) { ::operator delete(p); }},
+    {"plain, sized", [](std::size_t n) { return ::operator new(n); },
+     [](void* p, std::size_t n) { ::operator delete(p, n); }},
+    {"plain, nothrow", [](std::size_t n) { return ::operator new(n, std::nothrow); },
+     [](void* p, std::size_t) { ::operator delete(p, std::nothrow); }},
+    {"array", [](std::size_t n) { return ::operator new[](n); }, [](void* p, std::size_t) { ::operator delete[](p); }},
+    {"array, sized", [](std::size_t n) { return ::operator new[](n); },
+     [](void* p, std::size_t n) { ::operator delete[](p, n); }},
+    {"array, nothrow", [](std::size_t n) { return ::operator new[](n, std::nothrow); },
+     [](void* p, std::size_t) { ::operator delete[](p, std::nothrow); }},
+    {"aligned", [](std::size_t n) { return ::operator new(n, WIDE); },
+     [](void* p, std::size_t) { ::operator delete(p, WIDE); }},
+    {"aligned, sized", [](std::size_t n) { return ::operator new(n, WIDE); },
+     [](void* p, std::size_t n) { ::operator delete(p, n, WIDE); }},
+    {"aligned, nothrow", [](std::size_t n) { return ::operator new(n, WIDE, std::nothrow); },
+     [](void* p, std::size_t) { ::operator delete(p, WIDE, std::nothrow); }},
+    {"aligned array", [](std::size_t n) { return ::operator new[](n, WIDE); },
+     [](void* p, std::size_t) { ::operator delete[](p, WIDE); }},
+    {"aligned array, sized", [](std::size_t n) { return ::operator new[](n, WIDE); },
+     [](void* p, std::size_t n) { ::operator delete[](p, n, WIDE); }},
+    {"aligned array, nothrow", [](std::size_t n) { return ::operator new[](n, WIDE, std::nothrow); },
+     [](void* p, std::size_t) { ::operator delete[](p, WIDE, std::nothrow); }}};
+
+static std::size_t heap_in_use()
+{
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+TEST(operator_delete, gives_memory_of_each_form_back_to_the_heap)
+{
+  NEEDS_OWN_NEW();
+  const std::size_t size = 5000;
+  const std::size_t rounds = 100;
+  for (const Form& form : FORMS) {
+    SCOPED_TRACE(form.name);
+    const std::size_t before = heap_in_use();
+    void* const p = form.allocate(size);
+    const std::size_t meanwhile = heap_in_use();
+    form.release(p, size);
+    for (std::size_t i = 1; i < rounds; ++i)
+      form.release(form.allocate(size), size);
+    const std::size_t after = heap_in_use();
+
+    EXPECT_LE(before + size, meanwhile);
+    EXPECT_GT(before + rounds * size / 10, after); // the C library keeps a few small pieces, such as those that
+                                                   // aligning leaves over, and counts them as used
+  }
+}
+
+// The test above cannot see whether memory comes back to the reserve: the heap stays as it is either way.
+TEST(operator_delete, gives_memory_of_each_form_back_to_the_reserve)
+{
+  NEEDS_OWN_NEW();
+  for (const Form& form : FORMS) {
+    SCOPED_TRACE(form.name);
+    const Handler_Memory_Guard guard;
+    void* const first = form.allocate(1);
+    form.release(first, 1);
+    void* const second = form.allocate(1);
+    form.release(second, 1);
+
+    const bool is_wide = std::strstr(form.name, "aligned");
+    EXPECT_EQ(!is_wide, is_of_reserve(first)); // memory for over-aligned types always comes from the heap
+    if (!is_wide) {
+      EXPECT_EQ(first, second);
+    }
+  }
 }
