@@ -8,10 +8,12 @@
 #include "tests/support/starter_process.h"
 #include "tests/support/svc_conf_account.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/write_probe.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <random>
@@ -20,7 +22,6 @@
 #include <vector>
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 using Texts = std::vector<std::string>;
@@ -262,7 +263,7 @@ TEST(library_probe, finds_the_symbols_of_a_library)
   EXPECT_TRUE(result.is_probed);
   EXPECT_EQ("", result.error);
   ASSERT_THAT(result.errors, SizeIs(1));
-  EXPECT_THAT(result.errors.at("_make_No"), HasSubstr("undefined symbol: _make_No"));
+  EXPECT_EQ(service_library("check_plain") + ": undefined symbol: _make_No", result.errors.at("_make_No"));
 }
 
 TEST(library_probe, says_why_a_library_cannot_be_loaded)
@@ -276,8 +277,8 @@ TEST(library_probe, says_why_a_library_cannot_be_loaded)
     SCOPED_TRACE(name);
     EXPECT_EQ(error, probe_library({{}, service_library(name), {}, {}, {}}, 1).error);
   }
-  EXPECT_THAT(probe_library({{}, service_library("check_undefined"), {}, {}, {}}).error,
-              HasSubstr("undefined symbol: variable_that_nobody_defines"));
+  EXPECT_EQ(service_library("check_undefined") + ": undefined symbol: variable_that_nobody_defines",
+            probe_library({{}, service_library("check_undefined"), {}, {}, {}}).error);
   EXPECT_EQ("no_such_library: cannot open shared object file: No such file or directory; "
             "no_such_library.so: cannot open shared object file: No such file or directory; "
             "libno_such_library.so: cannot open shared object file: No such file or directory",
@@ -293,9 +294,30 @@ TEST(library_probe, reads_answers_that_look_like_the_end_of_all_answers)
 
     ASSERT_EQ("", result.error);
     ASSERT_THAT(result.errors, SizeIs(2));
-    ASSERT_THAT(result.errors.at("E"), HasSubstr("undefined symbol: E"));
+    ASSERT_EQ(service_library("check_plain") + ": undefined symbol: E", result.errors.at("E"));
     ASSERT_THAT(result.missing_statics, ElementsAre("E"));
   }
+}
+
+TEST(library_probe, answers_in_full_when_its_writes_are_interrupted_and_short)
+{
+  const Slow_Writes slow;
+  const Library_Result result =
+      probe_library({{}, service_library("check_plain"), {"_make_Plain", "_make_No"}, {}, {"No_Such_Service"}});
+
+  EXPECT_EQ("", result.error);
+  EXPECT_THAT(result.functions, ElementsAre("_make_Plain"));
+  ASSERT_THAT(result.errors, SizeIs(1));
+  EXPECT_EQ(service_library("check_plain") + ": undefined symbol: _make_No", result.errors.at("_make_No"));
+  EXPECT_THAT(result.missing_statics, ElementsAre("No_Such_Service"));
+}
+
+TEST(library_probe, ends_when_it_cannot_answer)
+{
+  const Failing_Writes failing(EIO);
+
+  EXPECT_EQ("loading it ends the process with status 1",
+            probe_library({{}, service_library("check_plain"), {}, {}, {}}).error);
 }
 
 TEST(library_probe, knows_static_services)
@@ -391,4 +413,109 @@ TEST(check_report, writes_json_whatever_the_texts_hold)
             "]}\n",
             format_json({{Finding_Kind::BAD_SIGNAL, {}, "b"},
                          {Finding_Kind::SYNTAX_ERROR, {"f\\", 7}, std::string("\"\t\0\xc3\xa9\xff", 6)}}));
+}
+
+// The bytes of the text as the report writes them when they are no UTF-8, or control characters.
+static std::string escaped(const std::string& bytes)
+{
+  static const char* const DIGITS = "0123456789abcdef";
+  std::string text;
+  for (const char c : bytes) {
+    const unsigned byte = static_cast<unsigned char>(c);
+    text += {'\\', 'x', DIGITS[byte / 16], DIGITS[byte % 16]};
+  }
+  return text;
+}
+
+static void expect_reports(const std::string& message, const std::string& text, const std::string& json)
+{
+  SCOPED_TRACE(escaped(message));
+  const Findings findings{{Finding_Kind::BAD_SIGNAL, {}, message}};
+
+  EXPECT_EQ("command line: bad-signal: " + text + '\n', format_text(findings));
+  EXPECT_EQ("{\"findings\": [\n  {\"kind\": \"bad-signal\", \"file\": null, \"line\": null, \"message\": \"" + json +
+                "\"}\n]}\n",
+            format_json(findings));
+}
+
+TEST(check_report, leaves_characters_as_they_are)
+{
+  for (const std::string c : {" ",
+                              "~",
+                              "\xc2\xa0",
+                              "\xc2\xa9",
+                              "\xc3\x80",
+                              "\xdf\xbf",
+                              "\xe0\xa0\x80",
+                              "\xe0\xbf\xbf",
+                              "\xe1\x80\x80",
+                              "\xe2\x82\xac",
+                              "\xec\xbf\xbf",
+                              "\xed\x80\x80",
+                              "\xed\x9f\xbf",
+                              "\xee\x80\x80",
+                              "\xef\xbf\xbf",
+                              "\xf0\x90\x80\x80",
+                              "\xf0\x9f\x98\x80",
+                              "\xf0\xbf\xbf\xbf",
+                              "\xf1\x80\x80\x80",
+                              "\xf3\xbf\xbf\xbf",
+                              "\xf4\x80\x80\x80",
+                              "\xf4\x8f\xbf\xbf"}) {
+    expect_reports(c, c, c);
+    expect_reports('a' + c + c + 'z', 'a' + c + c + 'z', 'a' + c + c + 'z');
+  }
+}
+
+TEST(check_report, escapes_control_characters)
+{
+  const std::pair<std::string, std::string> cases[] = {{std::string(1, '\0'), "\\u0000"},
+                                                       {"\x1f", "\\u001f"},
+                                                       {"\x7f", "\\u007f"},
+                                                       {"\xc2\x80", "\xc2\x80"}, // JSON takes these as they are
+                                                       {"\xc2\x9f", "\xc2\x9f"}};
+
+  for (const auto& [c, json] : cases) {
+    expect_reports(c, escaped(c), json);
+    expect_reports('a' + c + 'z', 'a' + escaped(c) + 'z', 'a' + json + 'z');
+  }
+}
+
+TEST(check_report, escapes_each_byte_that_is_no_utf_8)
+{
+  const std::string malformed[] = {"\x80",
+                                   "\xbf",
+                                   "\xbf\x80", // continuations of nothing
+                                   "\xc0\x80",
+                                   "\xc1\xbf",
+                                   "\xe0\x80\x80",
+                                   "\xe0\x9f\xbf",
+                                   "\xf0\x80\x80\x80",
+                                   "\xf0\x8f\xbf\xbf", // too long
+                                   "\xed\xa0\x80",
+                                   "\xed\xbf\xbf", // surrogates
+                                   "\xf4\x90\x80\x80",
+                                   "\xf5\x80\x80\x80",
+                                   "\xf7\xbf\xbf\xbf", // too large
+                                   "\xf8\x88\x80\x80\x80",
+                                   "\xfe",
+                                   "\xff", // never used
+                                   "\xc2",
+                                   "\xdf",
+                                   "\xe0",
+                                   "\xe0\xa0",
+                                   "\xef\xbf",
+                                   "\xf0",
+                                   "\xf0\x90",
+                                   "\xf0\x90\x80",
+                                   "\xf4\x8f\xbf"}; // cut off
+
+  for (const std::string& bytes : malformed) {
+    std::string json;
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+      json += "\\ufffd";
+    expect_reports(bytes, escaped(bytes), json);
+    expect_reports(bytes + 'z', escaped(bytes) + 'z', json + 'z');
+    expect_reports(bytes + "\xc3\xa9", escaped(bytes) + "\xc3\xa9", json + "\xc3\xa9");
+  }
 }
