@@ -532,14 +532,23 @@ TEST(starter_check, finds_nothing_wrong_with_a_service_and_does_not_initialise_i
   EXPECT_TRUE(std::filesystem::exists(dir / "witness")); // the host itself writes the file
 }
 
+// The reason when there is no library under any of the names that the framework tries.
+static std::string absent(const Texts& names)
+{
+  std::string reason;
+  for (const std::string& name : names)
+    reason += (reason.empty() ? "" : "; ") + name + ": cannot open shared object file: No such file or directory";
+  return reason;
+}
+
 TEST(starter_check, finds_libraries_where_the_loader_does)
 {
   const Temp_Dir dir;
   dir.write("x.conf", "dynamic A Service_Object * check_plain:_make_Plain()\n");
 
-  EXPECT_THAT(check(dir, {"-f", "x.conf"}).out,
-              StartsWith("x.conf:1: library-not-loaded: service 'A': library 'check_plain': check_plain: cannot open "
-                         "shared object file: No such file or directory; "));
+  EXPECT_EQ("x.conf:1: library-not-loaded: service 'A': library 'check_plain': " +
+                absent({"check_plain", "check_plain.so", "libcheck_plain.so"}) + '\n',
+            check(dir, {"-f", "x.conf"}).out);
   EXPECT_EQ(
       "", check(dir, {"-f", "x.conf"}, {{"LD_LIBRARY_PATH", std::filesystem::path(service_library("x")).parent_path()}})
               .out);
@@ -552,16 +561,20 @@ TEST(starter_check, reports_libraries_that_do_not_load)
   const std::string prefix = ": library-not-loaded: service 'A': library '";
 
   EXPECT_THAT(findings_in("dynamic A Service_Object * " + text + ":_make_A()\n"),
-              ElementsAre(AllOf(StartsWith('1' + prefix + text + "': "), HasSubstr("file too short"))));
+              ElementsAre('1' + prefix + text + "': " + text + ": file too short"));
+
+  const std::string undefined = service_library("check_undefined");
   EXPECT_THAT(
       findings_in('\n' + directive("A", "check_undefined")),
-      ElementsAre(AllOf(StartsWith('2' + prefix), HasSubstr("undefined symbol: variable_that_nobody_defines"))));
+      ElementsAre('2' + prefix + undefined + "': " + undefined + ": undefined symbol: variable_that_nobody_defines"));
   EXPECT_THAT(findings_in(directive("A", "check_crash") + directive("B")),
-              ElementsAre(HasSubstr("': loading it ends the process with signal 6 (Aborted)")));
+              ElementsAre('1' + prefix + service_library("check_crash") +
+                          "': loading it ends the process with signal 6 (Aborted)"));
   EXPECT_THAT(findings_in("dynamic A Service_Object * \"\":_make_A()\n"),
-              ElementsAre(StartsWith('1' + prefix + "': .so: cannot open shared object file: ")));
+              ElementsAre('1' + prefix + "': " + absent({".so", "lib.so"})));
   EXPECT_THAT(findings_in("dynamic A Service_Object * foo-7.0.8:_make_A()\n"),
-              ElementsAre(HasSubstr("; '.8' is taken for the extension of a file: give its full name")));
+              ElementsAre('1' + prefix + "foo-7.0.8': " + absent({"foo-7.0.8"}) +
+                          "; '.8' is taken for the extension of a file: give its full name"));
 }
 
 TEST(starter_check, keeps_the_output_of_libraries_out_of_its_own)
@@ -571,9 +584,10 @@ TEST(starter_check, keeps_the_output_of_libraries_out_of_its_own)
 
 TEST(starter_check, reports_missing_factories)
 {
+  const std::string library = service_library("check_plain");
   EXPECT_THAT(findings_in(dynamic_directive("A", "check_plain", "_make_No")),
-              ElementsAre(AllOf(StartsWith("1: missing-factory: service 'A': factory '_make_No' of library '"),
-                                HasSubstr("undefined symbol: _make_No"))));
+              ElementsAre("1: missing-factory: service 'A': factory '_make_No' of library '" + library +
+                          "': " + library + ": undefined symbol: _make_No"));
   EXPECT_THAT(findings_in("dynamic A Service_Object * :_make_No()\n"),
               ElementsAre("1: missing-factory: service 'A': no static factory '_make_No'"));
 }
@@ -704,6 +718,8 @@ TEST(starter_check, reports_modules_that_the_host_does_not_push)
   const std::string printer = "dynamic M Module * " + library + ":_make_Printer() ";
   const std::string pipeline = "stream dynamic S STREAM * " + library + ":_make_Pipeline() ";
   const std::string stream = pipeline + "{ " + printer + "}\n";
+  const std::string other = pipeline + "{ dynamic N Module * " + library + ":_make_Printer() }\n";
+  const std::string stays = "2: duplicate-service: service 'S' is not loaded: the one in x.conf:1 stays";
   const std::string fails = "2: ignored-module: 'M' is not pushed onto 'S', as the directive in x.conf:";
   const std::tuple<std::string, std::vector<std::string>> cases[] = {
       {stream, {}},
@@ -711,6 +727,13 @@ TEST(starter_check, reports_modules_that_the_host_does_not_push)
       {"suspend X\n" + stream, {"1: unknown-service: there is no service 'X' by then", fails + "1 fails"}},
       {"foo\n" + stream, {"1: syntax-error: a directive expected, not 'foo'"}},
       {pipeline + "{\n" + printer + "\nresume M }\n", {fails + "3 fails"}},
+      {directive("A") + pipeline + "{ resume A " + printer + "}\n", {fails + "2 fails"}}, // S is not there before
+      {pipeline + "{ dynamic N Module * " + library + ":_make_No()\n" + printer + "}\n",
+       {"1: missing-factory: service 'N': factory '_make_No' of library '" + library + "': " + library +
+            ": undefined symbol: _make_No",
+        fails + "1 fails"}},
+      {other + pipeline + "{ resume X " + printer + "}\n", {stays, fails + "2 fails"}},
+      {other + pipeline + "{ resume N " + printer + "}\n", {stays}},
       {pipeline + "\nstream S { " + printer + "}\n",
        {"2: ignored-module: 'M' is not loaded: modules need 'stream dynamic'"}}};
 
@@ -718,7 +741,7 @@ TEST(starter_check, reports_modules_that_the_host_does_not_push)
     SCOPED_TRACE(text);
     EXPECT_THAT(findings_in(text), testing::ElementsAreArray(findings));
 
-    const bool is_pushed = findings.empty() || findings[0].find("syntax-error") != std::string::npos;
+    const bool is_pushed = findings.empty() || findings.back().find("ignored-module") == std::string::npos;
     Temp_Dir dir;
     Starter_Process starter({"-d", "-f", dir.write("x.conf", text)});
     EXPECT_TRUE(starter.wait_for_record("is started.")) << starter.log();
@@ -790,11 +813,14 @@ TEST(starter_check, checks_services_that_others_have_written)
                            library + "_make_ACE_TS_Server_Acceptor() \"-p 20012\"\n";
   EXPECT_THAT(findings_in(good), ElementsAre());
 
-  EXPECT_THAT(findings_in(good + "dynamic Tokens Service_Object * " + library +
-                          "_make_ACE_No_Such_Acceptor() \"-p 20013\"\n"
-                          "dynamic Logger Service_Object * netsvcs-7.0.8:_make_ACE_Server_Logging_Acceptor()\n"),
-              ElementsAre(AllOf(StartsWith("5: missing-factory: "), HasSubstr("_make_ACE_No_Such_Acceptor")),
-                          StartsWith("6: library-not-loaded: "), StartsWith("6: duplicate-service: ")));
+  EXPECT_THAT(
+      findings_in(good + "dynamic Tokens Service_Object * " + library +
+                  "_make_ACE_No_Such_Acceptor() \"-p 20013\"\n"
+                  "dynamic Logger Service_Object * netsvcs-7.0.8:_make_ACE_Server_Logging_Acceptor()\n"),
+      ElementsAre(AllOf(StartsWith("5: missing-factory: "), HasSubstr("_make_ACE_No_Such_Acceptor")),
+                  "6: library-not-loaded: service 'Logger': library 'netsvcs-7.0.8': " + absent({"netsvcs-7.0.8"}) +
+                      "; '.8' is taken for the extension of a file: give its full name",
+                  "6: duplicate-service: service 'Logger' takes the place of the one in x.conf:2"));
 }
 
 // ---- The manual page
