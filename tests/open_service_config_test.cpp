@@ -1,6 +1,7 @@
 #include "starter/open_service_config.h"
 #include "tests/support/failing_strdup.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/logged.h"
 #include "tests/support/scoped_env.h"
 #include "tests/support/temp_dir.h"
 
@@ -570,6 +571,36 @@ TEST(open_service_config, drops_a_value_that_names_too_long_a_variable)
       EXPECT_EQ((Words{"-d"}), passed_for({letter, value, "-d"})) << letter;
     EXPECT_EQ((Words{"dummy", "-d"}), passed_by({value, "-d"}, true));
   }
+}
+
+TEST(is_safe_to_substitute, ends_a_name_where_the_framework_ends_it)
+{
+  const Scoped_Env variable("STARTER_TEST_NAME", "found");
+  const std::string ends = "$~!#%^&*()-+=|/?,.;:`[]{} \t\n\r";
+  const std::string half(3000, 'A'); // two of them are too long for the framework
+
+  for (int c = 1; c < 256; ++c) {
+    SCOPED_TRACE(c);
+    const std::string character(1, static_cast<char>(c));
+    const bool is_end = ends.find(character) != std::string::npos;
+    EXPECT_EQ(is_end, is_safe_to_substitute(('$' + half + character + half).c_str()));
+
+    if (is_end && character.find_first_of("\t\n\r") == std::string::npos) { // at these the framework splits the value
+      EXPECT_EQ((Words{"-k", "found" + character + "x"}), passed_for({"-k", "$STARTER_TEST_NAME" + character + "x"}));
+    }
+  }
+}
+
+TEST(do_open_service, reports_a_lack_of_memory_whatever_errno_is)
+{
+  const Log_Capture capture;
+
+  errno = EINTR;
+  EXPECT_FALSE(do_open_service(0, nullptr));
+  ASSERT_EQ(1u, capture.records().size());
+  EXPECT_EQ(
+      error_failed("Failed to build the arguments of the service configurator, errno=12, Cannot allocate memory\n"),
+      without_file(capture.records().front()));
 }
 
 TEST(open_service_config, passes_long_values_whole)

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <tuple>
@@ -298,24 +299,102 @@ TEST(service_config_process, leaves_out_a_directory_that_is_one_in_the_backgroun
   }));
 }
 
+// Starts the executable with `call` failing on the file `path`, as the rest of strace's option "inject" says.
+static Start_Options with_injection(const std::string& path, const std::string& call, const std::string& failure)
+{
+  Start_Options options = probed();
+  options.wrapper = {
+      "strace", "-D", "-o", "/dev/null", "-P", path, "-e", "trace=" + call, "-e", "inject=" + call + ':' + failure};
+  make_traceable(options);
+  return options;
+}
+
 // It is passed on as a file then, and opens well when a descriptor is free again.
 TEST(service_config_process, leaves_out_a_directory_for_which_there_was_no_descriptor)
 {
   NEEDS(can_trace(), "strace and the right to trace processes");
 
-  for (const char* const refusals : {"1", "1..2"}) {
+  for (const char* const refusals : {"error=EMFILE:when=1", "error=EMFILE:when=1..2", "error=ENFILE:when=1..2"}) {
     SCOPED_TRACE(refusals);
     const Temp_Dir dir;
     dir.write("x.d/x.conf", recorder("x"));
-    Start_Options options = probed();
-    options.wrapper = {
-        "strace",    "-D", "-o",           "/dev/null", "-P",
-        dir / "x.d", "-e", "trace=openat", "-e",        std::string("inject=openat:error=EMFILE:when=") + refusals};
-    make_traceable(options);
-    Starter_Process starter({"-f", dir / "x.d", "-S", recorder("a")}, options);
+    Starter_Process starter({"-f", dir / "x.d", "-S", recorder("a")}, with_injection(dir / "x.d", "openat", refusals));
     end_after(starter, "a starts.");
 
     EXPECT_THAT(failures_to_read(starter), ElementsAre(left_out(dir / "x.d")));
+  }
+}
+
+// It opens as well when a descriptor is free again, and there is nothing wrong with it.
+TEST(service_config_process, leaves_a_file_for_which_there_was_no_descriptor_to_the_configurator)
+{
+  NEEDS(can_trace(), "strace and the right to trace processes");
+  const Temp_Dir dir;
+  const std::string file = dir.write("file", recorder("x"));
+  Starter_Process starter({"-f", file}, with_injection(file, "openat", "error=EMFILE:when=1..2"));
+  end_after(starter, "x starts.");
+
+  EXPECT_THAT(failures_to_read(starter), IsEmpty());
+}
+
+// The file is tried to its end. Only the first attempts fail, so that the configurator itself can read the file.
+TEST(service_config_process, leaves_out_a_file_only_when_reading_it_fails)
+{
+  NEEDS(can_trace(), "strace and the right to trace processes");
+  const Temp_Dir dir;
+  const std::string file = dir.write("file", std::string(5000, '\n') + recorder("x")); // takes two reads
+  const std::vector<Logged> failure{left_out(file, "errno=5, Input/output error")};
+  const std::tuple<const char*, std::vector<Logged>> cases[] = {{"error=EIO:when=1", failure},
+                                                                {"error=EIO:when=2", failure},
+                                                                {"error=EINTR:when=1", {}},
+                                                                {"error=EAGAIN:when=1", {}}};
+
+  for (const auto& [failing, records] : cases) {
+    SCOPED_TRACE(failing);
+    Starter_Process starter({"-f", file, "-S", recorder("a")}, with_injection(file, "read", failing));
+    end_after(starter, "a starts.");
+
+    EXPECT_EQ(records, failures_to_read(starter));
+    EXPECT_EQ(records.empty() ? 1u : 0u, starter.count("x starts.")) << starter.log();
+  }
+}
+
+TEST(service_config_process, leaves_out_a_directory_although_reading_it_is_interrupted_or_closing_it_fails)
+{
+  NEEDS(can_trace(), "strace and the right to trace processes");
+  const Temp_Dir dir;
+  dir.write("x.d/x.conf", recorder("x"));
+
+  for (const auto& [call, failure] : {std::pair{"read", "error=EINTR:when=1"}, {"close", "error=EIO"}}) {
+    SCOPED_TRACE(call);
+    Start_Options options = with_injection(dir / "x.d", call, failure);
+    options.env["DIRECTORY"] = dir / "x.d";
+    Starter_Process starter({"-f", "$DIRECTORY", "-S", recorder("a")}, options);
+    end_after(starter, "a starts.");
+
+    EXPECT_THAT(failures_to_read(starter), ElementsAre(left_out(dir / "x.d")));
+  }
+}
+
+// The configurator reads its arguments in its own way, so what looks like one of its options may be a value.
+TEST(service_config_process, takes_no_value_of_another_option_for_a_file_or_for_the_background)
+{
+  const Temp_Dir dir;
+  dir.write("directory/x.conf", recorder("x"));
+  dir.write("a", recorder("a"));
+  const std::vector<std::string> cases[] = {{"-k", "-f$DIRECTORY", "-f", "a"},
+                                            {"-S", "-f$DIRECTORY", "-f", "a"},
+                                            {"-p", "-b", "-f", "etc"},
+                                            {"-s", "-b", "-f", "etc"}};
+
+  for (const std::vector<std::string>& args : cases) {
+    SCOPED_TRACE(::testing::PrintToString(args));
+    Start_Options options = probed_in(dir);
+    options.env["DIRECTORY"] = "directory";
+    Starter_Process starter(args, options);
+    end_after(starter, "is started.");
+
+    EXPECT_THAT(failures_to_read(starter), IsEmpty()); // the directory /etc is none of the files
   }
 }
 
@@ -352,6 +431,19 @@ TEST(service_config_process, leaves_a_pipe_to_the_configurator)
   EXPECT_THAT(failures_to_read(starter), IsEmpty());
 }
 
+TEST(service_config_process, leaves_a_terminal_to_the_configurator)
+{
+  const int fd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  NEEDS(fd != -1 && grantpt(fd) == 0 && unlockpt(fd) == 0, "a pseudo-terminal");
+  const std::string text = recorder("a") + "\x04\x04"; // the end of the text, for whoever asks twice
+  ASSERT_EQ(static_cast<ssize_t>(text.size()), write(fd, text.data(), text.size()));
+
+  Starter_Process starter({"-f", ptsname(fd)}, probed());
+  end_after(starter, "a starts.");
+  EXPECT_THAT(failures_to_read(starter), IsEmpty());
+  close(fd);
+}
+
 static const std::vector<std::string> KINDS_OF_LOOPS[] = {
     {}, {"--reactor", "tp", "--threads", "2"}, {"--reactor", "dev_poll"}, {"--reactor", "select"}};
 
@@ -374,6 +466,7 @@ TEST(service_config_process, goes_on_with_its_services_when_a_file_cannot_be_rea
     ASSERT_TRUE(starter.wait_for_record("Failed to read ")) << starter.log();
     ASSERT_TRUE(starter.wait_until_idle()) << starter.log();
     EXPECT_THAT(service_records(starter), ElementsAre("a starts.", "b starts."));
+    EXPECT_FALSE(has_opened(starter, second));
 
     ASSERT_EQ(0, rmdir(second.c_str()));
     dir.write("second", recorder("c"));
@@ -413,8 +506,9 @@ TEST(service_config_process, goes_on_without_services_when_there_is_no_memory_fo
   Starter_Process starter({"-S", recorder("a")}, with_fault("FAULT_STRDUP"));
   ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
   ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
-  starter.send(SIGTERM);
-  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  starter.send(SIGHUP); // the configurator has not been opened, and has no list of files
+  end_after(starter, "caught, and reconfiguring");
+  EXPECT_EQ(0u, starter.count("the back trace:")) << starter.log();
 
   EXPECT_THAT(starter.command_line_records(),
               ElementsAre(error_failed("Failed to build the arguments of the service configurator, "

@@ -8,6 +8,7 @@
 #include <tuple>
 #include <vector>
 
+#include <fcntl.h>
 #include <signal.h>
 
 using ::testing::StartsWith;
@@ -28,6 +29,23 @@ static std::string file_of(const Starter_Process& starter, char fd)
 {
   std::error_code ignored; // a closed descriptor has no file
   return std::filesystem::read_symlink("/proc/" + std::to_string(starter.pid()) + "/fd/" + fd, ignored);
+}
+
+// The flags of open(2) that the descriptor has.
+static unsigned long flags_of(const Starter_Process& starter, char fd)
+{
+  const std::string info = read_file("/proc/" + std::to_string(starter.pid()) + "/fdinfo/" + fd);
+  const std::size_t at = info.find("flags:");
+  return at == std::string::npos ? 0 : std::stoul(info.substr(at + 6), nullptr, 8);
+}
+
+TEST(standard_descriptors_process, can_be_read_written_and_inherited)
+{
+  Starter_Process starter({}, without("012"));
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+
+  for (const char fd : {'0', '1', '2'})
+    EXPECT_EQ(O_RDWR, static_cast<int>(flags_of(starter, fd) & (O_ACCMODE | O_CLOEXEC))) << fd;
 }
 
 TEST(standard_descriptors_process, are_opened_when_they_are_closed_at_the_start_and_left_alone_otherwise)
