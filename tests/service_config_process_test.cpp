@@ -236,6 +236,7 @@ TEST(service_config_process, leaves_out_what_opens_and_cannot_be_read)
   dir.write("directory/x.conf", recorder("x"));
   dir.write("a", recorder("a"));
   dir.write("b", recorder("b"));
+  dir.write("svc.conf", recorder("d")); // is not read where a file is given, though the file is left out
   const std::vector<std::string> files{"a starts.", "b starts.", "c starts."};
   const std::tuple<const char*, std::vector<std::string>, std::vector<std::string>, Logged> cases[] = {
       {"a variable", {"-f", "a", "-f", "$DIRECTORY", "-f", "b"}, files, left_out("directory")},
@@ -245,7 +246,8 @@ TEST(service_config_process, leaves_out_what_opens_and_cannot_be_read)
        files,
        left_out("/proc/self/mem", "errno=5, Input/output error")},
       {"no other file", {"-f", "$DIRECTORY"}, {"c starts."}, left_out("directory")},
-      {"taken out of a value", {"-p", "-f$DIRECTORY", "-f", "a"}, {"a starts.", "c starts."}, left_out("directory")}};
+      {"taken out of a value", {"-p", "-f$DIRECTORY", "-f", "a"}, {"a starts.", "c starts."}, left_out("directory")},
+      {"taken out of a value, no other file", {"-p", "-f$DIRECTORY"}, {"c starts."}, left_out("directory")}};
 
   for (const auto& [name, options, started, record] : cases) {
     SCOPED_TRACE(name);
@@ -279,24 +281,28 @@ TEST(service_config_process, leaves_out_a_default_file_that_cannot_be_read)
   EXPECT_THAT(failures_to_read(other), IsEmpty());
 }
 
-// The configurator changes its working directory before it opens the first file.
+// The configurator changes its working directory before it opens the first file. It looks for its background option
+// among the values of other options too.
 TEST(service_config_process, leaves_out_a_directory_that_is_one_in_the_background_only)
 {
-  const Temp_Dir dir;
-  Starter_Process starter({"-b", "-p", dir / "pid", "-f", "etc", "-S", recorder("a")}, probed());
-  ASSERT_EQ(0, starter.wait_status());
-  ASSERT_TRUE(wait_until([&] {
-    const std::vector<std::string> texts = service_records(starter);
-    return std::count(texts.begin(), texts.end(), "a starts.") == 1;
-  }));
+  const std::vector<std::string> cases[] = {{"-b"}, {"-k", "-b"}, {"-k", "key", "-b"}};
+  for (std::vector<std::string> args : cases) {
+    SCOPED_TRACE(::testing::PrintToString(args));
+    const Temp_Dir dir;
+    args.insert(args.end(), {"-p", dir / "pid", "-f", "etc", "-S", recorder("a")});
+    Starter_Process starter(args, probed());
+    ASSERT_EQ(0, starter.wait_status());
+    const auto have_record = [&](const std::string& text) {
+      const std::vector<std::string> texts = service_records(starter);
+      return std::count(texts.begin(), texts.end(), text) == 1;
+    };
+    ASSERT_TRUE(wait_until([&] { return have_record("a starts."); }));
 
-  EXPECT_THAT(failures_to_read(starter), ElementsAre(left_out("etc")));
+    EXPECT_THAT(failures_to_read(starter), ElementsAre(left_out("etc")));
 
-  kill(static_cast<pid_t>(std::stol(read_file(dir / "pid"))), SIGTERM);
-  EXPECT_TRUE(wait_until([&] {
-    const std::vector<std::string> texts = service_records(starter);
-    return std::count(texts.begin(), texts.end(), "a is deleted.") == 1;
-  }));
+    kill(static_cast<pid_t>(std::stol(read_file(dir / "pid"))), SIGTERM);
+    EXPECT_TRUE(wait_until([&] { return have_record("a is deleted."); }));
+  }
 }
 
 // Starts the executable with `call` failing on the file `path`, as the rest of strace's option "inject" says.
@@ -506,7 +512,7 @@ TEST(service_config_process, goes_on_without_services_when_there_is_no_memory_fo
   Starter_Process starter({"-S", recorder("a")}, with_fault("FAULT_STRDUP"));
   ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
   ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
-  starter.send(SIGHUP); // the configurator has not been opened, and has no list of files
+  starter.send(SIGHUP); // the configurator has not been opened
   end_after(starter, "caught, and reconfiguring");
   EXPECT_EQ(0u, starter.count("the back trace:")) << starter.log();
 
