@@ -462,8 +462,9 @@ TEST(check_report, leaves_characters_as_they_are)
                               "\xf3\xbf\xbf\xbf",
                               "\xf4\x80\x80\x80",
                               "\xf4\x8f\xbf\xbf"}) {
+    const std::string between = std::string("a").append(c).append(c).append("z");
     expect_reports(c, c, c);
-    expect_reports('a' + c + c + 'z', 'a' + c + c + 'z', 'a' + c + c + 'z');
+    expect_reports(between, between, between);
   }
 }
 

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <new>
 #include <set>
@@ -109,10 +110,10 @@ TEST(handler_memory, comes_from_the_heap_when_the_reserve_is_used_up_and_from_th
 TEST(handler_memory, ends_behind_the_last_piece)
 {
   NEEDS_OWN_NEW();
-  std::vector<char*> pieces;
-  for (int i = 0; i < 64; ++i)
-    pieces.push_back(static_cast<char*>(allocate_in_handler(8192)));
-  const auto [first, last] = std::minmax_element(pieces.begin(), pieces.end());
+  char* pieces[64];
+  for (char*& piece : pieces)
+    piece = static_cast<char*>(allocate_in_handler(8192));
+  const auto [first, last] = std::minmax_element(std::begin(pieces), std::end(pieces));
   char* const end = *last + 8192;
 
   EXPECT_EQ(64 * 8192, end - *first); // the pieces leave no gap, and the last one is in use
