@@ -31,10 +31,11 @@ public:
   Own_Threads(const Own_Threads&) = delete;
   Own_Threads& operator=(const Own_Threads&) = delete;
 
-  /// Run `work` in `count` threads. Returns 0, or -1 with errno; no thread is left then.
-  int start(unsigned count, std::function<void()> work);
+  /// Run `work` in `count` threads. stop() calls `wake`, unless it is empty, to end waits of theirs that are not in
+  /// wait_for. Returns 0, or -1 with errno; no thread is left then.
+  int start(unsigned count, std::function<void()> work, std::function<void()> wake = {});
 
-  /// Wake the threads from wait_for, and wait until all of them have ended. Does nothing when there are none.
+  /// Wake the threads, and wait until all of them have ended. Does nothing when there are none.
   void stop();
 
   /// The threads call this to wait until `fd` can be read. Returns false when they are to end.
@@ -45,6 +46,7 @@ private:
 
   ACE_Thread_Manager manager_;
   std::function<void()> work_;
+  std::function<void()> wake_;
   int stop_fd_ = -1; // all threads can read it once they are to end
 };
 
@@ -54,12 +56,13 @@ inline void* Own_Threads::run(void* arg)
   return nullptr;
 }
 
-inline int Own_Threads::start(unsigned count, std::function<void()> work)
+inline int Own_Threads::start(unsigned count, std::function<void()> work, std::function<void()> wake)
 {
   stop_fd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (stop_fd_ == -1)
     return -1;
   work_ = std::move(work);
+  wake_ = std::move(wake);
 
   sigset_t all_but_faults;
   sigset_t before;
@@ -85,6 +88,8 @@ inline void Own_Threads::stop()
 
   const std::uint64_t one = 1;
   (void)!::write(stop_fd_, &one, sizeof one); // cannot fail: nobody has written to it before
+  if (wake_)
+    wake_();
   manager_.wait();
 
   ::close(stop_fd_);

@@ -171,9 +171,8 @@ public:
     EXPECT_EQ(static_cast<ssize_t>(text.size()), ::send(fd_, text.data(), text.size(), 0));
   }
 
-  std::string answer(const std::string& text) const
+  std::string receive() const
   {
-    send(text);
     pollfd fd{fd_, POLLIN, 0};
     char buf[2048];
     const ssize_t n = poll(&fd, 1, 60000) == 1 ? recv(fd_, buf, sizeof buf, 0) : -1;
@@ -183,6 +182,14 @@ public:
 private:
   const int fd_;
 };
+
+// The answer of the active service to `text`, after its acknowledgement.
+static std::string active_answer(const Datagrams& client, const std::string& text)
+{
+  client.send(text);
+  EXPECT_EQ("taken\n", client.receive());
+  return client.receive();
+}
 
 TEST(example_process, active_answers_before_and_after_a_hang_up)
 {
@@ -197,7 +204,7 @@ TEST(example_process, active_answers_before_and_after_a_hang_up)
       ASSERT_NE(0, port) << active.starter().log();
       const Datagrams client(port);
       for (const std::string text : {"hello", "%s %n", "x"})
-        EXPECT_EQ(text == "hello" ? "HELLO" : text == "x" ? "X" : "%S %N", client.answer(text));
+        EXPECT_EQ(text == "hello" ? "HELLO" : text == "x" ? "X" : "%S %N", active_answer(client, text));
 
       if (round < 3)
         reload(active.starter());
@@ -227,7 +234,7 @@ TEST(example_process, active_counts_a_single_datagram_in_the_singular)
   Example active({}, "active", "-p 7008 -t 2", "-p 0 -t 2");
   const int port = active.number("Active answers on 127.0.0.1:");
   ASSERT_NE(0, port) << active.starter().log();
-  EXPECT_EQ("HELLO", Datagrams(port).answer("hello"));
+  EXPECT_EQ("HELLO", active_answer(Datagrams(port), "hello"));
 
   active.starter().send(SIGTERM);
   EXPECT_EQ(0, active.starter().wait_status()) << active.starter().log();
