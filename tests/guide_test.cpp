@@ -119,7 +119,7 @@ TEST(guide, readme_works_as_it_says)
 
 TEST(guide, writing_a_service_works_as_it_says)
 {
-  follow("doc/writing-a-service.md", 5);
+  follow("doc/writing-a-service.md", 6);
 }
 
 TEST(guide, operating_works_as_it_says)
