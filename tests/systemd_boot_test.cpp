@@ -51,6 +51,16 @@ TEST_F(systemd_boot, gives_up_a_unit_that_does_not_report_readiness)
   EXPECT_NE(std::string::npos, log().find(") is started.\n"));
 }
 
+// Systemd ends the start before the program runs, so there is no record.
+TEST_F(systemd_boot, does_not_start_a_unit_whose_user_does_not_exist)
+{
+  boot("WatchdogSec=30\nUser=nobody_at_all\n", conf("svc.conf"));
+
+  EXPECT_FALSE(machine_.succeeds("systemctl start test.service 2>/dev/null"));
+  EXPECT_EQ("217", show("ExecMainStatus"));
+  EXPECT_EQ("", log());
+}
+
 TEST_F(systemd_boot, gives_up_a_unit_without_a_watchdog)
 {
   boot("TimeoutStartSec=2\n", conf("svc.conf"));
