@@ -122,6 +122,11 @@ TEST(guide, writing_a_service_works_as_it_says)
   follow("doc/writing-a-service.md", 6);
 }
 
+TEST(guide, foreign_services_works_as_it_says)
+{
+  follow("doc/foreign-services.md", 1);
+}
+
 TEST(guide, operating_works_as_it_says)
 {
   follow("doc/operating.md", 5);
@@ -159,9 +164,9 @@ TEST(guide, has_no_command_that_is_not_run)
     for (const Block& block : blocks_of(read_file(path))) {
       EXPECT_THAT(block.kind, ::testing::AnyOf("sh", "text", "mermaid", "cpp", "cmake")) << path;
       if (block.kind == "sh") {
-        EXPECT_THAT(path,
-                    ::testing::AnyOf(::testing::EndsWith("/README.md"), ::testing::EndsWith("/writing-a-service.md"),
-                                     ::testing::EndsWith("/operating.md")));
+        EXPECT_THAT(
+            path, ::testing::AnyOf(::testing::EndsWith("/README.md"), ::testing::EndsWith("/writing-a-service.md"),
+                                   ::testing::EndsWith("/foreign-services.md"), ::testing::EndsWith("/operating.md")));
       }
     }
 }
