@@ -153,10 +153,10 @@ protected:
   {
     std::string command;
     for (const auto& [name, value] : options_.env)
-      command += name + "='" + value + "' ";
+      command.append(name).append("='").append(value).append("' ");
     command += TESTS_CHECKER;
     for (const std::string& arg : args_)
-      command += " '" + arg + "'";
+      command.append(" '").append(arg).append("'");
     return run(command).status == 1;
   }
 
