@@ -6,6 +6,7 @@
 #include "tests/support/systemd_fixture.h"
 #include "tests/support/wait_until.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -14,6 +15,8 @@
 #include <string>
 
 namespace fs = std::filesystem;
+
+using testing::HasSubstr;
 
 static std::string with_replaced(std::string text, const std::string& old, const std::string& replacement)
 {
@@ -106,11 +109,12 @@ protected:
     dir.write("sbin/starter-check", "#!/bin/sh\necho \"checked: $*.\" >&2\n"
                                     "/run/test/sbin/checker \"$@\" >&2 || exit\nexit $(cat /run/test/findings)\n");
     has_findings(false);
+    dir.write("etc/other.d/none.conf", "# This component loads nothing.\n");
     open_to_all(dir / "etc");
     open_to_all(dir / "sbin");
 
     machine_.add_unit("starter@.service", template_with("/run/test/sbin", "/run/test/etc"));
-    machine_.add_unit("starter@staller.service.d/test.conf",
+    machine_.add_unit("starter@.service.d/test.conf",
                       "[Service]\n" + test_settings() + without_leak_checker() + settings);
     for (const char* const target : {"sysinit.target", "basic.target", "shutdown.target", "network.target"})
       machine_.add_unit(target, "[Unit]\nDefaultDependencies=no\n");
@@ -215,6 +219,65 @@ TEST_F(unit_template, runs_a_component_hardened_and_as_an_account_of_its_own)
   EXPECT_NE(machine_.run("readlink /proc/1/ns/user"), machine_.run("readlink /proc/" + pid_ + "/ns/user"));
   EXPECT_EQ("private/starter/staller", machine_.run("cd /var/lib && readlink -f starter/staller | sed s,/var/lib/,,"));
   EXPECT_EQ("700 " + field("Uid").substr(0, 5), machine_.run("stat -c '%a %u' /var/lib/private/starter/staller"));
+}
+
+// The test tries what the account of one component may do to another one, without the hardening that hides processes
+// and files.
+TEST_F(unit_template, keeps_components_from_one_another)
+{
+  NEEDS(has_tool("strace"), "strace");
+  boot();
+  ASSERT_NO_FATAL_FAILURE(start());
+  ASSERT_TRUE(machine_.succeeds("systemctl start starter@other.service"));
+  const std::string other = machine_.run("systemctl show --value -p MainPID starter@other.service");
+  const std::string uid = "$(stat -c %u /proc/" + pid_ + ")";
+  const std::string other_uid = "$(stat -c %u /proc/" + other + ")";
+  const auto as = [](const std::string& account, const std::string& pid, const std::string& command) {
+    return "nsenter -t " + pid + " -U -S " + account + " -G " + account + ' ' + command + " 2>&1";
+  };
+
+  EXPECT_EQ("starter-staller", show("User"));
+  EXPECT_NE(machine_.run("echo " + uid), machine_.run("echo " + other_uid));
+
+  const std::string signal = "kill -0 " + pid_;
+  EXPECT_EQ("", machine_.run(as(uid, pid_, signal)));
+  EXPECT_THAT(machine_.run(as(other_uid, other, signal)), HasSubstr("Operation not permitted"));
+
+  const std::string trace = "strace -o /dev/null -p " + pid_;
+  EXPECT_THAT(machine_.run(as(other_uid, other, trace)), HasSubstr("Operation not permitted"));
+
+  for (const char* const dir : {"/run/starter/staller", "/var/lib/private/starter/staller"}) {
+    const std::string file = std::string(dir) + "/secret";
+    ASSERT_TRUE(machine_.succeeds("echo text >" + file + " && chown " + uid + ' ' + file)) << file;
+    EXPECT_THAT(machine_.run(as(other_uid, other, "cat " + file)), HasSubstr("Permission denied"));
+  }
+  EXPECT_EQ("text", machine_.run(as(uid, pid_, "cat /run/starter/staller/secret")));
+}
+
+TEST_F(unit_template, takes_a_name_of_23_characters_and_no_longer_one)
+{
+  const std::string longest(23, 'n');
+  machine_.dir().write("etc/" + longest + ".d/none.conf", "# nothing\n");
+  machine_.dir().write("etc/" + longest + "n.d/none.conf", "# nothing\n");
+  boot();
+
+  EXPECT_TRUE(machine_.succeeds("systemctl start starter@" + longest + ".service"));
+  EXPECT_FALSE(machine_.succeeds("systemctl start starter@" + longest + "n.service 2>/dev/null"));
+
+  EXPECT_THAT(machine_.console(), HasSubstr("user/group name 'starter-" + longest + "n', which does not match strict"));
+  EXPECT_THAT(machine_.console(), HasSubstr("starter@" + longest + "n.service: Failed to run 'start-pre' task"));
+}
+
+TEST_F(unit_template, refuses_a_component_that_has_no_configuration)
+{
+  boot();
+
+  const std::string answer = machine_.run("systemctl start starter@staler.service 2>&1 || echo refused");
+
+  EXPECT_EQ("Assertion failed on job for starter@staler.service.\nrefused", answer);
+  EXPECT_EQ("inactive", machine_.run("systemctl is-active starter@staler.service"));
+  EXPECT_EQ("no", machine_.run("systemctl show --value -p AssertResult starter@staler.service"));
+  EXPECT_EQ("", log()) << "nothing has run";
 }
 
 TEST_F(unit_template, keeps_a_component_up_while_keep_alives_come)
