@@ -29,55 +29,65 @@ enum class Finding_Kind {
   VARIABLE_NOT_SET
 };
 
-/// The name of `kind`, as it is printed and as the manual page lists it. Null for a value that is no kind, so that a
-/// loop that counts from 0 up finds every kind. Any thread.
-constexpr const char* kind_name(Finding_Kind kind)
+/// An error costs the host a service, a file, a parameter or its identity. A warning costs it nothing of these: it
+/// works, though perhaps not as it was meant to.
+enum class Severity { WARNING, ERROR };
+
+struct Kind_Description
+{
+  const char* name; ///< as it is printed and as the manual page lists it
+  Severity severity;
+};
+
+/// The description of `kind`. Its name is null for a value that is no kind, so that a loop that counts from 0 up finds
+/// every kind. Any thread.
+constexpr Kind_Description describe_kind(Finding_Kind kind)
 {
   switch (kind) { // without a default, so that the compiler reports a kind that has no name
   case Finding_Kind::ALTERED_VALUE:
-    return "altered-value";
+    return {"altered-value", Severity::ERROR};
   case Finding_Kind::BAD_SIGNAL:
-    return "bad-signal";
+    return {"bad-signal", Severity::ERROR};
   case Finding_Kind::DESCRIPTOR_LIMIT:
-    return "descriptor-limit";
+    return {"descriptor-limit", Severity::ERROR};
   case Finding_Kind::DUPLICATE_SERVICE:
-    return "duplicate-service";
+    return {"duplicate-service", Severity::WARNING};
   case Finding_Kind::EMPTY_DIRECTORY:
-    return "empty-directory";
+    return {"empty-directory", Severity::ERROR};
   case Finding_Kind::FATAL_DIRECTIVE:
-    return "fatal-directive";
+    return {"fatal-directive", Severity::ERROR};
   case Finding_Kind::IGNORED_ARGUMENT:
-    return "ignored-argument";
+    return {"ignored-argument", Severity::WARNING};
   case Finding_Kind::IGNORED_MODULE:
-    return "ignored-module";
+    return {"ignored-module", Severity::ERROR};
   case Finding_Kind::LIBRARY_NOT_LOADED:
-    return "library-not-loaded";
+    return {"library-not-loaded", Severity::ERROR};
   case Finding_Kind::MISSING_FACTORY:
-    return "missing-factory";
+    return {"missing-factory", Severity::ERROR};
   case Finding_Kind::MISSING_VALUE:
-    return "missing-value";
+    return {"missing-value", Severity::ERROR};
   case Finding_Kind::READ_TWICE:
-    return "read-twice";
+    return {"read-twice", Severity::WARNING};
   case Finding_Kind::REPEATED_FILE:
-    return "repeated-file";
+    return {"repeated-file", Severity::WARNING};
   case Finding_Kind::SYNTAX_ERROR:
-    return "syntax-error";
+    return {"syntax-error", Severity::ERROR};
   case Finding_Kind::THREAD_COUNT:
-    return "thread-count";
+    return {"thread-count", Severity::WARNING};
   case Finding_Kind::UNKNOWN_GROUP:
-    return "unknown-group";
+    return {"unknown-group", Severity::ERROR};
   case Finding_Kind::UNKNOWN_REACTOR:
-    return "unknown-reactor";
+    return {"unknown-reactor", Severity::WARNING};
   case Finding_Kind::UNKNOWN_SERVICE:
-    return "unknown-service";
+    return {"unknown-service", Severity::ERROR};
   case Finding_Kind::UNKNOWN_USER:
-    return "unknown-user";
+    return {"unknown-user", Severity::ERROR};
   case Finding_Kind::UNREADABLE_FILE:
-    return "unreadable-file";
+    return {"unreadable-file", Severity::ERROR};
   case Finding_Kind::VARIABLE_NOT_SET:
-    return "variable-not-set";
+    return {"variable-not-set", Severity::WARNING};
   }
-  return nullptr;
+  return {nullptr, Severity::ERROR};
 }
 
 /// A place in the configuration; a default one is the command line.
@@ -93,6 +103,9 @@ struct Finding
   Finding_Kind kind;
   Place place;
   std::string message; ///< one line
+
+  const char* kind_name() const { return describe_kind(kind).name; }
+  bool is_error() const { return describe_kind(kind).severity == Severity::ERROR; }
 };
 
 using Findings = std::vector<Finding>;

@@ -61,7 +61,8 @@ std::string format_text(const Findings& findings)
     text += finding.place.file.empty() ? "command line" : printable(finding.place.file);
     if (finding.place.line > 0)
       text += ':' + std::to_string(finding.place.line);
-    text += std::string(": ") + kind_name(finding.kind) + ": " + printable(finding.message) + '\n';
+    text += finding.is_error() ? ": " : ": warning: ";
+    text += std::string(finding.kind_name()) + ": " + printable(finding.message) + '\n';
   }
   return text;
 }
@@ -91,7 +92,8 @@ std::string format_json(const Findings& findings)
   const char* separator = "";
   for (const Finding& finding : findings) {
     text += separator;
-    text += "\n  {\"kind\": " + json_string(kind_name(finding.kind));
+    text += "\n  {\"kind\": " + json_string(finding.kind_name());
+    text += std::string(", \"severity\": ") + (finding.is_error() ? "\"error\"" : "\"warning\"");
     text += ", \"file\": " + (finding.place.file.empty() ? "null" : json_string(finding.place.file));
     text += ", \"line\": " + (finding.place.line > 0 ? std::to_string(finding.place.line) : "null");
     text += ", \"message\": " + json_string(finding.message) + '}';

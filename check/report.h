@@ -5,13 +5,14 @@
 
 #include <string>
 
-/// The findings as text, one a line: "FILE:LINE: KIND: MESSAGE", or "command line: KIND: MESSAGE". Bytes that a
-/// terminal would take for a command, or that are no UTF-8, are written as an escape such as \x1b. Any thread.
+/// The findings as text, one a line: "FILE:LINE: KIND: MESSAGE", or "command line: KIND: MESSAGE". The
+/// word "warning: " stands before the kind of a warning. Bytes that a terminal would take for a command, or that are no
+/// UTF-8, are written as an escape such as \x1b. Any thread.
 std::string format_text(const Findings& findings);
 
-/// The findings as one JSON object and a newline: {"findings": [{"kind", "file", "line", "message"}, ...]}. "file" is
-/// null for the command line, "line" is null where there is none. The result is valid UTF-8 whatever bytes the texts
-/// hold: bytes that are no UTF-8 become U+FFFD. Any thread.
+/// The findings as one JSON object and a newline: {"findings": [{"kind", "severity", "file", "line", "message"},
+/// ...]}. "severity" is "error" or "warning", "file" is null for the command line, "line" is null where there is none.
+/// The result is valid UTF-8 whatever bytes the texts hold: bytes that are no UTF-8 become U+FFFD. Any thread.
 std::string format_json(const Findings& findings);
 
 #endif // CHECK_REPORT_H

@@ -80,6 +80,12 @@ static Texts lines(const std::string& text)
   return result;
 }
 
+// The lines of a report, which may be warnings or not.
+static Texts without_severity(const std::string& report)
+{
+  return lines(std::regex_replace(report, std::regex(": warning: "), ": "));
+}
+
 // The findings on the command line. There must be no others.
 static void expect_findings(const Texts& args, const Texts& findings)
 {
@@ -90,7 +96,7 @@ static void expect_findings(const Texts& args, const Texts& findings)
   Texts expected;
   for (const std::string& finding : findings)
     expected.push_back("command line: " + finding);
-  EXPECT_EQ(expected, lines(run.out));
+  EXPECT_EQ(expected, without_severity(run.out));
   EXPECT_EQ("", run.err);
   EXPECT_EQ(findings.empty() ? 0 : 1, run.status);
 }
@@ -107,7 +113,7 @@ static Texts findings_in(const std::string& content, const Texts& args = {})
   EXPECT_EQ("", run.err);
   EXPECT_EQ(run.out.empty() ? 0 : 1, run.status);
   Texts findings;
-  for (const std::string& line : lines(run.out))
+  for (const std::string& line : without_severity(run.out))
     findings.push_back(line.rfind("x.conf:", 0) == 0 ? line.substr(7) : line);
   return findings;
 }
@@ -131,7 +137,7 @@ TEST(starter_check, tells_its_usage_and_version)
 
   const Outcome help = check(dir, {"--help"});
   EXPECT_EQ(0, help.status);
-  EXPECT_THAT(help.out, StartsWith("Usage: starter-check [--json] [ARGUMENT...]\n"));
+  EXPECT_THAT(help.out, StartsWith("Usage: starter-check [--allow-warnings] [--json] [ARGUMENT...]\n"));
 
   const Outcome version = check(dir, {"--version"});
   EXPECT_EQ(0, version.status);
@@ -167,14 +173,34 @@ TEST(starter_check, writes_json_for_tools)
   const Outcome run = check(dir, {"--json", "--user", "no such \"user\"", "-f", "x.conf"});
   EXPECT_EQ(1, run.status);
   EXPECT_EQ("{\"findings\": [\n"
-            "  {\"kind\": \"unknown-user\", \"file\": null, \"line\": null, "
+            "  {\"kind\": \"unknown-user\", \"severity\": \"error\", \"file\": null, \"line\": null, "
             "\"message\": \"there is no user 'no such \\\"user\\\"'\"},\n"
-            "  {\"kind\": \"syntax-error\", \"file\": \"x.conf\", \"line\": 2, "
+            "  {\"kind\": \"syntax-error\", \"severity\": \"error\", \"file\": \"x.conf\", \"line\": 2, "
             "\"message\": \"unable to find the end of the string; the rest is not read\"},\n"
-            "  {\"kind\": \"syntax-error\", \"file\": \"x.conf\", \"line\": 2, "
+            "  {\"kind\": \"syntax-error\", \"severity\": \"error\", \"file\": \"x.conf\", \"line\": 2, "
             "\"message\": \"the name of a service expected, not the end\"}\n"
             "]}\n",
             run.out);
+}
+
+TEST(starter_check, lets_warnings_pass_on_request_and_no_errors)
+{
+  const Temp_Dir dir;
+  const std::string warning = "command line: warning: unknown-reactor: ";
+  const std::string error = "command line: unknown-user: ";
+
+  EXPECT_EQ(1, check(dir, {"--reactor", "none"}).status);
+  const Outcome allowed = check(dir, {"--allow-warnings", "--reactor", "none"});
+  EXPECT_EQ(0, allowed.status);
+  EXPECT_THAT(lines(allowed.out), ElementsAre(StartsWith(warning)));
+
+  const Outcome refused = check(dir, {"--allow-warnings", "--reactor", "none", "--user", "no-such-user"});
+  EXPECT_EQ(1, refused.status);
+  EXPECT_THAT(lines(refused.out), ElementsAre(StartsWith(warning), StartsWith(error)));
+
+  const Outcome as_json = check(dir, {"--json", "--allow-warnings", "--reactor", "none"});
+  EXPECT_EQ(0, as_json.status);
+  EXPECT_THAT(as_json.out, HasSubstr("\"severity\": \"warning\""));
 }
 
 // ---- The command line
@@ -345,7 +371,7 @@ TEST(starter_check, looks_at_the_variables_of_an_inline_directive_as_the_framewo
 {
   const Temp_Dir dir;
   const std::map<std::string, std::string> env{{"SET_HERE", "1"}};
-  const std::string name = "command line: variable-not-set: service 'A', parameter '$NOT_SET_HERE': ";
+  const std::string name = "command line: warning: variable-not-set: service 'A', parameter '$NOT_SET_HERE': ";
 
   EXPECT_EQ("", check(dir, {"-S", directive("A", "check_plain", "-p $SET_HERE -q $SET_HERE")}, env).out);
   EXPECT_EQ(name + "$NOT_SET_HERE is not set and stays as it is\n",
@@ -374,7 +400,7 @@ TEST(starter_check, looks_at_the_signal_that_the_host_gets)
 
 TEST(starter_check, reports_values_that_look_like_options)
 {
-  const std::string taken = "command line: read-twice: the configurator takes ";
+  const std::string taken = "command line: warning: read-twice: the configurator takes ";
   const Temp_Dir dir;
   dir.write("x.conf", "");
   EXPECT_EQ(taken + "'-s 1' out of a value\n", check(dir, {"-k", "-s1"}).out);
@@ -391,8 +417,10 @@ TEST(starter_check, reports_options_that_are_lost_in_a_strict_environment)
   const Temp_Dir dir;
   dir.write("x.conf", "");
 
-  EXPECT_EQ("command line: ignored-argument: '-f x.conf'" + lost, check(dir, {"-p", "pid", "-f", "x.conf"}, env).out);
-  EXPECT_EQ("command line: ignored-argument: '-p pid'" + lost, check(dir, {"-f", "x.conf", "-p", "pid"}, env).out);
+  EXPECT_EQ("command line: warning: ignored-argument: '-f x.conf'" + lost,
+            check(dir, {"-p", "pid", "-f", "x.conf"}, env).out);
+  EXPECT_EQ("command line: warning: ignored-argument: '-p pid'" + lost,
+            check(dir, {"-f", "x.conf", "-p", "pid"}, env).out);
   EXPECT_EQ("", check(dir, {"-f", "x.conf"}, env).out);
   EXPECT_EQ("", check(dir, {"-p", "pid", "-f", "x.conf"}).out);
 
@@ -488,11 +516,12 @@ TEST(starter_check, reads_the_files_of_a_directory_in_order)
   dir.write("x.d/a.conf", directive("A"));
   dir.write("x.d/c.txt", "foo\n");
 
-  EXPECT_EQ("x.d/b.conf:1: duplicate-service: service 'A' takes the place of the one in x.d/a.conf:1\n",
+  EXPECT_EQ("x.d/b.conf:1: warning: duplicate-service: service 'A' takes the place of the one in x.d/a.conf:1\n",
             check(dir, {"-f", "x.d"}).out);
-  EXPECT_THAT(lines(check(dir, {"-f", "x.d", "-f", "x.d"}).out),
-              testing::Contains("x.d/a.conf: repeated-file: is processed again, so that its services are replaced by "
-                                "new ones"));
+  EXPECT_THAT(
+      lines(check(dir, {"-f", "x.d", "-f", "x.d"}).out),
+      testing::Contains("x.d/a.conf: warning: repeated-file: is processed again, so that its services are replaced by "
+                        "new ones"));
 }
 
 TEST(starter_check, looks_for_files_where_the_host_does_in_the_background)
@@ -635,7 +664,7 @@ TEST(starter_check, reports_a_file_that_has_the_name_of_a_service)
               ElementsAre("echo: unreadable-file: is not read: there is a service of this name by then"));
   EXPECT_THAT(lines(check(dir, {"-f", "echo", "-f", "x.conf"}).out),
               ElementsAre("echo:2: unknown-service: there is no service 'A' by then",
-                          "x.conf:1: duplicate-service: service 'echo' takes the place of the one in echo:1"));
+                          "x.conf:1: warning: duplicate-service: service 'echo' takes the place of the one in echo:1"));
 }
 
 TEST(starter_check, reports_services_that_are_not_there)
@@ -825,32 +854,34 @@ TEST(starter_check, checks_services_that_others_have_written)
 
 // ---- The manual page
 
-static std::set<std::string> kinds_of_program()
+using Severities = std::map<std::string, std::string>; // of the kinds, by their names
+
+static Severities kinds_of_program()
 {
-  std::set<std::string> kinds;
-  for (int i = 0; const char* const name = kind_name(static_cast<Finding_Kind>(i)); ++i)
-    kinds.insert(name);
+  Severities kinds;
+  for (int i = 0; const char* const name = describe_kind(static_cast<Finding_Kind>(i)).name; ++i)
+    kinds[name] = describe_kind(static_cast<Finding_Kind>(i)).severity == Severity::ERROR ? "error" : "warning";
   return kinds;
 }
 
 // The kinds are the only words of the page that are set in this font. An entry may name several.
-static std::set<std::string> kinds_in_page(const std::string& page)
+static Severities kinds_in_page(const std::string& page)
 {
-  static const std::regex entry("\\.It Sy (.*)");
+  static const std::regex entry("\\.It Sy (.*) Pq (.*)");
   static const std::regex word("[a-z-]+");
-  std::set<std::string> kinds;
+  Severities kinds;
   std::smatch match;
   for (const std::string& line : lines(page)) {
     if (!std::regex_match(line, match, entry))
       continue;
     const std::string names = match[1];
     for (std::sregex_iterator i(names.begin(), names.end(), word); i != std::sregex_iterator(); ++i)
-      EXPECT_TRUE(kinds.insert(i->str()).second) << "twice: " << i->str();
+      EXPECT_TRUE(kinds.emplace(i->str(), match[2]).second) << "twice: " << i->str();
   }
   return kinds;
 }
 
-TEST(starter_check, has_a_manual_page_that_names_each_kind_and_no_other)
+TEST(starter_check, has_a_manual_page_that_names_each_kind_with_its_severity_and_no_other)
 {
   EXPECT_EQ(kinds_of_program(), kinds_in_page(read_file(TESTS_MANUAL_PAGE)));
 

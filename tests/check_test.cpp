@@ -397,7 +397,8 @@ TEST(loader_model, pushes_no_module_behind_a_failure_in_the_same_source)
 TEST(check_report, writes_one_line_a_finding)
 {
   EXPECT_EQ("", format_text({}));
-  EXPECT_EQ("command line: bad-signal: b\nf: read-twice: d\nf:7: syntax-error: \\x1b[31m\\x0a\\xff\\xc2\\x9b\xc3\xa9\n",
+  EXPECT_EQ("command line: bad-signal: b\nf: warning: read-twice: d\nf:7: syntax-error: "
+            "\\x1b[31m\\x0a\\xff\\xc2\\x9b\xc3\xa9\n",
             format_text({{Finding_Kind::BAD_SIGNAL, {}, "b"},
                          {Finding_Kind::READ_TWICE, {"f", 0}, "d"},
                          {Finding_Kind::SYNTAX_ERROR, {"f", 7}, "\x1b[31m\n\xff\xc2\x9b\xc3\xa9"}}));
@@ -406,13 +407,14 @@ TEST(check_report, writes_one_line_a_finding)
 TEST(check_report, writes_json_whatever_the_texts_hold)
 {
   EXPECT_EQ("{\"findings\": []}\n", format_json({}));
-  EXPECT_EQ("{\"findings\": [\n"
-            "  {\"kind\": \"bad-signal\", \"file\": null, \"line\": null, \"message\": \"b\"},\n"
-            "  {\"kind\": \"syntax-error\", \"file\": \"f\\\\\", \"line\": 7, \"message\": "
-            "\"\\\"\\u0009\\u0000\xc3\xa9\\ufffd\"}\n"
-            "]}\n",
-            format_json({{Finding_Kind::BAD_SIGNAL, {}, "b"},
-                         {Finding_Kind::SYNTAX_ERROR, {"f\\", 7}, std::string("\"\t\0\xc3\xa9\xff", 6)}}));
+  EXPECT_EQ(
+      "{\"findings\": [\n"
+      "  {\"kind\": \"bad-signal\", \"severity\": \"error\", \"file\": null, \"line\": null, \"message\": \"b\"},\n"
+      "  {\"kind\": \"syntax-error\", \"severity\": \"error\", \"file\": \"f\\\\\", \"line\": 7, \"message\": "
+      "\"\\\"\\u0009\\u0000\xc3\xa9\\ufffd\"}\n"
+      "]}\n",
+      format_json({{Finding_Kind::BAD_SIGNAL, {}, "b"},
+                   {Finding_Kind::SYNTAX_ERROR, {"f\\", 7}, std::string("\"\t\0\xc3\xa9\xff", 6)}}));
 }
 
 // The bytes of the text as the report writes them when they are no UTF-8, or control characters.

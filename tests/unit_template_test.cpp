@@ -358,8 +358,21 @@ TEST_F(unit_template, does_not_reload_a_component_when_the_checker_finds_somethi
   EXPECT_EQ("active", show("ActiveState"));
   EXPECT_EQ(pid_, show("MainPID"));
   EXPECT_EQ(std::string::npos, log().find("Signal 1 "));
-  const std::string text = log();
-  EXPECT_NE(text.find(CHECKED), text.rfind(CHECKED)) << "again, with the same arguments";
+  EXPECT_NE(std::string::npos, log().find("checked: --allow-warnings " + std::string(CHECKED).substr(9))) << log();
+}
+
+TEST_F(unit_template, reloads_a_component_whose_service_is_given_twice)
+{
+  machine_.dir().write("etc/staller.d/twice.conf", "");
+  boot();
+  fs::copy_file(machine_.dir() / "etc/staller.d/staller.conf", machine_.dir() / "etc/staller.d/twice.conf",
+                fs::copy_options::overwrite_existing);
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  EXPECT_TRUE(machine_.succeeds("systemctl reload starter@staller.service"));
+
+  EXPECT_TRUE(wait_for_record("Signal 1 (Hangup) caught, and reconfiguring ... \n"));
+  EXPECT_THAT(log(), HasSubstr("twice.conf:1: warning: duplicate-service: "));
 }
 
 // There is no pool, because the other threads of a pool would go on while one event handler stalls.
