@@ -2,6 +2,7 @@
 
 #include "check/checker_options.h"
 #include "check/command_line_findings.h"
+#include "check/file_list.h"
 #include "check/reactor_findings.h"
 #include "check/report.h"
 #include "check/services.h"
@@ -10,24 +11,30 @@
 #include <ace/Log_Msg.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 enum { CLEAN, WITH_FINDINGS, MISUSE };
 
 static const char USAGE[] =
-    "Usage: starter-check [--allow-warnings] [--json] [ARGUMENT...]\n"
+    "Usage: starter-check [--allow-warnings] [--json] [--save-files FILE] [--compare-files FILE]\n"
+    "                     [ARGUMENT...]\n"
     "       starter-check --help | --version\n"
     "\n"
     "Report what starter would refuse, ignore or fail to load when it is started with the\n"
     "arguments. Options of the checker's own stand before them. No service is initialised.\n"
     "\n"
-    "  --allow-warnings  let findings that are only warnings pass: the exit status is 0\n"
-    "  --json            write the findings as a JSON object\n"
-    "  --help            write this text\n"
-    "  --version         write the version\n"
+    "  --allow-warnings      let findings that are only warnings pass: the exit status is 0\n"
+    "  --json                write the findings as a JSON object\n"
+    "  --save-files FILE     write the list of configuration files to FILE\n"
+    "  --compare-files FILE  report configuration files that are new or gone since FILE was saved\n"
+    "  --help                write this text\n"
+    "  --version             write the version\n"
     "\n"
     "Exit status: 0 nothing found, 1 with findings, 2 for misuse, or when nothing can be said.\n";
 
@@ -53,20 +60,43 @@ struct Checker_Options
 {
   bool allow_warnings = false;
   bool json = false;
+  std::string save_files; // absolute paths, or empty
+  std::string compare_files;
 };
 
-// Takes the checker's own options out of the line.
-static Checker_Options take_options(std::vector<char*>& line)
+// Takes the checker's own options out of the line. False when one of them lacks its value.
+static bool take_options(std::vector<char*>& line, Checker_Options& options)
 {
-  Checker_Options options;
-  for (; line.size() > 1; line.erase(line.begin() + 1))
-    if (std::strcmp(line[1], ALLOW_WARNINGS_OPTION) == 0)
+  std::size_t i = 1;
+  for (; i < line.size(); ++i) {
+    const bool saves = std::strcmp(line[i], SAVE_FILES_OPTION) == 0;
+    if (std::strcmp(line[i], ALLOW_WARNINGS_OPTION) == 0)
       options.allow_warnings = true;
-    else if (std::strcmp(line[1], JSON_OPTION) == 0)
+    else if (std::strcmp(line[i], JSON_OPTION) == 0)
       options.json = true;
-    else
+    else if (!saves && std::strcmp(line[i], COMPARE_FILES_OPTION) != 0)
       break;
-  return options;
+    else if (++i == line.size() || !*line[i])
+      return false;
+    else // the working directory may change before the file is opened
+      (saves ? options.save_files : options.compare_files) = std::filesystem::absolute(line[i]);
+  }
+  line.erase(line.begin() + 1, line.begin() + static_cast<std::ptrdiff_t>(i));
+  return true;
+}
+
+// Saves the list of files and compares it with a saved one, as the options ask for.
+// A list that is not there, as when the host was started by an older unit, is told of and no reason to fail.
+static bool handle_file_lists(const Checker_Options& options, const File_List& files, Findings& findings)
+{
+  File_List at_start;
+  if (!options.compare_files.empty() && load_file_list(options.compare_files, at_start))
+    compare_file_lists(at_start, files, findings);
+  else if (!options.compare_files.empty())
+    std::fprintf(stderr, "starter-check: cannot read %s, so new files and files that are gone are not found: %s\n",
+                 options.compare_files.c_str(), std::strerror(errno));
+
+  return options.save_files.empty() || save_file_list(options.save_files, files);
 }
 
 static bool has_errors(const Findings& findings)
@@ -83,8 +113,11 @@ static int check(std::vector<char*>& line, const Checker_Options& options)
   check_command_line(argc, line.data(), findings);
   if (!check_reactor_limit(argc, line.data(), findings))
     return fail("cannot start a process to try a reactor in");
-  if (!check_services(argc, line.data(), findings))
+  File_List files;
+  if (!check_services(argc, line.data(), findings, files))
     return fail("cannot start a process to try a library in, or move to the directory /");
+  if (!handle_file_lists(options, files, findings))
+    return fail("cannot write the list of files");
 
   const std::string report = options.json ? format_json(findings) : format_text(findings);
   const bool is_clean = options.allow_warnings ? !has_errors(findings) : findings.empty();
@@ -104,7 +137,9 @@ int main(int argc, char** argv)
       return fail("--help and --version stand alone");
     return print(is_help ? USAGE : "starter-check " STARTER_VERSION " (rev " STARTER_REVISION ")\n", CLEAN);
   }
-  const Checker_Options options = take_options(line);
+  Checker_Options options;
+  if (!take_options(line, options))
+    return fail("--save-files and --compare-files take the path of a file");
   char host[] = "starter";
   line[0] = host; // by what name it will be started is not known, and its arguments depend on that
 

@@ -5,14 +5,19 @@
 
 // The options of the checker itself, which stand before those of the host.
 constexpr char ALLOW_WARNINGS_OPTION[] = "--allow-warnings";
+constexpr char COMPARE_FILES_OPTION[] = "--compare-files";
 constexpr char JSON_OPTION[] = "--json";
+constexpr char SAVE_FILES_OPTION[] = "--save-files";
 constexpr char HELP_OPTION[] = "--help";
 constexpr char VERSION_OPTION[] = "--version";
 
 inline bool is_checker_option(const std::string& argument)
 {
-  return argument == ALLOW_WARNINGS_OPTION || argument == JSON_OPTION || argument == HELP_OPTION ||
-         argument == VERSION_OPTION;
+  for (const char* const option :
+       {ALLOW_WARNINGS_OPTION, COMPARE_FILES_OPTION, JSON_OPTION, SAVE_FILES_OPTION, HELP_OPTION, VERSION_OPTION})
+    if (argument == option)
+      return true;
+  return false;
 }
 
 #endif // CHECK_CHECKER_OPTIONS_H

@@ -8,6 +8,7 @@
 enum class Finding_Kind {
   ALTERED_VALUE,
   BAD_SIGNAL,
+  CHANGED_FILES,
   DESCRIPTOR_LIMIT,
   DUPLICATE_SERVICE,
   EMPTY_DIRECTORY,
@@ -48,6 +49,8 @@ constexpr Kind_Description describe_kind(Finding_Kind kind)
     return {"altered-value", Severity::ERROR};
   case Finding_Kind::BAD_SIGNAL:
     return {"bad-signal", Severity::ERROR};
+  case Finding_Kind::CHANGED_FILES:
+    return {"changed-files", Severity::ERROR};
   case Finding_Kind::DESCRIPTOR_LIMIT:
     return {"descriptor-limit", Severity::ERROR};
   case Finding_Kind::DUPLICATE_SERVICE:

@@ -23,14 +23,17 @@ static bool move_to_background_directory()
 }
 
 // `argv` holds the `argc` arguments that the configurator is opened with.
-static bool check_configuration(const std::vector<Meant_Option>& meant, int argc, char** argv, Findings& findings)
+static bool check_configuration(const std::vector<Meant_Option>& meant, int argc, char** argv, Findings& findings,
+                                File_List& files)
 {
   check_configurator_options(meant, argc, argv, findings);
   check_signals(argc, argv, findings);
   if (goes_to_background(argc, argv) && !move_to_background_directory())
     return false;
 
-  const std::vector<Read_Source> sources = read_sources(configurator_sources(argc, argv));
+  const std::vector<Source> given = configurator_sources(argc, argv);
+  files = list_files(given);
+  const std::vector<Read_Source> sources = read_sources(given);
   check_sources(sources, findings);
 
   std::vector<Placed_Directive> directives = place_directives(sources);
@@ -40,7 +43,7 @@ static bool check_configuration(const std::vector<Meant_Option>& meant, int argc
   return true;
 }
 
-bool check_services(int argc, char** argv, Findings& findings)
+bool check_services(int argc, char** argv, Findings& findings, File_List& files)
 {
   if (parse_options(argc, argv).background && !move_to_background_directory())
     return false;
@@ -48,6 +51,6 @@ bool check_services(int argc, char** argv, Findings& findings)
   check_directories(argc, argv, findings);
   const std::vector<Meant_Option> meant = meant_options(argc, argv);
   return open_service_config(argc, argv, true, [&](int args_count, char** args) {
-    return args && check_configuration(meant, args_count, args, findings);
+    return args && check_configuration(meant, args_count, args, findings, files);
   });
 }

@@ -1,13 +1,14 @@
 #ifndef CHECK_SERVICES_H
 #define CHECK_SERVICES_H
 
+#include "check/file_list.h"
 #include "check/finding.h"
 
 /// Add to `findings` what the host would stumble over in the services that its command line asks for: in the files and
 /// directives that the service configurator would get, in their order. Libraries are loaded in processes of their own;
 /// no service is initialised. Moves to the directory "/" where the host would. False when that, or trying a library, is
-/// not possible. `argv` holds the `argc` arguments of the host, the first one its name, and stays as it is. The calling
-/// process must have no other thread. Logs nothing.
-bool check_services(int argc, char** argv, Findings& findings);
+/// not possible. `files` becomes the list of the files among them. `argv` holds the `argc` arguments of the host, the
+/// first one its name, and stays as it is. The calling process must have no other thread. Logs nothing.
+bool check_services(int argc, char** argv, Findings& findings, File_List& files);
 
 #endif // CHECK_SERVICES_H

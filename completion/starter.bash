@@ -12,7 +12,7 @@ _starter()
 
   local options='--background --group --primary-group --reactor --threads --user -S -b -d -f -k -n -p -s -y'
   if [[ ${COMP_WORDS[0]##*/} == starter-check ]]; then
-    options+=' --allow-warnings --help --json --version'
+    options+=' --allow-warnings --compare-files --help --json --save-files --version'
   fi
 
   COMPREPLY=()
@@ -21,7 +21,7 @@ _starter()
     --user) mapfile -t COMPREPLY < <(compgen -u -- "$cur") ;;
     --group | --primary-group) mapfile -t COMPREPLY < <(compgen -g -- "$cur") ;;
     -f) mapfile -t COMPREPLY < <(compgen -d -- "$cur" && compgen -f -X '!*.conf' -- "$cur") ;;
-    -p) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
+    -p | --compare-files | --save-files) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
     --threads | -S | -k | -s) ;; # nobody can guess these values
     *) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur") ;;
   esac

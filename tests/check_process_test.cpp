@@ -137,7 +137,7 @@ TEST(starter_check, tells_its_usage_and_version)
 
   const Outcome help = check(dir, {"--help"});
   EXPECT_EQ(0, help.status);
-  EXPECT_THAT(help.out, StartsWith("Usage: starter-check [--allow-warnings] [--json] [ARGUMENT...]\n"));
+  EXPECT_THAT(help.out, StartsWith("Usage: starter-check [--allow-warnings] [--json] [--save-files FILE] "));
 
   const Outcome version = check(dir, {"--version"});
   EXPECT_EQ(0, version.status);
@@ -201,6 +201,50 @@ TEST(starter_check, lets_warnings_pass_on_request_and_no_errors)
   const Outcome as_json = check(dir, {"--json", "--allow-warnings", "--reactor", "none"});
   EXPECT_EQ(0, as_json.status);
   EXPECT_THAT(as_json.out, HasSubstr("\"severity\": \"warning\""));
+}
+
+TEST(starter_check, reports_files_that_are_new_or_gone_since_their_list_was_saved)
+{
+  const Temp_Dir dir;
+  dir.write("x.d/a.conf", "");
+  dir.write("x.d/b c.conf", "");
+  dir.write("list", "");
+  EXPECT_EQ(0, check(dir, {"--save-files", "list", "-f", "x.d"}).status);
+  EXPECT_EQ(std::string("x.d/a.conf\0x.d/b c.conf\0", 24), read_file(dir / "list"));
+
+  const Texts args{"--allow-warnings", "--compare-files", "list", "-f", "x.d"};
+  const Outcome same = check(dir, args);
+  EXPECT_EQ(0, same.status);
+  EXPECT_EQ("", same.out + same.err);
+
+  std::filesystem::rename(dir / "x.d/a.conf", dir / "x.d/d.conf");
+  const Outcome renamed = check(dir, args);
+  EXPECT_EQ(1, renamed.status);
+  EXPECT_THAT(lines(renamed.out),
+              ElementsAre(StartsWith("x.d/a.conf: changed-files: is one of the files of the start "),
+                          "x.d/d.conf: changed-files: is not one of the files of the start: a "
+                          "hang-up does not read it; restart"));
+}
+
+TEST(starter_check, goes_on_without_a_list_of_files_and_not_without_a_place_for_it)
+{
+  const Temp_Dir dir;
+
+  const Outcome missing = check(dir, {"--compare-files", "/none/list", "-d"});
+  EXPECT_EQ(0, missing.status);
+  EXPECT_EQ("starter-check: cannot read /none/list, so new files and files that are gone are not found: No such file "
+            "or directory\n",
+            missing.err);
+
+  const Outcome unwritable = check(dir, {"--save-files", "/none/list", "-d"});
+  EXPECT_EQ(2, unwritable.status);
+  EXPECT_EQ("starter-check: cannot write the list of files\n", unwritable.err);
+
+  for (const char* const option : {"--save-files", "--compare-files"}) {
+    const Outcome run = check(dir, {"--json", option});
+    EXPECT_EQ(2, run.status);
+    EXPECT_EQ("starter-check: --save-files and --compare-files take the path of a file\n", run.err);
+  }
 }
 
 // ---- The command line

@@ -17,6 +17,7 @@
 namespace fs = std::filesystem;
 
 using testing::HasSubstr;
+using testing::Not;
 
 static std::string with_replaced(std::string text, const std::string& old, const std::string& replacement)
 {
@@ -166,7 +167,10 @@ private:
   }
 };
 
-static const char CHECKED[] = "checked: --reactor tp --threads 4 -f /run/test/etc/staller.d.\n";
+static const char CHECKED_AT_START[] = "checked: --save-files /run/starter/staller/files "
+                                       "--reactor tp --threads 4 -f /run/test/etc/staller.d.\n";
+static const char CHECKED_AT_RELOAD[] = "checked: --allow-warnings --compare-files /run/starter/staller/files "
+                                        "--reactor tp --threads 4 -f /run/test/etc/staller.d.\n";
 static const char FED_OFTEN[] = "WatchdogSec=5\nEnvironment=SD_NOTIFY_INTERVAL=1\n";
 
 TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_the_template_sets)
@@ -181,7 +185,7 @@ TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_the_tem
   EXPECT_TRUE(wait_for_record("-staller "));
   EXPECT_TRUE(wait_for_record("nofile=4096, "));
   EXPECT_TRUE(wait_until([&] { return threads() == "5"; })) << threads();
-  EXPECT_EQ(0u, log().find(CHECKED)) << log();
+  EXPECT_EQ(0u, log().find(CHECKED_AT_START)) << log();
   EXPECT_NE(std::string::npos, show("ExecStartPre").find("status=0")) << show("ExecStartPre");
   EXPECT_EQ(std::string::npos, log().find("Failed")) << log();
 }
@@ -341,7 +345,7 @@ TEST_F(unit_template, starts_a_component_in_spite_of_what_the_checker_finds)
   ASSERT_NO_FATAL_FAILURE(start());
 
   EXPECT_EQ("active", show("ActiveState"));
-  EXPECT_EQ(0u, log().find(CHECKED)) << "before the program starts, with its arguments";
+  EXPECT_EQ(0u, log().find(CHECKED_AT_START)) << "before the program starts, with its arguments";
   EXPECT_NE(std::string::npos, show("ExecStartPre").find("status=1")) << show("ExecStartPre");
   EXPECT_TRUE(wait_for_record("The staller is there.\n"));
 }
@@ -358,7 +362,28 @@ TEST_F(unit_template, does_not_reload_a_component_when_the_checker_finds_somethi
   EXPECT_EQ("active", show("ActiveState"));
   EXPECT_EQ(pid_, show("MainPID"));
   EXPECT_EQ(std::string::npos, log().find("Signal 1 "));
-  EXPECT_NE(std::string::npos, log().find("checked: --allow-warnings " + std::string(CHECKED).substr(9))) << log();
+  EXPECT_THAT(log(), HasSubstr(CHECKED_AT_RELOAD));
+}
+
+TEST_F(unit_template, does_not_reload_a_component_when_a_file_is_renamed)
+{
+  boot(FED_OFTEN);
+  ASSERT_NO_FATAL_FAILURE(start());
+  const std::string dir = machine_.dir() / "etc/staller.d/";
+  const std::string reload = "systemctl reload starter@staller.service 2>/dev/null";
+
+  fs::rename(dir + "staller.conf", dir + "other.conf");
+  EXPECT_FALSE(machine_.succeeds(reload));
+  EXPECT_THAT(log(), HasSubstr("staller.d/staller.conf: changed-files: is one of the files of the start "));
+  EXPECT_THAT(log(), HasSubstr("staller.d/other.conf: changed-files: is not one of the files of the start: "));
+
+  EXPECT_TRUE(wait_for_keep_alives(2));
+  EXPECT_THAT(log(), Not(HasSubstr("Signal 1 ")));
+  EXPECT_EQ("active", show("ActiveState"));
+
+  fs::rename(dir + "other.conf", dir + "staller.conf");
+  EXPECT_TRUE(machine_.succeeds(reload));
+  EXPECT_TRUE(wait_for_record("The staller is gone.\nThe staller is there.\n"));
 }
 
 TEST_F(unit_template, reloads_a_component_whose_service_is_given_twice)
