@@ -21,6 +21,7 @@
 
 namespace fs = std::filesystem;
 
+using testing::AnyOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -75,8 +76,19 @@ TEST_F(debian_package, has_what_an_operator_needs_and_nothing_of_the_support_lib
     EXPECT_THAT(files, Contains(file));
   for (const std::string& file : files) {
     EXPECT_EQ(std::string::npos, file.find("scrt")) << file;
-    EXPECT_EQ(std::string::npos, file.find("./etc/")) << file;
+    if (file.rfind("./etc/", 0) == 0) {
+      EXPECT_THAT(file, AnyOf("./etc/", "./etc/starter/", "./etc/starter/README"));
+    }
   }
+}
+
+TEST_F(debian_package, explains_the_directory_of_the_configuration_in_a_file_that_the_operator_may_change)
+{
+  EXPECT_EQ("/etc/starter/README\n", output_of("dpkg-deb --info " + deb_ + " conffiles"));
+  EXPECT_EQ("drwxr-xr-x", output_of("dpkg-deb --fsys-tarfile " + deb_ + " | tar tv ./etc/starter/").substr(0, 10));
+
+  const std::string readme = read_file(*dir_ / "data/etc/starter/README");
+  EXPECT_NE(std::string::npos, readme.find("systemctl enable --now starter@NAME")) << readme;
 }
 
 TEST_F(debian_package, depends_on_what_the_program_is_linked_with)
@@ -182,6 +194,27 @@ protected:
     (void)in_root("/usr/sbin/starter-check -f /etc/starter/one.d");
   }
 
+  // Makes the directories of systemd, which stay, and a link to a unit that has nothing to do with the package.
+  void make_systemd_directories() const
+  {
+    fs::create_directories(root_ + "/etc/systemd/system/multi-user.target.wants");
+    fs::create_symlink("/lib/systemd/system/other.service",
+                       root_ + "/etc/systemd/system/multi-user.target.wants/other.service");
+    fs::create_directories(root_ + "/var/lib/private");
+  }
+
+  // Leaves what an enabled component leaves: a link to the template, and its state behind a link of systemd.
+  void leave_traces() const
+  {
+    fs::create_symlink("/lib/systemd/system/starter@.service", fs::path(root_) / WANTED_LINK);
+    fs::create_directories(fs::path(root_) / STATE_DIR);
+    fs::create_directories(root_ + "/var/lib/starter");
+    fs::create_symlink("../private/starter/one", root_ + "/var/lib/starter/one");
+  }
+
+  static constexpr char WANTED_LINK[] = "./etc/systemd/system/multi-user.target.wants/starter@one.service";
+  static constexpr char STATE_DIR[] = "./var/lib/private/starter/one";
+
   const std::string root_ = *dir_ / "root";
 };
 
@@ -193,10 +226,11 @@ static std::vector<std::string> difference(const std::vector<std::string>& a, co
   return only;
 }
 
-TEST_F(debian_package_in_a_clean_root, is_installed_run_and_removed_down_to_its_configuration)
+TEST_F(debian_package_in_a_clean_root, is_installed_run_and_purged_down_to_what_the_operator_has_written)
 {
   make_root();
   ASSERT_FALSE(HasFailure());
+  make_systemd_directories();
   const std::vector<std::string> before = files();
   fs::copy_file(deb_, root_ + "/starter.deb");
   ASSERT_THAT(before, Not(Contains("./usr/sbin/starter")));
@@ -207,8 +241,13 @@ TEST_F(debian_package_in_a_clean_root, is_installed_run_and_removed_down_to_its_
   fs::create_directories(root_ + "/etc/starter/one.d");
   std::ofstream(root_ + "/etc/starter/one.d/none.conf") << "# nothing\n";
   ASSERT_NO_FATAL_FAILURE(run_program());
+  leave_traces();
 
   (void)in_root("apt-get -q -y remove --autoremove starter");
+  for (const char* const file : {"./etc/starter/README", WANTED_LINK, STATE_DIR})
+    EXPECT_THAT(files(), Contains(file));
+
+  (void)in_root("apt-get -q -y purge starter");
   const std::vector<std::string> after = files();
   EXPECT_THAT(difference(after, before),
               ElementsAre("./etc/starter", "./etc/starter/one.d", "./etc/starter/one.d/none.conf"));
