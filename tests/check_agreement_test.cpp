@@ -198,7 +198,7 @@ std::string print(const Findings& findings)
 {
   std::string text;
   for (const Finding& finding : findings)
-    text += std::string(kind_name(finding.kind)) + ": " + finding.message + '\n';
+    text += std::string(describe_kind(finding.kind).name) + ": " + finding.message + '\n';
   return text;
 }
 
