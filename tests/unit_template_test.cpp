@@ -252,7 +252,8 @@ TEST_F(unit_template, keeps_components_from_one_another)
 
   for (const char* const dir : {"/run/starter/staller", "/var/lib/private/starter/staller"}) {
     const std::string file = std::string(dir) + "/secret";
-    ASSERT_TRUE(machine_.succeeds("echo text >" + file + " && chown " + uid + ' ' + file)) << file;
+    ASSERT_TRUE(machine_.succeeds("echo text >" + file)) << file;
+    ASSERT_TRUE(machine_.succeeds(std::string("chown ").append(uid).append(" ").append(file))) << file;
     EXPECT_THAT(machine_.run(as(other_uid, other, "cat " + file)), HasSubstr("Permission denied"));
   }
   EXPECT_EQ("text", machine_.run(as(uid, pid_, "cat /run/starter/staller/secret")));
