@@ -83,7 +83,7 @@ TEST(foreign_services, take_faults_for_a_memory_mapped_pool)
   Starter_Process starter({"-S",
                            foreign("Clerk", "ACE_TS_Clerk_Processor",
                                    "-h 127.0.0.1:" + std::to_string(free_port()) + " -p " + dir / "pool"),
-                           "-S", dynamic_directive("Crash", "crash", "_make_Crash", "null")});
+                           "-S", dynamic_directive("Crash", "crash", "_make_Crash", "page")});
 
   EXPECT_EQ(-SIGSEGV, starter.wait_status()) << starter.log();
   EXPECT_EQ(0u, starter.count("the back trace:")) << starter.log();

@@ -229,7 +229,7 @@ TEST_F(troubleshooting, shows_the_record_of_each_row)
   // ---- Ends
   const std::string ends = "ends with status 0 all of a sudden";
   const auto wait_for_fault = [](Starter_Process& starter) { (void)starter.wait_for_record("the back trace:"); };
-  expect_row(ends, FAULT, log_of({"-S", dynamic_directive("C", "crash", "_make_Crash", "null")}, wait_for_fault));
+  expect_row(ends, FAULT, log_of({"-S", dynamic_directive("C", "crash", "_make_Crash", "page")}, wait_for_fault));
   expect_row(ends, "Unhandled exception is caught, <text>",
              log_of({"-S", dynamic_directive("T", "thrower", "_make_Thrower", "timer std")}, wait_for_fault));
 
