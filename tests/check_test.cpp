@@ -435,8 +435,9 @@ static void expect_reports(const std::string& message, const std::string& text, 
   const Findings findings{{Finding_Kind::BAD_SIGNAL, {}, message}};
 
   EXPECT_EQ("command line: bad-signal: " + text + '\n', format_text(findings));
-  EXPECT_EQ("{\"findings\": [\n  {\"kind\": \"bad-signal\", \"file\": null, \"line\": null, \"message\": \"" + json +
-                "\"}\n]}\n",
+  EXPECT_EQ("{\"findings\": [\n  {\"kind\": \"bad-signal\", \"severity\": \"error\", \"file\": null, \"line\": null, "
+            "\"message\": \"" +
+                json + "\"}\n]}\n",
             format_json(findings));
 }
 

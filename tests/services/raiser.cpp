@@ -103,8 +103,8 @@ int Raiser::start() const
 
 int Raiser::fini()
 {
-  ++fini_count;
   LOG_RECORD(LM_INFO, "Raiser is gone.\n");
+  ++fini_count; // after the record: in a pool, the callback that holds may be in another thread
   if (where_ == "fini" || where_ == "end")
     raise_all(signals_);
   LOG_RECORD(LM_INFO, "Raiser is finalised.\n");
