@@ -5,7 +5,7 @@
 
 #include <vector>
 
-/// What becomes of the name in a directive.
+/// The fate of the name in a directive.
 enum class Name_Effect {
   NONE,
   REPLACES,  ///< the service takes the place of one of this name
@@ -13,7 +13,7 @@ enum class Name_Effect {
   UNKNOWN    ///< there is no service of this name
 };
 
-/// What becomes of a directive within the braces of a stream.
+/// The fate of a directive within the braces of a stream.
 enum class Stream_Effect {
   NONE,
   NEEDS_DYNAMIC,    ///< the module is not loaded, as the stream is not loaded by this directive
@@ -24,7 +24,7 @@ enum class Stream_Effect {
   STREAM_NOT_THERE  ///< the host ends: the stream is not there
 };
 
-/// What the framework does at a directive.
+/// The step that the framework takes at a directive.
 struct Loader_Step
 {
   const Placed_Directive* placed;

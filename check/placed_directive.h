@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <string>
 
-/// What the probes have found out about the service or the factory that a directive names.
+/// The findings of the probes about the service or the factory that a directive names.
 struct Availability
 {
   std::string library_error; ///< why its library cannot be loaded; empty when it can

@@ -9,12 +9,12 @@
 /// changes the environment.
 std::vector<std::string> check_variables(const std::string& text);
 
-/// What the framework makes of a word when it replaces the variable in it. A word that it would not survive stays as it
-/// is. Any thread, as long as nobody changes the environment.
+/// Returns the text that the framework makes of a word when it replaces the variable in it. A word that it would not
+/// survive stays as it is. Any thread, as long as nobody changes the environment.
 std::string substitute_variable(const std::string& word);
 
-/// What the framework silently leaves out of the parameters of a service: all of them, if they begin as a comment does,
-/// or a word with a quote that is not closed. Empty when it leaves out nothing. Any thread.
+/// Tells what the framework silently leaves out of the parameters of a service: all of them, if they begin as a comment
+/// does, or a word with a quote that is not closed. Empty when it leaves out nothing. Any thread.
 std::string check_left_out(const std::string& parameters);
 
 /// The words that the framework makes of the parameters of a service. Variables stay as they are. Any thread.

@@ -14,10 +14,10 @@ bool is_regular_file(const char* path);
 /// Whether a configuration file can be read to its end, or is not even opened, or opens and cannot be read.
 enum class Content { READABLE, NOT_OPENED, UNREADABLE };
 
-/// What the framework is going to meet in the file `path`: its scanner ends the process when it has opened a file that
-/// it cannot read, a directory for instance. The reason why a file is not readable is in `errno`. Pipes and devices
-/// count as readable: what is taken from them here is gone, and opening one alone can be noticed at the other end.
-/// Logs nothing.
+/// Looks at what the framework is going to meet in the file `path`: its scanner ends the process when it has opened a
+/// file that it cannot read, a directory for instance. The reason why a file is not readable is in `errno`. Pipes and
+/// devices count as readable: what is taken from them here is gone, and opening one alone can be noticed at the other
+/// end. Logs nothing.
 Content look_into(const char* path);
 
 /// Open the framework's service configurator with its arguments, which loads the services and initialises them. A file

@@ -2,9 +2,10 @@
 #define STARTER_HOST_PHASE_H
 
 /// @file
-/// What signal handlers have to know of the main thread. Any thread, in signal handlers too, unless told otherwise.
+/// The state of the main thread that signal handlers have to know. Any thread, in signal handlers too, unless told
+/// otherwise.
 
-/// What the main thread does.
+/// The present work of the main thread.
 enum Host_Phase {
   NOT_STARTED, ///< nothing that signal handlers need to respect
   LOADING,     ///< it prepares the process and loads services

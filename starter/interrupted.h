@@ -2,7 +2,7 @@
 #define STARTER_INTERRUPTED_H
 
 /// @file
-/// What a signal handler needs to log where it interrupts a thread. Any thread, in signal handlers.
+/// Two guards that a signal handler needs to log where it interrupts a thread. Any thread, in signal handlers.
 
 #include <ace/Log_Msg.h>
 

@@ -2,8 +2,9 @@
 #define STARTER_LOOP_CONTROL_H
 
 /// @file
-/// What signal handlers may do to the event loop of the process-wide reactor. Unless told otherwise: any thread, in
-/// signal handlers too; nothing here takes a lock or memory, because the interrupted thread may hold the lock.
+/// The operations on the event loop of the process-wide reactor that signal handlers may use. Unless told otherwise:
+/// any thread, in signal handlers too; nothing here takes a lock or memory, because the interrupted thread may hold the
+/// lock.
 
 /// Whether the process has its reactor yet. Makes none.
 bool has_reactor();

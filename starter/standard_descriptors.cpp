@@ -6,7 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// Of all code of the program this runs first: before the static initialisers, which open descriptors already. The
+// This is the first code of the program that runs, before the static initialisers, which open descriptors already. The
 // framework's library has been initialised by then and keeps none open. The descriptors are inherited by children like
 // any other standard stream.
 __attribute__((constructor(101))) static void open_standard_descriptors()

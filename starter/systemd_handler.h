@@ -35,7 +35,7 @@ public:
   int close();
 
 protected:
-  /// What open() does, without the release after a failure.
+  /// Do the work of open() without the release after a failure.
   int open_i(ACE_Reactor* r);
 
   /// Send a keep-alive with the client library's function that `act` points to. Always 0: the timer goes on.

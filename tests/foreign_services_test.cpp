@@ -42,7 +42,7 @@ static int free_port()
   return ntohs(address.sin_port);
 }
 
-// What a server on `port` answers to `question`.
+// Returns the answer of a server on `port` to `question`.
 static std::string answer_of(int port, const std::string& question)
 {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

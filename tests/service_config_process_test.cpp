@@ -418,7 +418,7 @@ static bool has_opened(const Starter_Process& starter, const std::string& path)
   return false;
 }
 
-// What is read from a pipe to try it is gone.
+// A pipe loses what is read from it to try it.
 TEST(service_config_process, leaves_a_pipe_to_the_configurator)
 {
   const Temp_Dir dir;

@@ -219,15 +219,15 @@ std::ostream& operator<<(std::ostream& out, const Usage& usage)
              << " descriptors";
 }
 
-// What the framework's repository of services may grow by, in bytes: it has room for 1,024 services, and each one that
-// is loaded anew takes another place, of 16 bytes, for ever.
+// The number of bytes that the framework's repository of services may grow by: it has room for 1,024 services, and each
+// one that is loaded anew takes another place, of 16 bytes, for ever.
 unsigned long repository_growth(int loaded)
 {
   const int room = 1000; // the repository has services of its own, too
   return loaded > room ? 16 * static_cast<unsigned long>(loaded - room) : 0;
 }
 
-// What the heap of services at work differs by from one moment to another, in bytes. That of a pool needs a thousand
+// The number of bytes that the heap of services at work differs by from one moment to another. A pool needs a thousand
 // reloads until it grows no more.
 unsigned long fluctuation(const Loop& loop, const Load& load)
 {

@@ -36,7 +36,7 @@ struct Arguments
 
 using Counts = std::map<std::string, std::array<unsigned, END_COUNT>>; // of a configuration
 
-// What has been found by the runs so far.
+// The results of the runs so far.
 class Report
 {
 public:

@@ -72,8 +72,8 @@ static bool tells_of_termination(const std::vector<std::string>& lines)
          count("Second is deleted.") > 1;
 }
 
-// What was written after the start, or everything if it did not get that far: a service that could not be loaded is no
-// reason for a process that has started to end.
+// Returns what was written after the start, or everything if it did not get that far: a service that could not be
+// loaded is no reason for a process that has started to end.
 static std::string after_start(const std::string& log)
 {
   const std::size_t at = log.find(" is started.\n");

@@ -22,7 +22,7 @@ enum End {
   END_COUNT
 };
 
-/// What the end is called in the report.
+/// The name of the end in the report.
 const char* name_of(End end);
 
 /// The end of a run, where `usual` is the log of one without an injection.

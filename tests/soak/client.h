@@ -6,7 +6,7 @@
 #include <random>
 #include <string>
 
-/// What a client does with the service.
+/// The behaviour of a client.
 enum Manner {
   WELL_BEHAVED, ///< sends, reads meanwhile, half-closes and reads to the end
   SLOW,         ///< the same, but reads little at a time
@@ -39,7 +39,7 @@ public:
   Manner manner() const { return manner_; }
   std::size_t received() const { return received_; }
 
-  /// What went wrong, when it is BROKEN.
+  /// The reason, when it is BROKEN.
   const std::string& fault() const { return fault_; }
 
   /// Whether something came back that was not sent, which nothing excuses.

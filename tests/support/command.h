@@ -17,7 +17,7 @@ Ended run(const std::string& command);
 /// Like run(), but with the standard output alone in `output`. The command shares the standard error of the test.
 Ended run_for_stdout(const std::string& command);
 
-/// What `command` writes to standard output and standard error. The test fails if the command does.
+/// Returns what `command` writes to standard output and standard error. The test fails if the command does.
 std::string output_of(const std::string& command);
 
 /// `text` without the newline at its end, if it has one.

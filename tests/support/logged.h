@@ -10,7 +10,7 @@
 #include <ostream>
 #include <string>
 
-/// What tests compare of a log record. The builders below make the expected ones.
+/// The part of a log record that tests compare. The builders below make the expected ones.
 struct Logged
 {
   int priority;
