@@ -85,7 +85,9 @@ private:
 };
 
 enum { NOT_HUNG = -1, CANNOT_HANG = -2 };
-enum { NOTIFICATIONS_AT_ONCE = 100 }; // then the loop looks at its mark, even if there are more all the time
+// A reactor of the select family serves notifications until there are none. A service that notifies all the time would
+// keep it from looking at its mark for ever.
+enum { NOTIFICATIONS_AT_ONCE = 100 };
 
 static std::atomic<int> bell_fd{NOT_HUNG};
 

@@ -29,8 +29,9 @@ void stay_in_event_loop();
 /// loop.
 void forget_stale_event();
 
-/// Register with the process-wide reactor what the functions above wake the loop with. If that fails, the framework's
-/// own notification serves, whose lock can hang a signal handler. May be called again, for instance after a service
+/// Make the process-wide reactor listen to the functions above: register with it what they wake the loop with, and
+/// bound the notifications that it serves before it looks at its mark again. If registering fails, the framework's own
+/// notification serves, whose lock can hang a signal handler. May be called again, for instance after a service
 /// has replaced the reactor. Main thread, between two callbacks; takes memory and locks.
 void hang_bell();
 

@@ -364,17 +364,23 @@ static std::string source_of(const Starter_Process& starter, const std::string& 
 
 TEST(source_file, is_the_same_in_the_records_of_every_room_of_the_program)
 {
-  Starter_Process starter({"--user", "there-is-no-such-user", "--reactor", "select"}, probed());
+  Start_Options options = probed();
+  options.env["DIRECTORY"] = "/";
+  Starter_Process starter({"--user", "there-is-no-such-user", "--reactor", "select", "-f", "$DIRECTORY"}, options);
   ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
   ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
   starter.send(SIGUSR2);
   ASSERT_TRUE(starter.wait_for_record("ACE::debug.")) << starter.log();
+  starter.send(SIGHUP);
+  ASSERT_TRUE(starter.wait_for_record("and reconfiguring ...")) << starter.log();
   starter.send(SIGALRM);
   ASSERT_EQ(0, starter.wait_status()) << starter.log();
 
   const char* const texts[] = {"password entry", // identity
                                "Created",        // event loop
+                               "Failed to read", // configuration
                                "system info",    // machine
+                               "reconfiguring",  // hang-up
                                "ACE::debug.",    // signals
                                "the back trace"};
   for (const char* const text : texts)
