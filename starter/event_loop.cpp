@@ -2,6 +2,7 @@
 
 #include "scrt/log.h"
 #include "scrt/make_reactor.h"
+#include "starter/counting_dev_poll_reactor.h"
 #include "starter/hang_up.h"
 #include "starter/host_phase.h"
 #include "starter/loop_control.h"
@@ -22,7 +23,8 @@ static ACE_Reactor* create_reactor(const char* type, unsigned n)
     return nullptr;
   }
 
-  ACE_Reactor* const reactor = maker();
+  ACE_Reactor* const reactor =
+      maker == make_reactor<ACE_Dev_Poll_Reactor> ? make_reactor<Counting_Dev_Poll_Reactor>() : maker();
   if (!reactor) {
     LOG_RECORD(LM_ERROR, "Failed to create '%s' reactor\n", type);
     return nullptr;
