@@ -5,6 +5,7 @@
 #include "starter/host_phase.h"
 #include "starter/interrupted.h"
 #include "starter/loop_control.h"
+#include "starter/service_repository.h"
 #include "starter/signal_timer.h"
 #include "starter/signals.h"
 
@@ -73,6 +74,7 @@ static void handle_hang_up()
     break;
   case POOL:
     reconfigure(); // the main thread only waits for the pool
+    pack_service_repository();
     break;
   case ENDING:
     break;
@@ -144,6 +146,7 @@ void serve_hang_ups()
   for (stay_in_event_loop(); is_due && !is_termination_caught(); stay_in_event_loop()) {
     patience.stop();
     raise_hang_up();
+    pack_service_repository();
     if (get_host_phase() == LOOP)
       forget_stale_event();
   }
