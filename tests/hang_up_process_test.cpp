@@ -304,6 +304,14 @@ TEST_P(single_loop, keeps_no_event_for_the_next_owner_of_a_descriptor)
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
 }
 
+TEST_P(single_loop, that_a_service_has_ended_stays_ended)
+{
+  Starter_Process starter(with_service(GetParam().args, "ender", "_make_Ender"));
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("Signal 1 (Hangup) caught, and reconfiguring ...")) << starter.log();
+}
+
 INSTANTIATE_TEST_SUITE_P(hang_up, single_loop, testing::ValuesIn(loops_of(true)), loop_name);
 
 // ---- A pool

@@ -10,11 +10,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <sstream>
 #include <tuple>
 #include <utility>
 
+#include <fcntl.h>
 #include <signal.h>
 
 namespace
@@ -139,6 +142,28 @@ TEST_P(every_loop, applies_an_edited_configuration_on_a_hang_up_and_goes_on)
   const std::vector<Logged> found = records_with(starter, "reconfiguring");
   ASSERT_EQ(1u, found.size());
   EXPECT_EQ(info("Signal 1 (Hangup) caught, and reconfiguring ... \n").in(SOURCE), found[0]);
+}
+
+TEST_P(every_loop, hands_no_descriptor_that_wakes_it_to_programs_that_services_start)
+{
+  Starter_Process starter(with_service(GetParam().args, "talker", "_make_Talker"));
+  ASSERT_TRUE(is_up(starter, "talker init.")) << starter.log();
+  const std::string process = "/proc/" + std::to_string(starter.pid());
+
+  int bells = 0;
+  for (const auto& fd : std::filesystem::directory_iterator(process + "/fd")) {
+    if (std::filesystem::read_symlink(fd) != "anon_inode:[eventfd]")
+      continue;
+    ++bells;
+    std::ifstream info(process + "/fdinfo/" + fd.path().filename().string());
+    std::string text;
+    while (info >> text && text != "flags:")
+      ;
+    unsigned flags = 0;
+    info >> std::oct >> flags;
+    EXPECT_EQ(static_cast<unsigned>(O_CLOEXEC), flags & O_CLOEXEC);
+  }
+  EXPECT_EQ(1, bells);
 }
 
 INSTANTIATE_TEST_SUITE_P(signals, every_loop, testing::ValuesIn(LOOPS), loop_name);
