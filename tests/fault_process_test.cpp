@@ -156,3 +156,20 @@ TEST(fault, has_the_reactor_close_its_handlers_unless_a_pool_still_runs_the_loop
     EXPECT_EQ(loop.threads == 1 ? 1u : 0u, starter.count("The handler is closed.")) << starter.log();
   }
 }
+
+// The first thread of the pool runs the loop by then.
+TEST(fault, while_the_threads_of_a_pool_are_made_keeps_the_reactor_for_those_that_are_there)
+{
+  for (const char* const type : {"select", "tp", "dev_poll", "priority"}) {
+    SCOPED_TRACE(type);
+    Start_Options options;
+    options.preload = {preload_library("fault_in_spawn")};
+    Starter_Process starter(with_service({"--reactor", type, "--threads", "4"}, "closer", "_make_Closer"), options);
+
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    EXPECT_EQ(1u, starter.count("Signal 11 (Segmentation fault) caught in [starter], the back trace:"))
+        << starter.log();
+    EXPECT_EQ(1u, starter.count("the back trace:")) << starter.log();
+    EXPECT_EQ(0u, starter.count("The handler is closed.")) << starter.log();
+  }
+}

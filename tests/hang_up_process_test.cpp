@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <sstream>
+#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -235,6 +237,20 @@ TEST_P(single_loop, is_reconfigured_in_the_middle_of_a_callback_that_does_not_en
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   EXPECT_EQ(join({START, {BEGINS, HANG_UP}, RELOAD, {ENDS}, END}), story_of(starter)) << starter.log();
+}
+
+// The hang-ups after the first one do not make the program wait longer.
+TEST_P(single_loop, is_reconfigured_in_the_middle_of_such_a_callback_under_a_stream_of_hang_ups_too)
+{
+  Configured_Process process(GetParam(), raiser("hold 1"));
+  Starter_Process& starter = process.starter;
+  ASSERT_TRUE(starter.wait_for_record(HANG_UP)) << starter.log();
+
+  for (int n = 0; n < 40 && starter.count(IS_GONE) == 0; ++n) {
+    starter.send(SIGHUP);
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+  }
+  EXPECT_NE(0u, starter.count(IS_GONE)) << starter.log();
 }
 
 TEST_P(single_loop, is_reconfigured_between_callbacks_without_a_timer_too)

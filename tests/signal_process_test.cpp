@@ -89,6 +89,18 @@ TEST_P(every_loop, ends_in_order_with_status_0_on_each_termination_signal)
   }
 }
 
+// The framework's own notification wakes the loop then.
+TEST_P(every_loop, ends_on_a_termination_without_an_eventfd_too)
+{
+  Starter_Process starter(GetParam().args, with_fault("FAULT_EVENTFD"));
+  ASSERT_TRUE(wait_for_loop(starter, GetParam())) << starter.log();
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+
+  starter.send(SIGTERM);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+}
+
 TEST_P(every_loop, ends_under_load_on_each_termination_signal)
 {
   for (const int signo : {SIGINT, SIGQUIT, SIGTERM}) {

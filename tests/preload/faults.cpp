@@ -14,6 +14,7 @@
 //   FAULT_PHYS_PAGES=N    sysconf returns N to the program itself for the pages of memory
 //   FAULT_UNAME=1         uname fails with EFAULT
 //   FAULT_TIMER=CALL      timer_create or timer_settime fails with EAGAIN
+//   FAULT_EVENTFD=1       eventfd fails with EMFILE
 
 #include <cerrno>
 #include <csignal>
@@ -26,6 +27,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/auxv.h>
+#include <sys/eventfd.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -143,6 +145,15 @@ extern "C" int timer_create(clockid_t clock, struct sigevent* event, timer_t* ti
 extern "C" int timer_settime(timer_t timer, int flags, const itimerspec* value, itimerspec* old) noexcept
 {
   return fails_timer("timer_settime") ? -1 : next<decltype(&timer_settime)>("timer_settime")(timer, flags, value, old);
+}
+
+extern "C" int eventfd(unsigned count, int flags) noexcept
+{
+  if (setting("FAULT_EVENTFD")) {
+    errno = EMFILE;
+    return -1;
+  }
+  return next<decltype(&eventfd)>("eventfd")(count, flags);
 }
 
 extern "C" int uname(struct utsname* uts) noexcept
