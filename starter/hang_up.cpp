@@ -143,7 +143,7 @@ static void raise_hang_up()
 void serve_hang_ups()
 {
   // In this order: a hang-up that comes between the two has the loop left again.
-  for (stay_in_event_loop(); is_due && !is_termination_caught(); stay_in_event_loop()) {
+  for (stay_in_event_loop(); is_due; stay_in_event_loop()) {
     patience.stop();
     raise_hang_up();
     pack_service_repository();

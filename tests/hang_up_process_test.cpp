@@ -173,6 +173,26 @@ TEST_P(hang_up, together_with_a_termination_while_services_load_is_recorded_and_
   }
 }
 
+TEST_P(hang_up, leaves_no_gap_in_the_repository_of_services)
+{
+  Configured_Process process(GetParam(), dynamic_directive("M", "meter", "_make_Meter") +
+                                             dynamic_directive("T", "talker", "_make_Talker"));
+  Starter_Process& starter = process.starter;
+  ASSERT_TRUE(wait_for_loop(starter, GetParam())) << starter.log();
+
+  Texts places;
+  for (unsigned n = 2; n <= 4; ++n) {
+    ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+    starter.send(SIGHUP);
+    ASSERT_TRUE(starter.wait_for_record("talker init.", n)) << starter.log();
+    const std::string log = starter.log();
+    const std::size_t at = log.rfind("Places for services: ");
+    places.push_back(log.substr(at, log.find('\n', at) - at));
+  }
+  EXPECT_EQ(places[0], places[1]);
+  EXPECT_EQ(places[0], places[2]);
+}
+
 INSTANTIATE_TEST_SUITE_P(loops, hang_up, testing::ValuesIn(LOOPS), loop_name);
 
 // ---- A single loop
@@ -320,6 +340,31 @@ TEST_P(single_loop, keeps_no_event_for_the_next_owner_of_a_descriptor)
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
 }
 
+TEST_P(single_loop, goes_on_when_a_service_takes_over_the_signal_of_a_hang_up_that_is_due)
+{
+  Starter_Process starter(with_service(GetParam().args, "ender", "_make_Ender", "take"));
+  ASSERT_TRUE(starter.wait_for_record(HANG_UP)) << starter.log();
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+
+  starter.send(SIGTERM);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+}
+
+// The program gives up waiting for a callback only while there is one.
+TEST_P(single_loop, is_not_interrupted_once_it_was_reconfigured)
+{
+  Configured_Process process(GetParam(), raiser("callback 1"));
+  Starter_Process& starter = process.starter;
+  ASSERT_TRUE(starter.wait_for_record(IS_THERE, 2)) << starter.log();
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+
+  const std::string switches = starter.status_field("voluntary_ctxt_switches");
+  std::this_thread::sleep_for(std::chrono::milliseconds(1300)); // longer than the program waits
+
+  EXPECT_EQ(switches, starter.status_field("voluntary_ctxt_switches"));
+}
+
 TEST_P(single_loop, that_a_service_has_ended_stays_ended)
 {
   Starter_Process starter(with_service(GetParam().args, "ender", "_make_Ender"));
@@ -331,6 +376,34 @@ TEST_P(single_loop, that_a_service_has_ended_stays_ended)
 INSTANTIATE_TEST_SUITE_P(hang_up, single_loop, testing::ValuesIn(loops_of(true)), loop_name);
 
 // ---- A pool
+
+// The system call that the thread waits in, -1 for none.
+static long present_call(pid_t tid)
+{
+  std::istringstream call(read_file("/proc/" + std::to_string(tid) + "/syscall"));
+  long number = -1;
+  call >> number;
+  return call ? number : -1;
+}
+
+// The first loop thread that waits in such a system call; 0 if there is none.
+static pid_t loop_thread_in(bool (*is_such)(long), const Starter_Process& starter)
+{
+  for (const pid_t tid : starter.threads())
+    if (tid != starter.pid() && is_such(present_call(tid)))
+      return tid;
+  return 0;
+}
+
+static bool waits_for_events(long call)
+{
+  return waits_in_select(call) || waits_in_epoll(call);
+}
+
+static bool waits_for_its_turn(long call)
+{
+  return call == SYS_futex;
+}
 
 class pool : public testing::TestWithParam<Loop>
 {
@@ -368,6 +441,23 @@ TEST_P(pool, passes_the_hang_up_of_a_loop_thread_on_to_the_main_thread)
   EXPECT_LT(log.find(IS_GONE), log.find(ENDS)) << log;
 }
 
+TEST_P(pool, serves_every_hang_up_that_a_loop_thread_or_the_main_thread_gets)
+{
+  Configured_Process process(GetParam(), dynamic_directive("T", "talker", "_make_Talker"));
+  Starter_Process& starter = process.starter;
+  ASSERT_TRUE(wait_for_loop(starter, GetParam())) << starter.log();
+
+  // A loop thread that waits for its turn survives the signal in every pool.
+  unsigned served = 1;
+  for (const bool is_main : {false, true, false, false, true}) {
+    ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+    const pid_t tid = is_main ? 0 : loop_thread_in(waits_for_its_turn, starter);
+    starter.send_to_thread(tid == 0 ? starter.pid() : tid, SIGHUP);
+    ASSERT_TRUE(starter.wait_for_record("talker init.", ++served)) << starter.log();
+    ASSERT_EQ(served - 1, starter.count(RECORD)) << starter.log();
+  }
+}
+
 TEST_P(pool, is_not_reconfigured_after_a_termination)
 {
   Configured_Process process(GetParam(), raiser("callback 15 1"));
@@ -379,18 +469,6 @@ TEST_P(pool, is_not_reconfigured_after_a_termination)
 }
 
 INSTANTIATE_TEST_SUITE_P(hang_up, pool, testing::ValuesIn(loops_of(false)), loop_name);
-
-// The loop thread that waits for events on behalf of all loop threads; 0 if there is none.
-static pid_t waiting_loop_thread(const Starter_Process& starter)
-{
-  for (const pid_t tid : starter.threads()) {
-    std::istringstream call(read_file("/proc/" + std::to_string(tid) + "/syscall"));
-    long number = -1;
-    if (tid != starter.pid() && call >> number && (waits_in_select(number) || waits_in_epoll(number)))
-      return tid;
-  }
-  return 0;
-}
 
 // Kept: while the main thread reloads and blocks the signal, a loop thread may get the next hang-up. This thread passes
 // the signal on to the main thread, and ends where the wait of the reactor does not survive a signal. Operators wait
@@ -411,7 +489,7 @@ TEST(hang_up_of_a_pool, during_a_reload_is_served_after_it_and_costs_every_pool_
     ASSERT_EQ(0, std::remove(open.c_str()));
     starter.send(SIGHUP);
     ASSERT_TRUE(starter.wait_for_record("Gate is closed.", 2)) << starter.log();
-    const pid_t waiting = waiting_loop_thread(starter);
+    const pid_t waiting = loop_thread_in(waits_for_events, starter);
     ASSERT_NE(0, waiting);
     starter.send_to_thread(waiting, SIGHUP);
     EXPECT_TRUE(starter.wait_for_record(RECORD, 2)) << starter.log();

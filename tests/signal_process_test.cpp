@@ -89,6 +89,16 @@ TEST_P(every_loop, ends_in_order_with_status_0_on_each_termination_signal)
   }
 }
 
+TEST_P(every_loop, ends_on_a_termination_just_before_it_waits)
+{
+  Start_Options options;
+  options.preload = {preload_library("signal_in_wait")};
+  Starter_Process starter(GetParam().args, options);
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("Signal 15 (Terminated) caught in [starter].")) << starter.log();
+}
+
 // The framework's own notification wakes the loop then.
 TEST_P(every_loop, ends_on_a_termination_without_an_eventfd_too)
 {
@@ -227,6 +237,16 @@ TEST(termination, before_there_is_a_reactor_ends_the_loop_that_a_service_runs_la
   starter.send(SIGTERM);
   ASSERT_TRUE(starter.wait_for_record("caught in [starter].")) << starter.log();
   dir.write("open", "");
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("Runner has left the loop.")) << starter.log();
+}
+
+TEST_P(during_start_up, a_termination_ends_the_loop_that_a_service_runs_and_that_is_just_about_to_wait)
+{
+  Start_Options options;
+  options.preload = {preload_library("signal_in_wait")};
+  Starter_Process starter(with_service(GetParam().args, "runner", "_make_Runner"), options);
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
   EXPECT_EQ(1u, starter.count("Runner has left the loop.")) << starter.log();
