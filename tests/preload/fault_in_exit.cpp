@@ -1,5 +1,5 @@
 // This library is preloaded into a process under test. It has three exit handlers that tell on standard error when they
-// run. The second one faults.
+// run. The second and the third one fault.
 
 #include <cstdlib>
 #include <cstring>
@@ -17,7 +17,6 @@ void say(const char* text)
 
 void fault()
 {
-  say("second exit handler ran\n");
   volatile int* volatile const nothing = nullptr;
   *nothing = 1;
 }
@@ -29,8 +28,14 @@ __attribute__((constructor)) void install()
     return;
 
   // The one that is registered last runs first.
-  std::atexit([] { say("third exit handler ran\n"); });
-  std::atexit(fault);
+  std::atexit([] {
+    say("third exit handler ran\n");
+    fault();
+  });
+  std::atexit([] {
+    say("second exit handler ran\n");
+    fault();
+  });
   std::atexit([] { say("first exit handler ran\n"); });
 }
 } // namespace
