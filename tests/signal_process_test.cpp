@@ -170,6 +170,7 @@ TEST_P(every_loop, hands_no_descriptor_that_wakes_it_to_programs_that_services_s
 {
   Starter_Process starter(with_service(GetParam().args, "talker", "_make_Talker"));
   ASSERT_TRUE(is_up(starter, "talker init.")) << starter.log();
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
   const std::string process = "/proc/" + std::to_string(starter.pid());
 
   int bells = 0;
