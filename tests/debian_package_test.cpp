@@ -1,6 +1,10 @@
-// The test builds the Debian package, checks it, installs it into a clean Debian root, runs it there and removes it.
+// The tests build the Debian packages, check them, install them into clean Debian roots, use them there and remove
+// them.
 
 #include "tests/support/command.h"
+#include "tests/support/debian_packages.h"
+#include "tests/support/debian_root.h"
+#include "tests/support/guide.h"
 #include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
 #include "tests/support/temp_dir.h"
@@ -35,19 +39,29 @@ protected:
   static void SetUpTestSuite()
   {
     dir_ = std::make_unique<Temp_Dir>();
-    (void)output_of("umask 022 && " TESTS_CPACK " --config " TESTS_CPACK_CONFIG " -B " + *dir_ / "package");
-    deb_ = lines_of(output_of("ls " + *dir_ / "package/*.deb")).at(0);
-    (void)output_of("dpkg-deb --extract " + deb_ + ' ' + *dir_ / "data");
+    packages_ = std::make_unique<Debian_Packages>();
+    for (const char* const name : {"starter", "libscrt-dev"})
+      (void)output_of("dpkg-deb --extract " + packages_->file(name) + ' ' + *dir_ / name);
+    deb_ = packages_->file("starter");
+    dev_deb_ = packages_->file("libscrt-dev");
   }
 
-  static void TearDownTestSuite() { dir_.reset(); }
+  static void TearDownTestSuite()
+  {
+    packages_.reset();
+    dir_.reset();
+  }
 
-  static std::unique_ptr<Temp_Dir> dir_;
+  static std::unique_ptr<Temp_Dir> dir_; // each package is extracted to a folder of its name here
+  static std::unique_ptr<Debian_Packages> packages_;
   static std::string deb_;
+  static std::string dev_deb_;
 };
 
 std::unique_ptr<Temp_Dir> debian_package::dir_;
+std::unique_ptr<Debian_Packages> debian_package::packages_;
 std::string debian_package::deb_;
+std::string debian_package::dev_deb_;
 
 static std::string field(const std::string& deb, const std::string& name)
 {
@@ -57,7 +71,12 @@ static std::string field(const std::string& deb, const std::string& name)
 TEST_F(debian_package, is_found_without_fault_by_lintian)
 {
   NEEDS(has_tool("lintian"), "lintian");
-  EXPECT_EQ("", output_of("lintian --allow-root --fail-on error,warning " + deb_));
+  EXPECT_EQ("", output_of("lintian --allow-root --fail-on error,warning " + deb_ + ' ' + dev_deb_));
+}
+
+TEST_F(debian_package, is_one_of_two)
+{
+  EXPECT_THAT(packages_->names(), ElementsAre("libscrt-dev", "starter"));
 }
 
 TEST_F(debian_package, has_what_an_operator_needs_and_nothing_of_the_support_library)
@@ -76,10 +95,29 @@ TEST_F(debian_package, has_what_an_operator_needs_and_nothing_of_the_support_lib
     EXPECT_THAT(files, Contains(file));
   for (const std::string& file : files) {
     EXPECT_EQ(std::string::npos, file.find("scrt")) << file;
+    EXPECT_EQ(std::string::npos, file.find("/include/")) << file;
     if (file.rfind("./etc/", 0) == 0) {
       EXPECT_THAT(file, AnyOf("./etc/", "./etc/starter/", "./etc/starter/README"));
     }
   }
+}
+
+TEST_F(debian_package, has_what_an_author_needs_and_nothing_of_the_program)
+{
+  const std::vector<std::string> files = lines_of(output_of("dpkg-deb --fsys-tarfile " + dev_deb_ + " | tar t"));
+
+  const std::string lib = "./" + without_newline(output_of("cd " + *dir_ / "libscrt-dev" + " && ls -d usr/lib/*"));
+  for (const char* const file : {"/libscrt.a", "/cmake/scrt/scrt-config.cmake", "/pkgconfig/scrt.pc"})
+    EXPECT_THAT(files, Contains(lib + file));
+  const std::string doc = "./usr/share/doc/libscrt-dev";
+  for (const char* const file : {"/copyright", "/changelog.gz", "/NEWS.md", "/examples/CMakeLists.txt"})
+    EXPECT_THAT(files, Contains(doc + file));
+  for (const auto& entry : fs::directory_iterator(TESTS_SOURCE_DIR "/scrt"))
+    if (entry.path().extension() == ".h") {
+      EXPECT_THAT(files, Contains("./usr/include/scrt/" + entry.path().filename().string()));
+    }
+  for (const std::string& file : files)
+    EXPECT_EQ(std::string::npos, file.find("bin/")) << file;
 }
 
 TEST_F(debian_package, explains_the_directory_of_the_configuration_in_a_file_that_the_operator_may_change)
@@ -87,7 +125,7 @@ TEST_F(debian_package, explains_the_directory_of_the_configuration_in_a_file_tha
   EXPECT_EQ("/etc/starter/README\n", output_of("dpkg-deb --info " + deb_ + " conffiles"));
   EXPECT_EQ("drwxr-xr-x", output_of("dpkg-deb --fsys-tarfile " + deb_ + " | tar tv ./etc/starter/").substr(0, 10));
 
-  const std::string readme = read_file(*dir_ / "data/etc/starter/README");
+  const std::string readme = read_file(*dir_ / "starter/etc/starter/README");
   EXPECT_NE(std::string::npos, readme.find("systemctl enable --now starter@NAME")) << readme;
 }
 
@@ -122,7 +160,7 @@ TEST_F(debian_package, has_guides_whose_links_lead_somewhere)
   const std::regex link(R"(\]\(([^)#:]+)\))");
 
   unsigned links = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(*dir_ / "data/usr/share/doc/starter")) {
+  for (const auto& entry : fs::recursive_directory_iterator(dir_->path())) {
     if (entry.path().extension() != ".md")
       continue;
     const std::string text = read_file(entry.path());
@@ -135,8 +173,8 @@ TEST_F(debian_package, has_guides_whose_links_lead_somewhere)
 TEST_F(debian_package, has_a_stripped_program_that_names_no_directory_of_the_build)
 {
   for (const char* const program : {"starter", "starter-check"})
-    EXPECT_EQ("", output_of("nm " + *dir_ / "data/usr/sbin/" + program + " 2>/dev/null")) << program;
-  EXPECT_EQ("", output_of("! grep -rl -e " TESTS_SOURCE_DIR " -e " + dir_->path() + ' ' + *dir_ / "data"));
+    EXPECT_EQ("", output_of("nm " + *dir_ / "starter/usr/sbin/" + program + " 2>/dev/null")) << program;
+  EXPECT_EQ("", output_of("! grep -rl -e " TESTS_SOURCE_DIR " -e " + packages_->build_dir() + ' ' + dir_->path()));
 }
 
 // ---- The package in a root of its own
@@ -150,37 +188,17 @@ protected:
     NEEDS(has_tool("mmdebstrap"), "mmdebstrap");
   }
 
-  // Makes a minimal Debian from the archives that this machine uses.
-  void make_root() const
+  void make_root(const std::string& include = "")
   {
-    (void)output_of("apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)'"
-                    " 'Created-By: Packages' 'Origin: Debian' | sort -u >" +
-                    *dir_ / "sources" + " && mmdebstrap --quiet --variant=apt --mode=root --skip=cleanup/apt '' " +
-                    root_ + " - <" + *dir_ / "sources");
-  }
-
-  // Runs `command` in the root, with its own mounts and processes, so that none of them outlives the command.
-  std::string in_root(const std::string& command) const
-  {
-    return output_of("unshare --mount --pid --fork --kill-child sh -c 'mount -t proc proc " + root_ +
-                     "/proc && exec chroot " + root_ + " env -i PATH=$PATH DEBIAN_FRONTEND=noninteractive " + command +
-                     '\'');
-  }
-
-  // Lists every file and directory, except caches and the records of the package manager.
-  std::vector<std::string> files() const
-  {
-    return lines_of(output_of("cd " + root_ +
-                              " && find . -path ./proc -prune -o -path ./var/lib/dpkg -prune -o"
-                              " -path ./var/lib/apt -prune -o -path ./var/cache -prune -o"
-                              " -path ./var/log -prune -o -print | LC_ALL=C sort"));
+    root_ = std::make_unique<Debian_Root>(*dir_ / "root", include);
+    ASSERT_FALSE(HasFailure());
   }
 
   void run_program() const
   {
     Start_Options options;
     options.wrapper = {"unshare", "--mount", "sh", "-c",
-                       "mount -t proc proc " + root_ + "/proc && exec chroot " + root_ +
+                       "mount -t proc proc " + root_->path() + "/proc && exec chroot " + root_->path() +
                            " /usr/sbin/starter --reactor tp --threads 2 -f /etc/starter/one.d"};
     options.env["COMPONENT"] = "one";
     Starter_Process starter({}, options);
@@ -191,31 +209,31 @@ protected:
     starter.send(SIGTERM);
     EXPECT_EQ(0, starter.wait_status()) << starter.log();
 
-    (void)in_root("/usr/sbin/starter-check -f /etc/starter/one.d");
+    (void)root_->run("/usr/sbin/starter-check -f /etc/starter/one.d");
   }
 
   // Makes the directories of systemd, which stay, and a link to a unit that has nothing to do with the package.
   void make_systemd_directories() const
   {
-    fs::create_directories(root_ + "/etc/systemd/system/multi-user.target.wants");
+    fs::create_directories(root_->path() + "/etc/systemd/system/multi-user.target.wants");
     fs::create_symlink("/lib/systemd/system/other.service",
-                       root_ + "/etc/systemd/system/multi-user.target.wants/other.service");
-    fs::create_directories(root_ + "/var/lib/private");
+                       root_->path() + "/etc/systemd/system/multi-user.target.wants/other.service");
+    fs::create_directories(root_->path() + "/var/lib/private");
   }
 
   // Leaves what an enabled component leaves: a link to the template, and its state behind a link of systemd.
   void leave_traces() const
   {
-    fs::create_symlink("/lib/systemd/system/starter@.service", fs::path(root_) / WANTED_LINK);
-    fs::create_directories(fs::path(root_) / STATE_DIR);
-    fs::create_directories(root_ + "/var/lib/starter");
-    fs::create_symlink("../private/starter/one", root_ + "/var/lib/starter/one");
+    fs::create_symlink("/lib/systemd/system/starter@.service", fs::path(root_->path()) / WANTED_LINK);
+    fs::create_directories(fs::path(root_->path()) / STATE_DIR);
+    fs::create_directories(root_->path() + "/var/lib/starter");
+    fs::create_symlink("../private/starter/one", root_->path() + "/var/lib/starter/one");
   }
 
   static constexpr char WANTED_LINK[] = "./etc/systemd/system/multi-user.target.wants/starter@one.service";
   static constexpr char STATE_DIR[] = "./var/lib/private/starter/one";
 
-  const std::string root_ = *dir_ / "root";
+  std::unique_ptr<Debian_Root> root_;
 };
 
 // The entries of `a` that are not in `b`. Both are sorted.
@@ -228,28 +246,77 @@ static std::vector<std::string> difference(const std::vector<std::string>& a, co
 
 TEST_F(debian_package_in_a_clean_root, is_installed_run_and_purged_down_to_what_the_operator_has_written)
 {
-  make_root();
-  ASSERT_FALSE(HasFailure());
+  ASSERT_NO_FATAL_FAILURE(make_root());
   make_systemd_directories();
-  const std::vector<std::string> before = files();
-  fs::copy_file(deb_, root_ + "/starter.deb");
+  const std::vector<std::string> before = root_->files();
   ASSERT_THAT(before, Not(Contains("./usr/sbin/starter")));
 
-  (void)in_root("apt-get -q -y install --no-install-recommends /starter.deb");
-  fs::remove(root_ + "/starter.deb");
-  ASSERT_THAT(files(), Contains("./usr/sbin/starter"));
-  fs::create_directories(root_ + "/etc/starter/one.d");
-  std::ofstream(root_ + "/etc/starter/one.d/none.conf") << "# nothing\n";
+  root_->install({deb_});
+  ASSERT_THAT(root_->files(), Contains("./usr/sbin/starter"));
+  fs::create_directories(root_->path() + "/etc/starter/one.d");
+  std::ofstream(root_->path() + "/etc/starter/one.d/none.conf") << "# nothing\n";
   ASSERT_NO_FATAL_FAILURE(run_program());
   leave_traces();
 
-  (void)in_root("apt-get -q -y remove --autoremove starter");
+  (void)root_->run("apt-get -q -y remove --autoremove starter");
   for (const char* const file : {"./etc/starter/README", WANTED_LINK, STATE_DIR})
-    EXPECT_THAT(files(), Contains(file));
+    EXPECT_THAT(root_->files(), Contains(file));
 
-  (void)in_root("apt-get -q -y purge starter");
-  const std::vector<std::string> after = files();
+  (void)root_->run("apt-get -q -y purge starter");
+  const std::vector<std::string> after = root_->files();
   EXPECT_THAT(difference(after, before),
               ElementsAre("./etc/starter", "./etc/starter/one.d", "./etc/starter/one.d/none.conf"));
   EXPECT_THAT(difference(before, after), IsEmpty());
+}
+
+// ---- The packages of an author
+
+// Runs the examples as their pages say. A page shows a command after a dollar sign, and the lines that it writes.
+static std::string script_of_examples(const std::string& pages)
+{
+  std::string script;
+  for (const std::string& line : lines_of(pages))
+    if (line.rfind("    $ ", 0) == 0) {
+      const std::string command = line.substr(6);
+      const bool runs = command.rfind("starter ", 0) == 0; // until somebody ends it
+      script += (runs ? "timeout --preserve-status -s INT 1 " : "") + command + '\n';
+    }
+  return script;
+}
+
+// The lines that the pages promise without a client, and before any time has passed: one for each run.
+static std::string first_line_after_each_command(const std::string& pages)
+{
+  std::string expected;
+  bool is_next = false;
+  for (const std::string& line : lines_of(pages)) {
+    if (is_next)
+      expected += line.substr(4) + '\n';
+    is_next = line.rfind("    $ starter ", 0) == 0;
+  }
+  return expected;
+}
+
+// The root has a compiler and CMake, what the packages depend on, and nothing else of this machine.
+TEST_F(debian_package_in_a_clean_root, is_all_that_the_guide_and_the_examples_are_built_with)
+{
+  ASSERT_NO_FATAL_FAILURE(make_root("g++,cmake,make"));
+  root_->install({deb_, dev_deb_});
+
+  const std::vector<Block> guide =
+      blocks_of(read_file(root_->path() + "/usr/share/doc/starter/doc/writing-a-service.md"));
+  EXPECT_EQ(8u, expect_promised_output(guide, "sh",
+                                       root_->run("mkdir /root/hello\ncd /root/hello\n" + script_of(guide, "sh"))));
+
+  const std::string examples = "/usr/share/doc/libscrt-dev/examples";
+  const std::string page = read_file(root_->path() + examples + "/README.md");
+  std::string pages = page;
+  for (const char* const name : {"active", "echo", "stream", "timer"})
+    pages += read_file(root_->path() + examples + '/' + name + "/README.md");
+  // The ports of the examples may be in use on this machine.
+  const std::string output =
+      root_->run("cp -r " + examples + " /root/mine\ncd /root/mine\nsed -i 's/\"-p [0-9]*/\"-p 0/' */conf.d/*\n" +
+                 script_of(blocks_of(page), "sh") + script_of_examples(pages));
+  EXPECT_EQ(2u, expect_promised_output(blocks_of(page), "sh", output));
+  expect_lines(first_line_after_each_command(pages), output);
 }

@@ -1,10 +1,8 @@
 // The tests follow the guides: they write the files that a guide shows, run its commands in order, and look for the
-// output that it promises. A block is fenced by three backticks with a word after them:
-//   sh          commands, for one shell that goes through the whole guide
-//   text        lines that the commands before it write, in this order, whatever their numbers
-//   WORD PATH   the content of the file PATH
+// output that it promises.
 
 #include "tests/support/command.h"
+#include "tests/support/guide.h"
 #include "tests/support/temp_dir.h"
 
 #include <gmock/gmock.h>
@@ -12,71 +10,8 @@
 
 #include <filesystem>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
-
-static const std::string MARK = "==== end of block ====";
-
-struct Block
-{
-  std::string kind;
-  std::string path; // empty unless the block is a file
-  std::string text;
-};
-
-static std::vector<Block> blocks_of(const std::string& guide)
-{
-  std::vector<Block> blocks;
-  bool inside = false;
-  for (const std::string& line : lines_of(guide)) {
-    if (line.compare(0, 3, "```") == 0) {
-      if (!inside) {
-        std::istringstream words(line.substr(3));
-        blocks.emplace_back();
-        words >> blocks.back().kind >> blocks.back().path;
-      }
-      inside = !inside;
-    } else if (inside)
-      blocks.back().text += line + '\n';
-  }
-  EXPECT_FALSE(inside);
-  return blocks;
-}
-
-// Makes one script of all commands. It writes each file at its place among them.
-static std::string script_of(const std::vector<Block>& blocks)
-{
-  std::string script = "trap 'for job in $(jobs -p); do kill -KILL $job 2>/dev/null; done' EXIT\n";
-  for (const Block& block : blocks) {
-    if (!block.path.empty())
-      script += "mkdir -p \"$(dirname " + block.path + ")\"\ncat >" + block.path + " <<'END OF FILE'\n" + block.text +
-                "END OF FILE\n";
-    else if (block.kind == "sh")
-      script += block.text + "echo '" + MARK + "'\n";
-  }
-  return script;
-}
-
-static std::string without_numbers(const std::string& text)
-{
-  return std::regex_replace(text, std::regex("[0-9]+"), "#");
-}
-
-// Whether each line of `expected` is part of a line of `output`, in order.
-static void expect_lines(const std::string& expected, const std::string& output)
-{
-  const std::vector<std::string> lines = lines_of(without_numbers(output));
-  auto at = lines.begin();
-  for (const std::string& line : lines_of(without_numbers(expected))) {
-    while (at != lines.end() && at->find(line) == std::string::npos)
-      ++at;
-    if (at == lines.end())
-      ADD_FAILURE() << "expected: " << line << "\nin the output:\n" << output;
-    else
-      ++at;
-  }
-}
 
 static void follow(const std::string& name, unsigned commands)
 {
@@ -84,32 +19,20 @@ static void follow(const std::string& name, unsigned commands)
   const std::vector<Block> blocks = blocks_of(read_file(SOURCE_DIR "/" + name));
   // Only the support library is installed: a guide looks for nothing else below the prefix.
   const Ended installed =
-      run(CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --component Unspecified --prefix " + dir / "usr");
+      run(CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --component libscrt-dev --prefix " + dir / "usr");
   ASSERT_EQ(0, installed.status) << installed.output;
   std::filesystem::create_directory(dir / "work");
 
-  const std::string script = dir.write("script", script_of(blocks));
-  const auto [status, output] = run("cd " + dir / "work" + " && env -u MAKEFLAGS PATH=" STARTER_DIR ":\"$PATH\" " +
-                                    "CMAKE_PREFIX_PATH=" + dir / "usr" +
-                                    " CXX=" CXX_COMPILER " CXXFLAGS='" BUILD_FLAGS
-                                    "' LD_LIBRARY_PATH=" EXAMPLE_LIBRARY_DIR " timeout -k 5 120 bash -eu " +
-                                    script);
+  const std::string script = dir.write("script", script_of(blocks, "sh"));
+  const auto [status, output] =
+      run("cd " + dir / "work" + " && env -u MAKEFLAGS PATH=" STARTER_DIR ":" CHECKER_DIR ":\"$PATH\" " +
+          "CMAKE_PREFIX_PATH=" + dir / "usr" +
+          " CXX=" CXX_COMPILER " CXXFLAGS='" BUILD_FLAGS "' LD_LIBRARY_PATH=" EXAMPLE_LIBRARY_DIR
+          " timeout -k 5 120 bash -eu " +
+          script);
   ASSERT_EQ(0, status) << output;
 
-  unsigned followed = 0;
-  std::size_t begin = 0;
-  std::string last;
-  for (const Block& block : blocks) {
-    if (block.kind == "sh") {
-      const std::size_t end = output.find(MARK, begin);
-      ASSERT_NE(std::string::npos, end) << output;
-      last = output.substr(begin, end - begin);
-      begin = end + MARK.size();
-      ++followed;
-    } else if (block.kind == "text" && block.path.empty())
-      expect_lines(block.text, last);
-  }
-  EXPECT_EQ(commands, followed);
+  EXPECT_EQ(commands, expect_promised_output(blocks, "sh", output));
 }
 
 TEST(guide, readme_works_as_it_says)
@@ -119,7 +42,7 @@ TEST(guide, readme_works_as_it_says)
 
 TEST(guide, writing_a_service_works_as_it_says)
 {
-  follow("doc/writing-a-service.md", 6);
+  follow("doc/writing-a-service.md", 8);
 }
 
 TEST(guide, foreign_services_works_as_it_says)
