@@ -129,6 +129,14 @@ TEST_F(debian_package, explains_the_directory_of_the_configuration_in_a_file_tha
   EXPECT_NE(std::string::npos, readme.find("systemctl enable --now starter@NAME")) << readme;
 }
 
+TEST_F(debian_package, can_be_read_by_everybody_and_changed_by_root_only)
+{
+  for (const std::string& deb : {deb_, dev_deb_})
+    for (const std::string& line : lines_of(output_of("dpkg-deb --fsys-tarfile " + deb + " | tar tv")))
+      EXPECT_THAT(line.substr(0, 20), AnyOf("drwxr-xr-x root/root", "-rwxr-xr-x root/root", "-rw-r--r-- root/root"))
+          << line;
+}
+
 TEST_F(debian_package, depends_on_what_the_program_is_linked_with)
 {
   const std::string depends = field(deb_, "Depends");

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <tuple>
 
 namespace fs = std::filesystem;
 
@@ -26,11 +27,18 @@ static std::string with_replaced(std::string text, const std::string& old, const
   return text;
 }
 
+// The template as it is installed, with the options `options` of the installation.
+static std::string installed_template(const std::string& options = "")
+{
+  const Temp_Dir dir;
+  (void)output_of("DESTDIR=" + dir.path() + " " TESTS_CMAKE " --install " TESTS_UNIT_BUILD_DIR " " + options);
+  return read_file(without_newline(output_of("find " + dir.path() + " -name starter@.service")));
+}
+
 // The template with the directories `sbin` and `config` in place of the installed ones.
 static std::string template_with(const std::string& sbin, const std::string& config)
 {
-  return with_replaced(with_replaced(read_file(TESTS_UNIT_TEMPLATE), TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR,
-                       config);
+  return with_replaced(with_replaced(installed_template(), TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR, config);
 }
 
 // ---- What systemd says of the file
@@ -72,7 +80,7 @@ TEST_F(unit_template_analysis, is_exposed_by_1_point_5_at_most)
 
 TEST(unit_template_text, gives_a_reason_for_every_setting)
 {
-  std::istringstream lines(read_file(TESTS_UNIT_TEMPLATE));
+  std::istringstream lines(installed_template());
   bool has_reason = false; // a comment stands above without a blank line in between
   unsigned settings = 0;
   for (std::string line; std::getline(lines, line);) {
@@ -86,6 +94,28 @@ TEST(unit_template_text, gives_a_reason_for_every_setting)
     }
   }
   EXPECT_LT(20u, settings);
+}
+
+// The prefix may be chosen at the installation. `/etc` belongs to /usr, and `/etc/opt` to what is in /opt.
+TEST(unit_template_text, names_the_paths_of_the_prefix_that_it_is_installed_to)
+{
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"/usr", "/usr/sbin/", "/etc/starter/"},
+      {"/usr/local", "/usr/local/sbin/", "/usr/local/etc/starter/"},
+      {"/opt/host", "/opt/host/sbin/", "/etc/opt/host/starter/"},
+      {"/srv/host", "/srv/host/sbin/", "/srv/host/etc/starter/"}};
+
+  for (const auto& [prefix, sbin, config] : cases) {
+    SCOPED_TRACE(prefix);
+    const std::string text = installed_template("--prefix " + std::string(prefix));
+
+    for (const std::string& line :
+         {"AssertPathIsDirectory=" + std::string(config) + "%i.d", "EnvironmentFile=-" + std::string(config) + "%i.env",
+          "ExecStartPre=-" + std::string(sbin) + "starter-check --save-files",
+          "ExecStart=" + std::string(sbin) + "starter --reactor tp --threads ${STARTER_THREADS} -f " + config + "%i.d",
+          "ExecReload=" + std::string(sbin) + "starter-check --allow-warnings"})
+      EXPECT_THAT(text, HasSubstr('\n' + line));
+  }
 }
 
 // ---- Instances under systemd

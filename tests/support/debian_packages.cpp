@@ -4,7 +4,8 @@
 
 Debian_Packages::Debian_Packages()
 {
-  (void)output_of("umask 022 && " TESTS_CPACK " --config " TESTS_CPACK_CONFIG " -B " + dir_.path());
+  // The mask must make no difference: the packages are for everybody.
+  (void)output_of("umask 077 && " TESTS_CPACK " --config " TESTS_CPACK_CONFIG " -B " + dir_.path());
 }
 
 std::string Debian_Packages::file(const std::string& name) const

@@ -1,0 +1,15 @@
+# The installation runs this script, which writes the unit template with the paths of the prefix that is installed to.
+
+# The module knows where a prefix has its configuration: /usr in /etc, /usr/local in /usr/local/etc, and /opt/starter in
+# /etc/opt/starter. Outside of a project it cannot guess the directory of libraries, which is of no interest here.
+set(CMAKE_INSTALL_LIBDIR lib)
+include(GNUInstallDirs)
+
+set(SBIN_DIR "${CMAKE_INSTALL_FULL_SBINDIR}")
+set(CONFIG_DIR "${CMAKE_INSTALL_FULL_SYSCONFDIR}/starter")
+
+cmake_path(ABSOLUTE_PATH STARTER_SYSTEMD_UNIT_DIR BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" OUTPUT_VARIABLE unit)
+cmake_path(APPEND unit "starter@.service")
+message(STATUS "Installing: $ENV{DESTDIR}${unit}")
+configure_file("${STARTER_UNIT_TEMPLATE}" "$ENV{DESTDIR}${unit}" @ONLY)
+list(APPEND CMAKE_INSTALL_MANIFEST_FILES "${unit}")
