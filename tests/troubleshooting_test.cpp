@@ -144,8 +144,11 @@ protected:
   void expect_all_rows_provoked() const
   {
     const std::vector<Row> all = rows();
-    for (const Row& row : all)
+    for (const Row& row : all) {
       EXPECT_EQ(1u, provoked_.count(row.symptom + row.record)) << row.symptom << ": " << row.record;
+      EXPECT_THAT(row.remedy, testing::AnyOf(testing::StartsWith("`starter-check` names "),
+                                             testing::StartsWith("`starter-check` finds nothing: ")));
+    }
     EXPECT_EQ(provoked_.size(), all.size());
   }
 

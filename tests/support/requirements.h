@@ -50,4 +50,14 @@ inline bool can_mount()
   return can;
 }
 
+/// Whether a directory may be covered by a writable copy of itself here, in mounts of one's own.
+inline bool can_overlay()
+{
+  static const bool can =
+      std::system("unshare --mount sh -c 'mount -t tmpfs tmpfs /mnt && mkdir /mnt/upper /mnt/work &&"
+                  " mount -t overlay -o lowerdir=/etc,upperdir=/mnt/upper,workdir=/mnt/work"
+                  " overlay /etc' >/dev/null 2>&1") == 0;
+  return can;
+}
+
 #endif // TESTS_SUPPORT_REQUIREMENTS_H
