@@ -185,6 +185,19 @@ TEST_F(debian_package, has_a_stripped_program_that_names_no_directory_of_the_bui
   EXPECT_EQ("", output_of("! grep -rl -e " TESTS_SOURCE_DIR " -e " + packages_->build_dir() + ' ' + dir_->path()));
 }
 
+// The preset that makes packages only builds the program as the packages have it, and nothing that they have not.
+TEST_F(debian_package, is_made_without_tests_and_benchmarks)
+{
+  const std::string build = *dir_ / "build";
+  (void)output_of("cd " TESTS_SOURCE_DIR " && " TESTS_CMAKE " --preset package -B " + build);
+
+  EXPECT_FALSE(fs::exists(build + "/tests"));
+  EXPECT_FALSE(fs::exists(build + "/bench"));
+  const std::string settings = read_file(build + "/CMakeCache.txt");
+  for (const char* const setting : {"CMAKE_BUILD_TYPE:STRING=RelWithDebInfo\n", "CMAKE_INSTALL_PREFIX:PATH=/usr\n"})
+    EXPECT_NE(std::string::npos, settings.find(setting)) << settings;
+}
+
 // ---- The package in a root of its own
 
 class debian_package_in_a_clean_root : public debian_package
@@ -310,11 +323,12 @@ TEST_F(debian_package_in_a_clean_root, is_all_that_the_guide_and_the_examples_ar
 {
   ASSERT_NO_FATAL_FAILURE(make_root("g++,cmake,make"));
   root_->install({deb_, dev_deb_});
+  const std::string two = "export CMAKE_BUILD_PARALLEL_LEVEL=2\n";
 
   const std::vector<Block> guide =
       blocks_of(read_file(root_->path() + "/usr/share/doc/starter/doc/writing-a-service.md"));
-  EXPECT_EQ(8u, expect_promised_output(guide, "sh",
-                                       root_->run("mkdir /root/hello\ncd /root/hello\n" + script_of(guide, "sh"))));
+  EXPECT_EQ(8u, expect_promised_output(
+                    guide, "sh", root_->run(two + "mkdir /root/hello\ncd /root/hello\n" + script_of(guide, "sh"))));
 
   const std::string examples = "/usr/share/doc/libscrt-dev/examples";
   const std::string page = read_file(root_->path() + examples + "/README.md");
@@ -323,7 +337,7 @@ TEST_F(debian_package_in_a_clean_root, is_all_that_the_guide_and_the_examples_ar
     pages += read_file(root_->path() + examples + '/' + name + "/README.md");
   // The ports of the examples may be in use on this machine.
   const std::string output =
-      root_->run("cp -r " + examples + " /root/mine\ncd /root/mine\nsed -i 's/\"-p [0-9]*/\"-p 0/' */conf.d/*\n" +
+      root_->run(two + "cp -r " + examples + " /root/mine\ncd /root/mine\nsed -i 's/\"-p [0-9]*/\"-p 0/' */conf.d/*\n" +
                  script_of(blocks_of(page), "sh") + script_of_examples(pages));
   EXPECT_EQ(2u, expect_promised_output(blocks_of(page), "sh", output));
   expect_lines(first_line_after_each_command(pages), output);

@@ -162,11 +162,24 @@ TEST_F(operators_machine, runs_a_component_from_another_prefix)
 
 TEST_F(operators_machine, has_a_component_after_five_commands)
 {
-  follow("doc/operating.md", 6);
+  follow("doc/operating.md", 5);
 
   EXPECT_EQ("active", machine_.run("systemctl is-active starter@demo"));
-  EXPECT_EQ(machine_.run("stat -c %u /proc/$(systemctl show --value -p MainPID starter@demo)"),
-            machine_.run(without_checker(command_of("doc/operating.md", "systemd-run ")) + " id -u 2>/dev/null"))
-      << "the account that a configuration is checked with";
   EXPECT_TRUE(machine_.succeeds("test -h /etc/systemd/system/multi-user.target.wants/starter@demo.service"));
+}
+
+// The guide has a command that checks the configuration of a component with its account.
+TEST_F(operators_machine, checks_a_configuration_as_the_component_sees_it)
+{
+  follow("doc/operating.md", 5);
+  const std::string check = command_of("doc/operating.md", "systemd-run ");
+
+  EXPECT_EQ(machine_.run("stat -c %u /proc/$(systemctl show --value -p MainPID starter@demo)"),
+            machine_.run(without_checker(check) + " id -u 2>/dev/null"));
+
+  must_succeed("chmod 600 /etc/starter/demo.d/time.conf");
+  EXPECT_THAT(machine_.run(check), testing::HasSubstr("/etc/starter/demo.d/time.conf: unreadable-file:"));
+  EXPECT_FALSE(machine_.succeeds(check));
+  must_succeed("systemctl stop starter@demo");
+  EXPECT_FALSE(machine_.succeeds(check)) << "without the component";
 }
