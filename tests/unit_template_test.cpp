@@ -299,8 +299,11 @@ TEST_F(unit_template, takes_a_name_of_23_characters_and_no_longer_one)
   EXPECT_TRUE(machine_.succeeds("systemctl start starter@" + longest + ".service"));
   EXPECT_FALSE(machine_.succeeds("systemctl start starter@" + longest + "n.service 2>/dev/null"));
 
-  EXPECT_THAT(machine_.console(), HasSubstr("user/group name 'starter-" + longest + "n', which does not match strict"));
-  EXPECT_THAT(machine_.console(), HasSubstr("starter@" + longest + "n.service: Failed to run 'start-pre' task"));
+  const auto console_has = [&](const std::string& text) {
+    return wait_until([&] { return machine_.console().find(text) != std::string::npos; });
+  };
+  EXPECT_TRUE(console_has("user/group name 'starter-" + longest + "n', which does not match strict"));
+  EXPECT_TRUE(console_has("starter@" + longest + "n.service: Failed to run 'start-pre' task"));
 }
 
 TEST_F(unit_template, refuses_a_component_that_has_no_configuration)
