@@ -22,8 +22,8 @@
 enum { CLEAN, WITH_FINDINGS, MISUSE };
 
 static const char USAGE[] =
-    "Usage: starter-check [--allow-warnings] [--json] [--save-files FILE] [--compare-files FILE]\n"
-    "                     [ARGUMENT...]\n"
+    "Usage: starter-check [--allow-warnings] [--json] [--compare-files FILE] [ARGUMENT...]\n"
+    "       starter-check --save-files FILE [ARGUMENT...]\n"
     "       starter-check --help | --version\n"
     "\n"
     "Report what starter would refuse, ignore or fail to load when it is started with the\n"
@@ -31,8 +31,8 @@ static const char USAGE[] =
     "\n"
     "  --allow-warnings      let findings that are only warnings pass: the exit status is 0\n"
     "  --json                write the findings as a JSON object\n"
-    "  --save-files FILE     write the list of configuration files to FILE\n"
     "  --compare-files FILE  report configuration files that are new or gone since FILE was saved\n"
+    "  --save-files FILE     check nothing, and write the list of configuration files to FILE\n"
     "  --help                write this text\n"
     "  --version             write the version\n"
     "\n"
@@ -85,23 +85,32 @@ static bool take_options(std::vector<char*>& line, Checker_Options& options)
   return true;
 }
 
-// Saves the list of files and compares it with a saved one, as the options ask for.
-// A list that is not there, as when the host was started by an older unit, is told of and no reason to fail.
-static bool handle_file_lists(const Checker_Options& options, const File_List& files, Findings& findings)
+// Compares the list of files with a saved one. A list that is not there, as when the host was started by an older unit,
+// is told of and no reason to fail.
+static void compare_with_saved_list(const std::string& path, const File_List& files, Findings& findings)
 {
   File_List at_start;
-  if (!options.compare_files.empty() && load_file_list(options.compare_files, at_start))
+  if (load_file_list(path, at_start))
     compare_file_lists(at_start, files, findings);
-  else if (!options.compare_files.empty())
+  else
     std::fprintf(stderr, "starter-check: cannot read %s, so new files and files that are gone are not found: %s\n",
-                 options.compare_files.c_str(), std::strerror(errno));
-
-  return options.save_files.empty() || save_file_list(options.save_files, files);
+                 path.c_str(), std::strerror(errno));
 }
 
 static bool has_errors(const Findings& findings)
 {
   return std::any_of(findings.begin(), findings.end(), [](const Finding& finding) { return finding.is_error(); });
+}
+
+// Before a start, every millisecond delays the component. The list takes neither findings nor probes.
+static int save_files(std::vector<char*>& line, const std::string& path)
+{
+  const int argc = static_cast<int>(line.size());
+  line.push_back(nullptr);
+
+  File_List files;
+  const bool is_saved = list_configuration_files(argc, line.data(), files) && save_file_list(path, files);
+  return is_saved ? CLEAN : fail("cannot write the list of files");
 }
 
 static int check(std::vector<char*>& line, const Checker_Options& options)
@@ -116,8 +125,8 @@ static int check(std::vector<char*>& line, const Checker_Options& options)
   File_List files;
   if (!check_services(argc, line.data(), findings, files))
     return fail("cannot start a process to try a library in, or move to the directory /");
-  if (!handle_file_lists(options, files, findings))
-    return fail("cannot write the list of files");
+  if (!options.compare_files.empty())
+    compare_with_saved_list(options.compare_files, files, findings);
 
   const std::string report = options.json ? format_json(findings) : format_text(findings);
   const bool is_clean = options.allow_warnings ? !has_errors(findings) : findings.empty();
@@ -140,9 +149,11 @@ int main(int argc, char** argv)
   Checker_Options options;
   if (!take_options(line, options))
     return fail("--save-files and --compare-files take the path of a file");
+  if (!options.save_files.empty() && (options.json || options.allow_warnings || !options.compare_files.empty()))
+    return fail("--save-files checks nothing, and takes no other option of the checker's own");
   char host[] = "starter";
   line[0] = host; // by what name it will be started is not known, and its arguments depend on that
 
   silence_framework();
-  return check(line, options);
+  return options.save_files.empty() ? check(line, options) : save_files(line, options.save_files);
 }

@@ -43,6 +43,19 @@ static bool check_configuration(const std::vector<Meant_Option>& meant, int argc
   return true;
 }
 
+bool list_configuration_files(int argc, char** argv, File_List& files)
+{
+  if (parse_options(argc, argv).background && !move_to_background_directory())
+    return false;
+
+  return open_service_config(argc, argv, true, [&files](int args_count, char** args) {
+    if (!args || (goes_to_background(args_count, args) && !move_to_background_directory()))
+      return false;
+    files = list_files(configurator_sources(args_count, args));
+    return true;
+  });
+}
+
 bool check_services(int argc, char** argv, Findings& findings, File_List& files)
 {
   if (parse_options(argc, argv).background && !move_to_background_directory())

@@ -11,4 +11,8 @@
 /// first one its name, and stays as it is. The calling process must have no other thread. Logs nothing.
 bool check_services(int argc, char** argv, Findings& findings, File_List& files);
 
+/// Fill the empty `files` with what check_services() would, and look at nothing else: no file is read and no process is
+/// made. Moves to the directory "/" where the host would. False when that is not possible. Logs nothing.
+bool list_configuration_files(int argc, char** argv, File_List& files);
+
 #endif // CHECK_SERVICES_H

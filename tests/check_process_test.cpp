@@ -137,7 +137,7 @@ TEST(starter_check, tells_its_usage_and_version)
 
   const Outcome help = check(dir, {"--help"});
   EXPECT_EQ(0, help.status);
-  EXPECT_THAT(help.out, StartsWith("Usage: starter-check [--allow-warnings] [--json] [--save-files FILE] "));
+  EXPECT_THAT(help.out, StartsWith("Usage: starter-check [--allow-warnings] [--json] "));
 
   const Outcome version = check(dir, {"--version"});
   EXPECT_EQ(0, version.status);
@@ -224,6 +224,30 @@ TEST(starter_check, reports_files_that_are_new_or_gone_since_their_list_was_save
               ElementsAre(StartsWith("x.d/a.conf: changed-files: is one of the files of the start "),
                           "x.d/d.conf: changed-files: is not one of the files of the start: a "
                           "hang-up does not read it; restart"));
+}
+
+// The configuration is full of findings, and its library would hold up a probe for ten seconds.
+TEST(starter_check, saves_the_list_of_files_and_does_nothing_else)
+{
+  const Temp_Dir dir;
+  dir.write("x.d/a.conf", "foo\n" + directive("A", "check_hang"));
+  const Texts args{"--user", "no-such-user", "--background", "-f", dir / "x.d", "stray"};
+  Texts saving = args;
+  saving.insert(saving.begin(), {"--save-files", "list"});
+
+  const Outcome run = check(dir, saving);
+  EXPECT_EQ(0, run.status);
+  EXPECT_EQ("", run.out + run.err);
+  EXPECT_EQ(dir / "x.d/a.conf" + '\0', read_file(dir / "list"));
+
+  for (const Texts& other : {Texts{"--json"}, Texts{"--allow-warnings"}, Texts{"--compare-files", "list"}}) {
+    Texts mixed = saving;
+    mixed.insert(mixed.begin(), other.begin(), other.end());
+    const Outcome refused = check(dir, mixed);
+    EXPECT_EQ(2, refused.status);
+    EXPECT_EQ("starter-check: --save-files checks nothing, and takes no other option of the checker's own\n",
+              refused.err);
+  }
 }
 
 TEST(starter_check, goes_on_without_a_list_of_files_and_not_without_a_place_for_it)
