@@ -8,10 +8,12 @@
 enum class Finding_Kind {
   ALTERED_VALUE,
   BAD_SIGNAL,
+  BROKEN_STREAM,
   CHANGED_FILES,
   DESCRIPTOR_LIMIT,
   DUPLICATE_SERVICE,
   EMPTY_DIRECTORY,
+  EMPTY_STREAM,
   FATAL_DIRECTIVE,
   IGNORED_ARGUMENT,
   IGNORED_MODULE,
@@ -49,6 +51,8 @@ constexpr Kind_Description describe_kind(Finding_Kind kind)
     return {"altered-value", Severity::ERROR};
   case Finding_Kind::BAD_SIGNAL:
     return {"bad-signal", Severity::ERROR};
+  case Finding_Kind::BROKEN_STREAM:
+    return {"broken-stream", Severity::ERROR};
   case Finding_Kind::CHANGED_FILES:
     return {"changed-files", Severity::ERROR};
   case Finding_Kind::DESCRIPTOR_LIMIT:
@@ -57,6 +61,8 @@ constexpr Kind_Description describe_kind(Finding_Kind kind)
     return {"duplicate-service", Severity::WARNING};
   case Finding_Kind::EMPTY_DIRECTORY:
     return {"empty-directory", Severity::ERROR};
+  case Finding_Kind::EMPTY_STREAM:
+    return {"empty-stream", Severity::WARNING};
   case Finding_Kind::FATAL_DIRECTIVE:
     return {"fatal-directive", Severity::ERROR};
   case Finding_Kind::IGNORED_ARGUMENT:

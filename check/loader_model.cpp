@@ -1,110 +1,67 @@
 #include "check/loader_model.h"
 
+#include "check/directive_failures.h"
+#include "check/loaded_services.h"
+
 #include <algorithm>
-#include <map>
+#include <cstddef>
+#include <iterator>
 #include <string>
 
 namespace
 {
-// A dynamic service that is there.
-struct Service
-{
-  Place place;
-  Directive::Type type;
-};
-
-using Services = std::map<std::string, Service>;
-
-// The stream within whose braces directives stand.
-struct Stream
-{
-  const Directive& head;
-  const Services before; // the services that were there before the stream
-};
-
 using Position = std::vector<Placed_Directive>::const_iterator;
-
-// ---- Failures: the framework counts them and pushes no module after the first one in a source
-
-bool is_loadable(const Placed_Directive& placed)
-{
-  if (placed.directive.factory == Directive::STATIC_FUNCTION)
-    return placed.found.has_static;
-  return placed.found.library_error.empty() && placed.found.symbol_error.empty();
-}
-
-bool fails(const Placed_Directive& placed, const Services& services)
-{
-  if (placed.directive.verb == Directive::DYNAMIC)
-    return !is_loadable(placed);
-  return placed.directive.verb != Directive::STREAM && services.count(placed.directive.name) == 0 &&
-         !placed.found.has_static;
-}
-
-// The framework follows null pointers where something is missing.
-Stream_Effect fatal_effect(const Directive& directive, const Stream& stream)
-{
-  const bool has_stream = stream.before.count(stream.head.name) != 0;
-  const bool has_module = has_stream && stream.before.count(directive.name) != 0;
-  if (directive.verb == Directive::STATIC && !has_module)
-    return Stream_Effect::MODULE_NOT_THERE;
-  if (directive.verb == Directive::REMOVE && !has_stream)
-    return Stream_Effect::STREAM_NOT_THERE;
-  return Stream_Effect::NONE;
-}
-
-// "suspend" looks for the name of the stream instead of the module, and therefore always fails.
-bool fails_in_stream(const Directive& directive, const Stream& stream)
-{
-  return directive.verb != Directive::DYNAMIC && fatal_effect(directive, stream) == Stream_Effect::NONE &&
-         (directive.verb == Directive::SUSPEND || stream.before.count(stream.head.name) == 0 ||
-          stream.before.count(directive.name) == 0);
-}
 
 // ---- Names
 
-void set_name(Loader_Step& step, Services& services)
+void note_break(Loader_Step& step, Stream_Break kind, const std::string& stream)
+{
+  if (stream.empty())
+    return;
+  step.breaks = kind;
+  step.broken_stream = stream;
+}
+
+void set_name(Loader_Step& step, Loaded_Services& services)
 {
   const Directive& directive = step.placed->directive;
-  const auto there = services.find(directive.name);
-  const bool is_there = there != services.end();
+  const Loaded_Service* const there = services.find(directive.name);
 
   if (directive.verb == Directive::DYNAMIC) {
-    if (is_there) {
+    if (there) {
       step.name = Name_Effect::REPLACES;
-      step.there = there->second.place;
+      step.there = there->place;
     }
-    services[directive.name] = {step.placed->place, directive.type};
+    note_break(step, Stream_Break::TAKEN_AWAY, services.load(directive.name, {step.placed->place, directive.type}));
   } else if (directive.verb == Directive::REMOVE)
     // It is in order to remove a service that is not there: a file makes room for a reload in this way, and at the
     // first start there is nothing yet.
-    services.erase(directive.name);
-  else if (!is_there && !step.placed->found.has_static)
+    note_break(step, Stream_Break::TAKEN_AWAY, services.remove(directive.name));
+  else if (!there && !step.placed->found.has_static)
     step.name = Name_Effect::UNKNOWN;
 }
 
 // A stream, and a module of one, that is there already stays.
-void keep_name(Loader_Step& step, Services& services)
+void keep_name(Loader_Step& step, Loaded_Services& services)
 {
   const Directive& directive = step.placed->directive;
-  const auto [there, is_new] = services.emplace(directive.name, Service{step.placed->place, directive.type});
-  if (is_new)
+  if (services.keep(directive.name, {step.placed->place, directive.type}))
     return;
   step.name = Name_Effect::STAYS_OUT;
-  step.there = there->second.place;
+  step.there = services.find(directive.name)->place;
 }
 
 // A service of an unknown type counts as right: it is linked statically.
-bool is_of_type(const Directive& directive, Directive::Type type, const Services& services)
+bool is_of_type(const Directive& directive, Directive::Type type, const Loaded_Services& services)
 {
-  const auto there = services.find(directive.name);
-  return there == services.end() || there->second.type == type;
+  const Loaded_Service* const there = services.find(directive.name);
+  return !there || there->type == type;
 }
 
 // ---- Streams
 
 // A module is pushed whatever it is and onto whatever it is: the framework does not look.
-void push_module(Loader_Step& step, const Stream& stream, Services& services, const Placed_Directive*& failed)
+void push_module(Loader_Step& step, const Stream& stream, Loaded_Services& services, const Placed_Directive*& failed)
 {
   if (stream.head.verb == Directive::STREAM) {
     step.in_stream = Stream_Effect::NEEDS_DYNAMIC;
@@ -121,9 +78,25 @@ void push_module(Loader_Step& step, const Stream& stream, Services& services, co
     step.in_stream = Stream_Effect::STREAM_MISTYPED;
   else if (!is_of_type(step.placed->directive, Directive::MODULE, services))
     step.in_stream = Stream_Effect::MODULE_MISTYPED;
+  else
+    note_break(step, Stream_Break::PUSHED_AGAIN, services.push(step.placed->directive.name, stream.head.name));
 }
 
-Loader_Step simulate_head(const Placed_Directive& placed, bool has_modules, Services& services,
+// Inside the braces the framework executes a directive that is no module at once, before it makes the stream. A static
+// module is one that the stream has, so it is pushed again.
+void execute_at_once(Loader_Step& step, const Stream& stream, Loaded_Services& services)
+{
+  const Directive& directive = step.placed->directive;
+  step.in_stream = fatal_effect(directive, stream);
+  if (step.in_stream != Stream_Effect::NONE)
+    return;
+  if (directive.verb == Directive::STATIC)
+    note_break(step, Stream_Break::PUSHED_AGAIN, services.push(directive.name, stream.head.name));
+  else if (directive.verb == Directive::REMOVE)
+    services.take_off(directive.name, stream.head.name);
+}
+
+Loader_Step simulate_head(const Placed_Directive& placed, bool has_modules, Loaded_Services& services,
                           const Placed_Directive*& failed)
 {
   if (!failed && fails(placed, services))
@@ -140,8 +113,19 @@ Loader_Step simulate_head(const Placed_Directive& placed, bool has_modules, Serv
   return step;
 }
 
-// Inside the braces the framework executes a directive that is no module at once, before it makes the stream.
-void simulate_stream(Position head, Position end, Services& services, const Placed_Directive*& failed,
+// The framework goes through the directives in the braces from the last one to the first, and stops at one that is
+// neither "dynamic" nor "static".
+Position first_module(Position head, Position end)
+{
+  const auto reversed_end = std::make_reverse_iterator(head + 1);
+  return std::find_if(std::make_reverse_iterator(end), reversed_end,
+                      [](const Placed_Directive& d) {
+                        return d.directive.verb != Directive::DYNAMIC && d.directive.verb != Directive::STATIC;
+                      })
+      .base();
+}
+
+void simulate_stream(Position head, Position end, Loaded_Services& services, const Placed_Directive*& failed,
                      std::vector<Loader_Step>& steps)
 {
   const Stream stream{head->directive, services};
@@ -149,22 +133,31 @@ void simulate_stream(Position head, Position end, Services& services, const Plac
     if (!failed && fails_in_stream(i->directive, stream))
       failed = &*i;
 
-  steps.push_back(simulate_head(*head, true, services, failed));
+  std::vector<Loader_Step> inner;
   for (Position i = head + 1; i != end; ++i) {
-    Loader_Step step{&*i, &head->directive};
-    if (i->directive.verb == Directive::DYNAMIC)
-      push_module(step, stream, services, failed);
-    else
-      step.in_stream = fatal_effect(i->directive, stream);
-    steps.push_back(step);
+    inner.push_back({&*i, &head->directive});
+    if (i->directive.verb != Directive::DYNAMIC)
+      execute_at_once(inner.back(), stream, services);
   }
+  steps.push_back(simulate_head(*head, true, services, failed));
+  const Position first = first_module(head, end);
+  for (Position i = head + 1; i != end; ++i) {
+    Loader_Step& step = inner[static_cast<std::size_t>(i - head) - 1];
+    if (i->directive.verb != Directive::DYNAMIC)
+      continue;
+    if (i < first && !failed && stream.head.verb != Directive::STREAM && stream.before.find(stream.head.name))
+      step.in_stream = Stream_Effect::CUT_OFF;
+    else
+      push_module(step, stream, services, failed);
+  }
+  steps.insert(steps.end(), inner.begin(), inner.end());
 }
 
 // ---- Sources
 
-void simulate_source(Position begin, Position end, Services& services, std::vector<Loader_Step>& steps)
+void simulate_source(Position begin, Position end, Loaded_Services& services, std::vector<Loader_Step>& steps)
 {
-  if (services.count(begin->place.file) != 0) { // the framework takes the service for the file at hand
+  if (services.find(begin->place.file)) { // the framework takes the service for the file at hand
     steps.push_back({&*begin});
     steps.back().is_source_passed_over = true;
     return;
@@ -182,15 +175,65 @@ void simulate_source(Position begin, Position end, Services& services, std::vect
 }
 } // namespace
 
-std::vector<Loader_Step> simulate_loader(const std::vector<Placed_Directive>& directives)
+static void simulate_sources(const std::vector<Placed_Directive>& directives, bool is_reload, Loaded_Services& services,
+                             std::vector<Loader_Step>& steps)
 {
-  std::vector<Loader_Step> steps;
-  Services services; // that are there by now
   for (Position i = directives.begin(); i != directives.end();) {
     const Position next =
         std::find_if(i, directives.end(), [&](const Placed_Directive& d) { return d.source != i->source; });
-    simulate_source(i, next, services, steps);
+    if (!is_reload || !i->place.file.empty()) // a hang-up repeats no directive of -S
+      simulate_source(i, next, services, steps);
     i = next;
   }
+}
+
+// Note the streams that have been loaded, are still there and have no module. Modules that are not pushed have a reason
+// of their own.
+static void note_bare_streams(const Loaded_Services& services, std::vector<Loader_Step>& steps)
+{
+  for (Loader_Step& step : steps) {
+    const Directive& directive = step.placed->directive;
+    const Loaded_Service* const service = services.find(directive.name);
+    if (directive.verb != Directive::DYNAMIC || directive.type != Directive::STREAM_OBJECT || step.stream ||
+        step.name == Name_Effect::STAYS_OUT || !service || service->place.line != step.placed->place.line ||
+        service->place.file != step.placed->place.file || !is_loadable(*step.placed))
+      continue;
+    step.is_bare_stream = std::none_of(steps.begin(), steps.end(), [&directive](const Loader_Step& other) {
+      return other.stream && other.stream->name == directive.name;
+    });
+  }
+}
+
+static bool ends_host(const Loader_Step& step)
+{
+  if (step.breaks != Stream_Break::NONE)
+    return true;
+  switch (step.in_stream) {
+  case Stream_Effect::STREAM_MISTYPED:
+  case Stream_Effect::MODULE_MISTYPED:
+  case Stream_Effect::MODULE_NOT_THERE:
+  case Stream_Effect::STREAM_NOT_THERE:
+    return true;
+  default:
+    return false;
+  }
+}
+
+std::vector<Loader_Step> simulate_loader(const std::vector<Placed_Directive>& directives)
+{
+  std::vector<Loader_Step> steps;
+  Loaded_Services services; // that are there by now
+  simulate_sources(directives, false, services, steps);
+  note_bare_streams(services, steps);
+  if (std::any_of(steps.begin(), steps.end(), ends_host))
+    return steps; // a hang-up makes nothing worse
+
+  std::vector<Loader_Step> reload;
+  simulate_sources(directives, true, services, reload);
+  for (Loader_Step& step : reload)
+    if (step.breaks != Stream_Break::NONE) {
+      step.is_reload = true;
+      steps.push_back(step);
+    }
   return steps;
 }

@@ -18,10 +18,18 @@ enum class Stream_Effect {
   NONE,
   NEEDS_DYNAMIC,    ///< the module is not loaded, as the stream is not loaded by this directive
   NOT_PUSHED,       ///< the module is not pushed, as a directive fails
+  CUT_OFF,          ///< the module is not loaded, as a directive that is no module follows
   STREAM_MISTYPED,  ///< the host ends: the module is pushed onto what is no STREAM
   MODULE_MISTYPED,  ///< the host ends: what is pushed is no Module
   MODULE_NOT_THERE, ///< the host ends: the static module is not there
   STREAM_NOT_THERE  ///< the host ends: the stream is not there
+};
+
+/// A step after which the host ends with a fault as soon as a stream is taken apart, or earlier.
+enum class Stream_Break {
+  NONE,
+  PUSHED_AGAIN, ///< a module has been on a stream before
+  TAKEN_AWAY    ///< a module goes while it is on the stream
 };
 
 /// The step that the framework takes at a directive.
@@ -34,10 +42,15 @@ struct Loader_Step
   Place there = {};                     ///< of the service that has the name
   Stream_Effect in_stream = Stream_Effect::NONE;
   Place failed = {}; ///< with NOT_PUSHED, the directive that fails
+  Stream_Break breaks = Stream_Break::NONE;
+  std::string broken_stream = {}; ///< unless `breaks` is NONE
+  bool is_reload = false;         ///< the step belongs to the first hang-up
+  bool is_bare_stream = false;    ///< the stream that is loaded here has no module when all services are loaded
 };
 
 /// Go through `directives` as the framework does, which have to outlive the steps, and tell what it does at each. A
-/// file that is passed over has a single step. The model goes on where the host would end. Any thread.
+/// file that is passed over has a single step. Then go through the files once more, as on a hang-up: of these steps,
+/// only those follow that break a stream. The model goes on where the host would end. Any thread.
 std::vector<Loader_Step> simulate_loader(const std::vector<Placed_Directive>& directives);
 
 #endif // CHECK_LOADER_MODEL_H

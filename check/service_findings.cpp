@@ -49,6 +49,8 @@ static std::string describe_ignored_module(const Loader_Step& step)
   const std::string module = '\'' + step.placed->directive.name + '\'';
   if (step.in_stream == Stream_Effect::NEEDS_DYNAMIC)
     return module + " is not loaded: modules need 'stream dynamic'";
+  if (step.in_stream == Stream_Effect::CUT_OFF)
+    return module + " is not loaded: within braces, modules have to stand behind 'resume' and 'remove'";
   if (step.in_stream == Stream_Effect::NOT_PUSHED)
     return module + " is not pushed onto '" + step.stream->name + "', as the directive in " + describe(step.failed) +
            " fails";
@@ -81,6 +83,19 @@ static void check_stream(const Loader_Step& step, Findings& findings)
                         "the host ends here, with a record of a fault: " + problem});
 }
 
+// The host may end at once, or when the stream is taken apart: at a hang-up that does so, or at the end of the process.
+static std::string describe_break(const Loader_Step& step)
+{
+  const std::string module = '\'' + step.placed->directive.name + '\'';
+  const std::string stream = '\'' + step.broken_stream + '\'';
+  const std::string when = step.is_reload ? "on the first hang-up, " : "";
+  const std::string end = "; the host then ends with a record of a fault, at the latest when it is stopped";
+  if (step.breaks == Stream_Break::TAKEN_AWAY)
+    return when + module + " goes while it is on the stream " + stream + end + "; remove the stream before its modules";
+  return when + module + " is pushed onto " + stream + " and has been on a stream before" + end +
+         (step.is_reload ? "; remove " + stream + " and then all of its modules in a file before this one" : "");
+}
+
 static void check_step(const Loader_Step& step, Findings& findings)
 {
   if (step.is_source_passed_over) {
@@ -90,12 +105,23 @@ static void check_step(const Loader_Step& step, Findings& findings)
     return;
   }
 
-  const bool is_loaded =
-      step.placed->directive.verb == Directive::DYNAMIC && step.in_stream != Stream_Effect::NEEDS_DYNAMIC;
+  if (step.breaks != Stream_Break::NONE)
+    findings.push_back({Finding_Kind::BROKEN_STREAM, step.placed->place, describe_break(step)});
+  if (step.is_reload)
+    return; // everything else is as at the start
+
+  const bool is_loaded = step.placed->directive.verb == Directive::DYNAMIC &&
+                         step.in_stream != Stream_Effect::NEEDS_DYNAMIC && step.in_stream != Stream_Effect::CUT_OFF;
   check_parameters(*step.placed, findings);
   if (is_loaded)
     check_factory(*step.placed, findings);
-  check_name(step, findings);
+  if (step.breaks == Stream_Break::NONE) // or the finding of the stream tells why
+    check_name(step, findings);
+  if (step.is_bare_stream)
+    findings.push_back({Finding_Kind::EMPTY_STREAM, step.placed->place,
+                        '\'' + step.placed->directive.name +
+                            "' is a stream without modules, which does nothing; if its factory makes a service of "
+                            "another type, that is not initialised, and the host ends with a record of a fault"});
   check_stream(step, findings);
 }
 

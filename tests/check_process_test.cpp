@@ -101,12 +101,14 @@ static void expect_findings(const Texts& args, const Texts& findings)
   EXPECT_EQ(findings.empty() ? 0 : 1, run.status);
 }
 
-// The findings in the file "x.conf" of this content, as "LINE: KIND: ...".
-static Texts findings_in(const std::string& content, const Texts& args = {})
+// The findings in the file "x.conf" of this content, as "LINE: KIND: ...". A file before it may remove services.
+static Texts findings_in(const std::string& content, const Texts& args = {}, const std::string& removals = "")
 {
   const Temp_Dir dir;
   dir.write("x.conf", content);
   Texts all{"-f", "x.conf"};
+  if (!removals.empty())
+    all.insert(all.begin(), {"-f", dir.write("removals.conf", removals)});
   all.insert(all.end(), args.begin(), args.end());
   const Outcome run = check(dir, all);
 
@@ -117,6 +119,9 @@ static Texts findings_in(const std::string& content, const Texts& args = {})
     findings.push_back(line.rfind("x.conf:", 0) == 0 ? line.substr(7) : line);
   return findings;
 }
+
+// What a file before a stream has to remove, so that a hang-up breaks nothing.
+static const char REMOVALS[] = "remove S\nremove M\nremove N\n";
 
 static std::string directive(const std::string& service, const std::string& library = "check_plain",
                              const std::string& params = "")
@@ -794,18 +799,122 @@ TEST(starter_check, reports_modules_of_streams_at_which_the_host_ends)
        true},
       {stream + "}\nstream S { remove M }", {}, false},
       {stream + "}\nstream S { remove N }", {}, false},
-      {stream + "}\nstream S { static M }", {}, false},
       {stream + "}\nstream S { static N }", {"2: " + ends + "'N' is no module of a stream that is there"}, true}};
 
   for (const auto& [text, findings, is_fatal] : cases) {
     SCOPED_TRACE(text);
-    EXPECT_THAT(findings_in(text + '\n'), testing::ElementsAreArray(findings));
+    EXPECT_THAT(findings_in(text + '\n', {}, REMOVALS), testing::ElementsAreArray(findings));
 
     Temp_Dir dir;
     Starter_Process starter({"-f", dir.write("x.conf", text + '\n')});
     EXPECT_EQ(!is_fatal, starter.wait_for_record("is started.")) << starter.log();
     EXPECT_EQ(is_fatal ? 1u : 0u, starter.count("the back trace:")) << starter.log();
   }
+}
+
+// A directory for each case. The host is started with it, gets hang-ups and is stopped, and must end with a fault if
+// the checker says so.
+TEST(starter_check, reports_streams_that_break)
+{
+  const std::string library = TESTS_BUILT_EXAMPLES_DIR "/libstream.so";
+  const std::string m = "dynamic M Module * " + library + ":_make_Printer()\n";
+  const std::string n = "dynamic N Module * " + library + ":_make_Printer()\n";
+  const std::string s = "stream dynamic S STREAM * " + library + ":_make_Pipeline() ";
+  const std::string t = "stream dynamic T STREAM * " + library + ":_make_Pipeline() ";
+  const std::string both = s + "{\n" + m + n + "}\n";
+  const std::string error = ": broken-stream: ";
+  const std::string end = "; the host then ends with a record of a fault, at the latest when it is stopped";
+  const std::string in_order = "; remove the stream before its modules";
+  const auto again = [&](const std::string& module, const std::string& stream) {
+    return error + '\'' + module + "' is pushed onto '" + stream + "' and has been on a stream before" + end;
+  };
+  const auto again_on_reload = [&](const std::string& module) {
+    return error + "on the first hang-up, '" + module + "' is pushed onto 'S' and has been on a stream before" + end +
+           "; remove 'S' and then all of its modules in a file before this one";
+  };
+  const std::string duplicate = ": duplicate-service: service 'S' is not loaded: the one in x.d/2.conf:1 stays";
+  const std::string cut_off =
+      ": ignored-module: 'N' is not loaded: within braces, modules have to stand behind 'resume' and 'remove'";
+  const std::tuple<std::string, std::string, Texts> cases[] = {
+      {"remove S\nremove M\nremove N\n", both, {}},
+      {"remove S\nremove N\nremove M\n", both, {}},
+      {"#", both, {"2.conf:2" + again_on_reload("M")}},
+      {"remove S\n", both, {"2.conf:2" + again_on_reload("M")}},
+      {"remove S\nremove M\n", both, {"2.conf:3" + again_on_reload("N")}},
+      {"remove M\nremove N\n",
+       both,
+       {"1.conf:1" + error + "on the first hang-up, 'M' goes while it is on the stream 'S'" + end + in_order}},
+      {"remove N\nremove M\nremove S\n",
+       both,
+       {"1.conf:1" + error + "on the first hang-up, 'N' goes while it is on the stream 'S'" + end + in_order}},
+      {"#", both + m, {"2.conf:5" + error + "'M' goes while it is on the stream 'S'" + end + in_order}},
+      {"#", s + "{ " + m + "}\n" + t + "{ " + m + "}\n", {"2.conf:3" + again("M", "T")}},
+      {"#", s + "{ " + m + "}\n" + s + "{ " + m + "}\n", {"2.conf:3" + duplicate, "2.conf:3" + again("M", "S")}},
+      {"#", both + "stream S { static M }\n", {"2.conf:5" + again("M", "S")}},
+      {"#",
+       s + "{ " + m + "}\n" + s + "{ " + n + "static M }\n",
+       {"2.conf:3" + duplicate, "2.conf:4" + again("M", "S")}},
+      {"remove S\nremove M\nremove N\n",
+       s + "{ " + m + "}\n" + s + "{ " + n + "resume M }\n",
+       {"2.conf:3" + duplicate, "2.conf:3" + cut_off}},
+      {"remove S\nremove M\nremove N\n",
+       s + "{ " + m + "}\n" + s + "{ resume M " + n + "}\n",
+       {"2.conf:3" + duplicate}}};
+
+  for (const auto& [first, second, findings] : cases) {
+    SCOPED_TRACE(first + second);
+    const Temp_Dir dir;
+    dir.write("x.d/1.conf", first);
+    dir.write("x.d/2.conf", second);
+    dir.write("x.d/3.conf", dynamic_directive("last", "recorder", "_make_Recorder", "last"));
+    Texts expected;
+    for (const std::string& finding : findings)
+      expected.push_back("x.d/" + finding);
+    EXPECT_EQ(expected, without_severity(check(dir, {"-f", "x.d"}).out));
+
+    Starter_Process starter({"-f", dir / "x.d"});
+    ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+    starter.send(SIGHUP);
+    EXPECT_TRUE(starter.wait_until([&starter] {
+      return starter.count("last starts.") == 2 || starter.count("the back trace:") != 0;
+    })) << starter.log();
+    starter.send(SIGTERM);
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    const bool is_broken = !findings.empty() && findings.back().find("broken-stream") != std::string::npos;
+    EXPECT_EQ(is_broken, starter.count("the back trace:") != 0) << starter.log();
+  }
+}
+
+// The host takes the factory's service for a stream, does not initialise it, and faults when it closes the stream.
+TEST(starter_check, reports_streams_without_modules)
+{
+  const std::string library = TESTS_BUILT_EXAMPLES_DIR "/libstream.so";
+  const std::string warning = "1: empty-stream: 'S' is a stream without modules, which does nothing; if its factory "
+                              "makes a service of another type, that is not initialised, and the host ends with a "
+                              "record of a fault";
+  const std::string stream = "dynamic S STREAM * " + library + ":_make_Pipeline() ";
+  const std::string modules = "{ dynamic M Module * " + library + ":_make_Printer() }\n";
+  for (const std::string& text : {stream, "stream " + stream, "stream " + stream + "{ }"})
+    EXPECT_THAT(findings_in(text + '\n'), ElementsAre(warning)) << text;
+  for (const std::string& text : {stream + "\nremove S\n", std::string("remove S\nremove M\n")})
+    EXPECT_THAT(findings_in(text), ElementsAre()) << text;
+  EXPECT_THAT(findings_in("dynamic S STREAM * " + library + ":_make_No()\n"), ElementsAre(StartsWith("1: missing-f")));
+
+  const Temp_Dir dir;
+  dir.write("1.d/1.conf", "remove S\nremove M\n");
+  dir.write("1.d/2.conf", stream + "\nstream " + stream + modules);
+  EXPECT_THAT(lines(check(dir, {"-f", "1.d"}).out), ElementsAre(HasSubstr("duplicate-service")));
+
+  Start_Options options;
+  options.env = {{"TESTS_INIT_WITNESS", dir / "witness"}};
+  Starter_Process starter({"-f", dir.write("x.conf", "dynamic S STREAM * " + service_library("check_plain") +
+                                                         ":_make_Plain() \"-p 1 $TESTS_INIT_WITNESS\"\n")},
+                          options);
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  EXPECT_FALSE(std::filesystem::exists(dir / "witness"));
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  EXPECT_EQ(1u, starter.count("the back trace:")) << starter.log();
 }
 
 // Each text is a file of its own. The host is started with it, and must not push a module that the checker reports.
@@ -836,7 +945,7 @@ TEST(starter_check, reports_modules_that_the_host_does_not_push)
 
   for (const auto& [text, findings] : cases) {
     SCOPED_TRACE(text);
-    EXPECT_THAT(findings_in(text), testing::ElementsAreArray(findings));
+    EXPECT_THAT(findings_in(text, {}, REMOVALS), testing::ElementsAreArray(findings));
 
     const bool is_pushed = findings.empty() || findings.back().find("ignored-module") == std::string::npos;
     Temp_Dir dir;
@@ -851,7 +960,7 @@ TEST(starter_check, reports_streams_that_are_there_already)
   const std::string library = TESTS_BUILT_EXAMPLES_DIR "/libstream.so";
   const std::string stream = "stream dynamic S STREAM * " + library + ":_make_Pipeline() { dynamic ";
   const std::string module = " Module * " + library + ":_make_Printer() }\n";
-  EXPECT_THAT(findings_in(stream + "M" + module + stream + "N" + module),
+  EXPECT_THAT(findings_in(stream + "M" + module + stream + "N" + module, {}, REMOVALS),
               ElementsAre("2: duplicate-service: service 'S' is not loaded: the one in x.conf:1 stays"));
 }
 

@@ -1,4 +1,5 @@
 #include "check/library_probe.h"
+#include "check/loaded_services.h"
 #include "check/loader_model.h"
 #include "check/probe_plan.h"
 #include "check/report.h"
@@ -388,8 +389,53 @@ TEST(loader_model, pushes_no_module_behind_a_failure_in_the_same_source)
   directives[0].source = 1;
   directives[1].source = directives[2].source = 2;
   const std::vector<Loader_Step> separate = simulate_loader(directives);
-  ASSERT_THAT(separate, SizeIs(3));
+  ASSERT_THAT(separate, SizeIs(4));
   EXPECT_EQ(Stream_Effect::NONE, separate[2].in_stream);
+  EXPECT_EQ(Stream_Break::NONE, separate[2].breaks);
+  EXPECT_TRUE(separate[3].is_reload);
+  EXPECT_EQ(Stream_Break::PUSHED_AGAIN, separate[3].breaks);
+  EXPECT_EQ("S", separate[3].broken_stream);
+}
+
+// A hang-up repeats what the files say, and no directive of the command line.
+TEST(loader_model, repeats_files_only)
+{
+  std::vector<Placed_Directive> directives =
+      directives_in("stream dynamic S STREAM * lib:_make_S() { dynamic M Module * lib:_make_M() }\n");
+  for (Placed_Directive& placed : directives)
+    placed.place = {};
+
+  EXPECT_THAT(simulate_loader(directives), SizeIs(2));
+}
+
+TEST(loaded_services, break_a_stream_once)
+{
+  Loaded_Services services;
+  services.load("S", {{}, Directive::STREAM_OBJECT});
+  services.load("M", {{}, Directive::MODULE});
+  services.load("N", {{}, Directive::MODULE});
+
+  EXPECT_EQ("", services.push("M", "S"));
+  EXPECT_EQ("", services.push("N", "S"));
+  EXPECT_EQ("", services.push("not there", "S"));
+  EXPECT_EQ("S", services.remove("M"));
+  EXPECT_EQ("", services.remove("N")) << "it is broken already";
+}
+
+TEST(loaded_services, take_modules_off_with_their_stream)
+{
+  Loaded_Services services;
+  services.load("S", {{}, Directive::STREAM_OBJECT});
+  services.load("M", {{}, Directive::MODULE});
+  services.load("N", {{}, Directive::MODULE});
+  services.push("M", "S");
+  services.push("N", "S");
+
+  services.take_off("N", "S");
+  EXPECT_EQ("", services.remove("N"));
+  EXPECT_EQ("", services.remove("S"));
+  EXPECT_TRUE(services.find("M"));
+  EXPECT_EQ("T", services.push("M", "T")) << "it has been on a stream";
 }
 
 // ---- Reports
