@@ -19,6 +19,7 @@ enum class Finding_Kind {
   IGNORED_MODULE,
   LIBRARY_NOT_LOADED,
   MISSING_FACTORY,
+  MISSING_FUNCTION,
   MISSING_VALUE,
   READ_TWICE,
   REPEATED_FILE,
@@ -73,6 +74,8 @@ constexpr Kind_Description describe_kind(Finding_Kind kind)
     return {"library-not-loaded", Severity::ERROR};
   case Finding_Kind::MISSING_FACTORY:
     return {"missing-factory", Severity::ERROR};
+  case Finding_Kind::MISSING_FUNCTION:
+    return {"missing-function", Severity::ERROR};
   case Finding_Kind::MISSING_VALUE:
     return {"missing-value", Severity::ERROR};
   case Finding_Kind::READ_TWICE:

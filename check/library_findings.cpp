@@ -39,4 +39,8 @@ void check_factory(const Placed_Directive& placed, Findings& findings)
          service + "library '" + directive.library + "': " + found.library_error + decoration_hint(directive.library)});
   else if (const std::string problem = describe_factory(directive, found); !problem.empty())
     findings.push_back({Finding_Kind::MISSING_FACTORY, placed.place, service + problem});
+  else if (!found.bind_error.empty())
+    findings.push_back({Finding_Kind::MISSING_FUNCTION, placed.place,
+                        service + "library '" + directive.library + "': " + found.bind_error +
+                            "; the host loads it, and ends with status 127 when it calls this function"});
 }

@@ -88,6 +88,19 @@ static bool is_processed(const std::string& name)
   return ACE_Service_Config::global()->find(name.c_str(), nullptr, false) == 0;
 }
 
+// Open the library with all of its functions bound. A library that cannot be opened in this way has run no code, and
+// may still be opened as the host does it: only then is the reason an answer.
+static bool open_bound(int fd, ACE_DLL& dll, const std::string& library)
+{
+  const unsigned mode = ACE_DEFAULT_SHLIB_MODE;
+  ACE_DLL bound;
+  if (bound.open(library.c_str(), static_cast<int>((mode & ~RTLD_LAZY) | RTLD_NOW)) == 0)
+    return dll.open(library.c_str()) == 0;
+
+  answer(fd, "B"), answer(fd, one_line(bound.error()));
+  return false;
+}
+
 [[noreturn]] static void run_probe(const Library_Request& request, int fd)
 {
   const std::set<std::string> services = linked_services(request);
@@ -102,7 +115,7 @@ static bool is_processed(const std::string& name)
   }
 
   ACE_DLL dll;
-  if (request.library && dll.open(request.library->c_str()) != 0)
+  if (request.library && !open_bound(fd, dll, *request.library) && dll.open(request.library->c_str()) != 0)
     answer(fd, "L"), answer(fd, one_line(dll.error()));
   else
     for (const std::string& symbol : request.symbols)
@@ -133,6 +146,8 @@ static bool parse_answers(const std::string& answers, Library_Result& result)
     const std::string letter = next_text(answers, at);
     if (letter == "E")
       return true;
+    if (letter == "B")
+      result.bind_error = next_text(answers, at);
     if (letter == "L")
       result.error = next_text(answers, at);
     if (letter == "F")

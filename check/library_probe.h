@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-/// The questions about a library, and the libraries that are loaded before it.
+/// The questions about a library, and the libraries that are loaded before it. The host binds a function of the library
+/// when it is called first; the probe binds all of them at once.
 struct Library_Request
 {
   std::vector<std::string> loaded;    ///< the libraries that the host has by then, by their names in the directives
@@ -20,8 +21,9 @@ struct Library_Request
 /// The answers.
 struct Library_Result
 {
-  bool is_probed = false;                    ///< false: there was no process to try it in
-  std::string error;                         ///< why the library cannot be loaded; empty when it can
+  bool is_probed = false; ///< false: there was no process to try it in
+  std::string error;      ///< why the library cannot be loaded; empty when it can
+  std::string bind_error; ///< which of its functions no library has by then; empty when none is missing
   std::map<std::string, std::string> errors; ///< by symbol and factory that is missing: the reason, on one line
   std::set<std::string> missing_statics;     ///< the services among `statics` that are not there
   std::set<std::string> functions;           ///< the symbols that are functions

@@ -11,6 +11,7 @@
 struct Availability
 {
   std::string library_error; ///< why its library cannot be loaded; empty when it can
+  std::string bind_error;    ///< which of its functions no library has; empty when none is missing
   std::string symbol_error;  ///< why its symbol is not found in the library; empty when it is
   bool is_function = false;  ///< its symbol is a function
   bool is_object = false;    ///< its symbol is data

@@ -64,15 +64,36 @@ static void note_result(Placed_Directive& placed, const Library_Result& result)
   else {
     const auto error = result.errors.find(directive.symbol);
     placed.found.library_error = result.error;
+    placed.found.bind_error = result.bind_error;
     placed.found.symbol_error = error == result.errors.end() ? "" : error->second;
     placed.found.is_function = result.functions.count(directive.symbol) != 0;
     placed.found.is_object = result.objects.count(directive.symbol) != 0;
   }
 }
 
+// A library binds to libraries that are loaded after it too, as long as it calls their functions late enough.
+static bool probe_incomplete(std::vector<Planned_Probe>& incomplete, const std::vector<std::string>& loaded,
+                             std::vector<Placed_Directive>& directives)
+{
+  for (Planned_Probe& probe : incomplete) {
+    probe.request.loaded.clear();
+    for (const std::string& library : loaded)
+      if (library != probe.request.library)
+        probe.request.loaded.push_back(library);
+
+    const Library_Result result = probe_library(probe.request);
+    if (!result.is_probed)
+      return false;
+    for (const std::size_t at : probe.directives)
+      directives[at].found.bind_error = result.bind_error;
+  }
+  return true;
+}
+
 bool run_probes(std::vector<Placed_Directive>& directives)
 {
   std::vector<std::string> loaded;
+  std::vector<Planned_Probe> incomplete;
   for (Planned_Probe& probe : plan_probes(directives)) {
     probe.request.loaded = loaded;
     const Library_Result result = probe_library(probe.request);
@@ -83,6 +104,8 @@ bool run_probes(std::vector<Placed_Directive>& directives)
       note_result(directives[at], result);
     if (probe.request.library && result.error.empty())
       loaded.push_back(*probe.request.library);
+    if (result.error.empty() && !result.bind_error.empty())
+      incomplete.push_back(probe);
   }
-  return true;
+  return probe_incomplete(incomplete, loaded, directives);
 }

@@ -694,6 +694,33 @@ TEST(starter_check, reports_missing_factories)
               ElementsAre("1: missing-factory: service 'A': no static factory '_make_No'"));
 }
 
+// Each text is a file of its own. The host is started with it, and must end as the checker says. In the last text the
+// function is there when all libraries are loaded, and is called before that: the checker initialises no service.
+TEST(starter_check, reports_functions_that_no_library_has)
+{
+  const std::string library = service_library("incomplete");
+  const std::string incomplete = dynamic_directive("A", "incomplete", "_make_Incomplete");
+  const std::string supplier = dynamic_directive("B", "supplier", "_make_Supplier");
+  const std::string finding = "missing-function: service 'A': library '" + library + "': " + library +
+                              ": undefined symbol: function_that_nobody_defines; the host loads it, and ends with "
+                              "status 127 when it calls this function";
+  const std::tuple<std::string, Texts, bool> cases[] = {{incomplete, {"1: " + finding}, true},
+                                                        {directive("C") + incomplete, {"2: " + finding}, true},
+                                                        {supplier + incomplete, {}, false},
+                                                        {incomplete + supplier, {}, true}};
+
+  for (const auto& [text, findings, is_fatal] : cases) {
+    SCOPED_TRACE(text);
+    EXPECT_THAT(findings_in(text), testing::ElementsAreArray(findings));
+
+    const Temp_Dir dir;
+    Starter_Process starter({"-f", dir.write("x.conf", text)});
+    EXPECT_EQ(!is_fatal, starter.wait_for_event_loop()) << starter.log();
+    starter.send(SIGTERM);
+    EXPECT_EQ(is_fatal ? 127 : 0, starter.wait_status()) << starter.log();
+  }
+}
+
 // Each line is a file of its own. The host is started with it, and must behave as the checker says.
 TEST(starter_check, reports_functions_named_as_objects_and_objects_named_as_functions)
 {
