@@ -17,7 +17,9 @@ enum class Finding_Kind {
   FATAL_DIRECTIVE,
   IGNORED_ARGUMENT,
   IGNORED_MODULE,
+  INNER_QUOTE,
   LIBRARY_NOT_LOADED,
+  LOST_DIRECTIVE,
   MISSING_FACTORY,
   MISSING_FUNCTION,
   MISSING_VALUE,
@@ -70,8 +72,12 @@ constexpr Kind_Description describe_kind(Finding_Kind kind)
     return {"ignored-argument", Severity::WARNING};
   case Finding_Kind::IGNORED_MODULE:
     return {"ignored-module", Severity::ERROR};
+  case Finding_Kind::INNER_QUOTE:
+    return {"inner-quote", Severity::WARNING};
   case Finding_Kind::LIBRARY_NOT_LOADED:
     return {"library-not-loaded", Severity::ERROR};
+  case Finding_Kind::LOST_DIRECTIVE:
+    return {"lost-directive", Severity::ERROR};
   case Finding_Kind::MISSING_FACTORY:
     return {"missing-factory", Severity::ERROR};
   case Finding_Kind::MISSING_FUNCTION:

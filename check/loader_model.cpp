@@ -195,8 +195,9 @@ static void note_bare_streams(const Loaded_Services& services, std::vector<Loade
     const Directive& directive = step.placed->directive;
     const Loaded_Service* const service = services.find(directive.name);
     if (directive.verb != Directive::DYNAMIC || directive.type != Directive::STREAM_OBJECT || step.stream ||
-        step.name == Name_Effect::STAYS_OUT || !service || service->place.line != step.placed->place.line ||
-        service->place.file != step.placed->place.file || !is_loadable(*step.placed))
+        directive.has_stray_braces || step.name == Name_Effect::STAYS_OUT || !service ||
+        service->place.line != step.placed->place.line || service->place.file != step.placed->place.file ||
+        !is_loadable(*step.placed))
       continue;
     step.is_bare_stream = std::none_of(steps.begin(), steps.end(), [&directive](const Loader_Step& other) {
       return other.stream && other.stream->name == directive.name;

@@ -5,11 +5,45 @@
 
 #include <string>
 
+// The kind and the words for a problem of the string of the parameters.
+static Finding describe_string(const Placed_Directive& placed)
+{
+  const Directive& directive = placed.directive;
+  const std::string parameters = "service '" + directive.name + "', parameters: ";
+  const std::string last_quote = parameters + "a string goes up to the last quote of its line, ";
+  switch (directive.string_problem) {
+  case String_Problem::BEGINS_IN_WORD:
+    return {Finding_Kind::ALTERED_VALUE, placed.place,
+            parameters + "the string begins in a word, behind the first byte of that" +
+                (directive.odd_character.empty() ? "" : ": " + directive.odd_character + " is no blank")};
+  case String_Problem::CUT:
+    return {Finding_Kind::ALTERED_VALUE, placed.place,
+            last_quote + "and " + directive.odd_character + " ends the search for that"};
+  case String_Problem::COMMENT_TAKEN_IN:
+    return {Finding_Kind::ALTERED_VALUE, placed.place, last_quote + "and takes in the comment behind it"};
+  case String_Problem::DIRECTIVE_TAKEN_IN:
+    return {Finding_Kind::LOST_DIRECTIVE, placed.place,
+            last_quote + "and takes in the directive behind it: that one needs a line of its own"};
+  case String_Problem::QUOTE_TAKEN_IN:
+  case String_Problem::NONE:
+    break;
+  }
+  return {Finding_Kind::INNER_QUOTE, placed.place, last_quote + "and this one holds quotes of its own kind"};
+}
+
 static void check_parameters(const Placed_Directive& placed, Findings& findings)
 {
   const std::string service = "service '" + placed.directive.name + "', ";
+  const String_Problem string = placed.directive.string_problem;
+  if (string != String_Problem::NONE && string != String_Problem::QUOTE_TAKEN_IN) {
+    findings.push_back(describe_string(placed));
+    return; // its words are not those that are meant
+  }
+
   if (const std::string problem = check_left_out(placed.directive.parameters); !problem.empty())
     findings.push_back({Finding_Kind::ALTERED_VALUE, placed.place, service + "parameters: " + problem});
+  else if (string == String_Problem::QUOTE_TAKEN_IN)
+    findings.push_back(describe_string(placed));
   for (const std::string& word : split_parameters(placed.directive.parameters)) {
     const std::string parameter = std::string(service).append("parameter '").append(word).append("': ");
     for (const std::string& problem : check_variables(word))

@@ -51,7 +51,8 @@ static void check_source(const Read_Source& read, Findings& findings)
     findings.push_back(
         {Finding_Kind::REPEATED_FILE, place, "is processed again, so that its services are replaced by new ones"});
   for (const Syntax_Error& error : read.conf.errors)
-    findings.push_back({Finding_Kind::SYNTAX_ERROR, place_of(read.source, error.line), error.message});
+    if (!error.is_follow_on)
+      findings.push_back({Finding_Kind::SYNTAX_ERROR, place_of(read.source, error.line), error.message});
 }
 
 void check_sources(const std::vector<Read_Source>& sources, Findings& findings)

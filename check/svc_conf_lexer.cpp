@@ -1,5 +1,8 @@
 #include "check/svc_conf_lexer.h"
 
+#include "check/characters.h"
+
+#include <algorithm>
 #include <cstring>
 
 // The framework's buffer for a token has this size. When it is full, the framework takes that for the end of the input.
@@ -67,14 +70,14 @@ void Lexer::cut(std::size_t at)
   if (at >= text_.size())
     return;
   errors_.push_back(
-      {line_, "a word or string of " + std::to_string(MAX_TOKEN_SIZE) + " bytes; the rest is not read", 0});
+      {line_, "a word or string of " + std::to_string(MAX_TOKEN_SIZE) + " bytes; the rest is not read", 0, false});
   text_.resize(at);
 }
 
 Token Lexer::make_token(int kind, const std::string& text, std::size_t next_at)
 {
   at_ = next_at;
-  return {kind, text, line_, logged_line_};
+  return {kind, text, line_, logged_line_, 0, "", ""};
 }
 
 Token Lexer::make_end()
@@ -85,9 +88,9 @@ Token Lexer::make_end()
 }
 
 // The end because of an error: nothing is read after it.
-Token Lexer::make_end(const char* message)
+Token Lexer::make_end(const std::string& message)
 {
-  errors_.push_back({line_, message, logged_line_});
+  errors_.push_back({line_, message, logged_line_, false});
   text_.resize(at_);
   return make_token(Token::END, "", at_);
 }
@@ -95,7 +98,7 @@ Token Lexer::make_end(const char* message)
 Token Lexer::make_character(char c)
 {
   if (c == '\0')
-    errors_.push_back({line_, "a zero byte; the rest is not read", 0});
+    errors_.push_back({line_, "a zero byte; the rest is not read", 0, false});
   return make_token(c, std::string(1, c), at_ + 1);
 }
 
@@ -119,10 +122,21 @@ Token Lexer::make_quoted(char quote, std::size_t from)
       break;
   }
 
+  const bool ends_line = at(end) == '\n' || at(end) == '\r' || end >= text_.size();
+  const std::string odd = ends_line ? "" : name_character(text_, end);
   const std::size_t last = text_.rfind(quote, end - 1);
   if (last <= at_)
-    return make_end("unable to find the end of the string; the rest is not read");
-  return make_token(Token::QUOTED, text_.substr(at_ + 1, last - at_ - 1), last + 1);
+    return make_end("unable to find the end of the string" +
+                    (odd.empty() ? "" : ": " + odd + " in it ends the search") + "; the rest is not read");
+
+  const std::string word = text_.substr(at_, from - 1 - at_);
+  Token token = make_token(Token::QUOTED, text_.substr(at_ + 1, last - at_ - 1), last + 1);
+  token.quote = quote;
+  token.word = word;
+  const std::size_t line_end = std::min(text_.find('\n', end), text_.size());
+  if (text_.find(quote, end) < line_end)
+    token.cut_at = odd;
+  return token;
 }
 
 // A colon after a single letter belongs to a path.

@@ -32,6 +32,9 @@ struct Token
   std::string text;    ///< without the quotes, if it is QUOTED
   int line = 1;        ///< the line in which the token begins
   int logged_line = 1; ///< the framework's count by the end of the token: one too much for each word that ends a line
+  char quote = 0;      ///< of the kind QUOTED: the quote around it
+  std::string word;    ///< of the kind QUOTED: the characters before the first quote
+  std::string cut_at;  ///< of the kind QUOTED: the name of the character at which the search for its end has stopped
 };
 
 /// Cuts a configuration file into the tokens that the framework's lexer finds in it, its peculiarities included:
@@ -55,7 +58,7 @@ private:
   bool scan(Token& token);
   Token make_token(int kind, const std::string& text, std::size_t next_at);
   Token make_end();
-  Token make_end(const char* message);
+  Token make_end(const std::string& message);
   Token make_word(std::size_t end);
   Token make_quoted(char quote, std::size_t from);
   Token make_character(char c);

@@ -1,34 +1,20 @@
 #include "check/svc_conf_parser.h"
 
+#include "check/directive_verbs.h"
+#include "check/long_strings.h"
 #include "check/svc_conf_lexer.h"
+#include "check/syntax_messages.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 
 namespace
 {
-struct Verb
-{
-  int kind; // of the token
-  Directive::Verb verb;
-};
-
-// The verb that a token of this kind is, or null.
-const Verb* find_verb(int kind)
-{
-  static constexpr Verb VERBS[] = {{Token::DYNAMIC, Directive::DYNAMIC}, {Token::STATIC, Directive::STATIC},
-                                   {Token::SUSPEND, Directive::SUSPEND}, {Token::RESUME, Directive::RESUME},
-                                   {Token::REMOVE, Directive::REMOVE},   {Token::STREAM, Directive::STREAM}};
-  for (const Verb& verb : VERBS)
-    if (verb.kind == kind)
-      return &verb;
-  return nullptr;
-}
-
 class Parser
 {
 public:
-  explicit Parser(const std::string& text) : lexer_(text, result_.errors) { token_ = lexer_.next(); }
+  explicit Parser(const std::string& text) : lexer_(text, result_.errors) { next(); }
 
   Svc_Conf parse();
 
@@ -51,18 +37,22 @@ private:
   Svc_Conf result_;
   Lexer lexer_;
   Token token_;
-  std::vector<Directive> entry_; // the directive that is being read, and its modules if it is a stream
-  int quiet_ = 0;                // the tokens that the framework has to accept before it reports an error again
+  Token former_;                    // the token before it
+  bool is_reported_ = false;        // the lexer has reported an error at the token at hand
+  std::vector<Directive> entry_;    // the directive that is being read, and its modules if it is a stream
+  bool is_between_entries_ = false; // no directive has begun yet
+  int quiet_ = 0;                   // the tokens that the framework has to accept before it reports an error again
 };
 
 void Parser::next()
 {
   if (quiet_ > 0)
     --quiet_;
-  const int line = token_.line;
-  token_ = lexer_.next();
+  const std::size_t errors_count = result_.errors.size();
+  former_ = std::exchange(token_, lexer_.next());
+  is_reported_ = result_.errors.size() > errors_count;
   if (token_.kind == Token::END)
-    token_.line = line; // nobody looks for an error in the empty lines at the end
+    token_.line = former_.line; // nobody looks for an error in the empty lines at the end
 }
 
 bool Parser::accept(int kind)
@@ -75,10 +65,16 @@ bool Parser::accept(int kind)
 
 bool Parser::fail(const std::string& what)
 {
-  const std::string found = token_.kind == Token::END      ? "the end"
-                            : token_.kind == Token::QUOTED ? '"' + token_.text + '"'
-                                                           : '\'' + token_.text + '\'';
-  result_.errors.push_back({token_.line, what + " expected, not " + found, quiet_ == 0 ? token_.logged_line : 0});
+  Expectation expectation = describe_expectation(what, token_, former_);
+  const bool is_stray = is_between_entries_ && !result_.directives.empty() && former_.line == token_.line;
+  if (is_stray && token_.kind == '{')
+    result_.directives.back().has_stray_braces = true;
+  else if (is_stray && !result_.directives.back().has_parameters)
+    expectation.message += without_arguments(result_.directives.back());
+
+  const int logged_line = quiet_ == 0 ? token_.logged_line : 0;
+  const bool is_follow_on = is_reported_ || (is_between_entries_ && is_left_over(result_, token_, former_));
+  result_.errors.push_back({expectation.line, expectation.message, logged_line, is_follow_on});
   return false;
 }
 
@@ -95,10 +91,13 @@ bool Parser::expect_name(Directive& directive)
 
 void Parser::parse_parameters(Directive& directive)
 {
+  if (is_reported_)
+    result_.errors.back().message += without_arguments(directive);
   if (token_.kind != Token::QUOTED)
     return;
   directive.has_parameters = true;
   directive.parameters = token_.text;
+  note_string_problem(directive, token_);
   next();
 }
 
@@ -151,6 +150,7 @@ bool Parser::parse_directive(Directive& directive)
   const Verb* const verb = find_verb(token_.kind);
   if (!verb || verb->verb == Directive::STREAM)
     return fail("a directive");
+  is_between_entries_ = false;
 
   directive.line = token_.line;
   directive.verb = verb->verb;
@@ -182,6 +182,7 @@ bool Parser::parse_modules()
 // stream NAME|dynamic ...|static ... [{ modules }]
 bool Parser::parse_stream()
 {
+  is_between_entries_ = false;
   Directive stream;
   stream.verb = Directive::STREAM;
   stream.line = token_.line;
@@ -199,6 +200,7 @@ bool Parser::parse_stream()
 
 bool Parser::parse_entry()
 {
+  is_between_entries_ = true;
   if (token_.kind == Token::STREAM)
     return parse_stream();
 

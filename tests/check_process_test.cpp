@@ -181,9 +181,7 @@ TEST(starter_check, writes_json_for_tools)
             "  {\"kind\": \"unknown-user\", \"severity\": \"error\", \"file\": null, \"line\": null, "
             "\"message\": \"there is no user 'no such \\\"user\\\"'\"},\n"
             "  {\"kind\": \"syntax-error\", \"severity\": \"error\", \"file\": \"x.conf\", \"line\": 2, "
-            "\"message\": \"unable to find the end of the string; the rest is not read\"},\n"
-            "  {\"kind\": \"syntax-error\", \"severity\": \"error\", \"file\": \"x.conf\", \"line\": 2, "
-            "\"message\": \"the name of a service expected, not the end\"}\n"
+            "\"message\": \"unable to find the end of the string; the rest is not read\"}\n"
             "]}\n",
             run.out);
 }
@@ -611,6 +609,93 @@ TEST(starter_check, reports_syntax_errors_and_reads_on)
   EXPECT_THAT(findings_in("# comment\ndynamic A foo\n" + directive("A") + "static\n"),
               ElementsAre("2: syntax-error: Service_Object, Module or STREAM expected, not 'foo'",
                           "4: syntax-error: the name of a service expected, not the end"));
+}
+
+// Each text is a file of its own, in which A and B stand for directives. The host is started with it, and the services
+// that start have these names and arguments; a service without arguments has no name.
+TEST(starter_check, explains_strings_and_characters)
+{
+  const std::string library = service_library("recorder");
+  const std::string factory = library + ":_make_Recorder()";
+  const std::string last_quote = "1: altered-value: service 'A', parameters: a string goes up to the last quote of its "
+                                 "line, and ";
+  const std::string long_string = " expected: a string goes up to the last quote of its line, and this one is \"" +
+                                  factory.substr(0, library.size()) + "\":_make_Recorder() \"x\"";
+  const std::string word = "1: syntax-error: a directive expected, not '";
+  const std::string no_end = "1: syntax-error: unable to find the end of the string";
+  const std::string not_read = "the rest is not read; service 'A' starts without arguments";
+  const std::string alone = "; service 'A' starts without arguments";
+  const std::string begins = "1: altered-value: service 'A', parameters: the string begins in a word, behind the first "
+                             "byte of that";
+  const std::string nameless = "A nameless service";
+  const std::tuple<std::string, Texts, Texts> cases[] = {
+      {"@A \"x\"\n@B \"y\"\n", {}, {"x", "y"}},
+      {"@A 'x' @B \"y\"\n", {}, {"x", "y"}},
+      {"@A \"x\" @B \"y\"\n",
+       {"1: lost-directive: service 'A', parameters: a string goes up to the last quote of its line, and takes in the "
+        "directive behind it: that one needs a line of its own"},
+       {"x dynamic B Service_Object * " + factory + " y"}},
+      {"@A \"x\" # \"c\"\n@B \"y\"\n", {last_quote + "takes in the comment behind it"}, {"x # c", "y"}},
+      {"@A \"x \"remove that\" #1\"\n",
+       {"1: inner-quote: service 'A', parameters: a string goes up to the last quote of its line, and this one holds "
+        "quotes of its own kind"},
+       {"x [remove that] [#1]"}},
+      {"@A \"x don't \"q\"\"\n",
+       {"1: altered-value: service 'A', parameters: the word with 't \"q\" is left out: the quote is not closed"},
+       {"x"}},
+      {"dynamic A Service_Object * \"" + library + "\":_make_Recorder() \"x\"\n@B \"y\"\n",
+       {"1: syntax-error: ':' after the library" + long_string},
+       {"y"}},
+      {"\"" + library + "\":_make_Recorder() \"x\"\n@B \"y\"\n", {"1: syntax-error: a directive" + long_string}, {"y"}},
+      {"\xef\xbb\xbf@A \"x\"\n@B \"y\"\n",
+       {word + "\\xef\\xbb\\xbfdynamic': a byte-order mark (\\xef\\xbb\\xbf) belongs to this word"},
+       {"y"}},
+      {"\xef\xbb\xbf# comment\n@B \"y\"\n", {}, {"y"}},
+      {"@A\xc2\xa0\"x\"\n@B \"y\"\n", {begins + ": a no-break space (\\xc2\\xa0) is no blank"}, {nameless, "y"}},
+      {"@A x\"y z\n@B \"y\"\n", {begins}, {nameless, "y"}},
+      {"@A \"x\"\xc2\xa0\n@B \"y\"\n",
+       {word + "\\xc2\\xa0': a no-break space (\\xc2\\xa0) belongs to this word"},
+       {"x", "y"}},
+      {"@A \"x\xc2\xa0y\"\n@B \"y\"\n",
+       {no_end + ": a no-break space (\\xc2\\xa0) in it ends the search; " + not_read},
+       {nameless}},
+      {"@A \"x\ty\"\n@B \"y\"\n", {no_end + ": a tab (\\x09) in it ends the search; " + not_read}, {nameless}},
+      {"@A \"x\" \"a\tb\"\n@B \"y\"\n", {last_quote + "a tab (\\x09) ends the search for that"}, {nameless, "y"}},
+      {"@A \"x \"a b\"\" # caf\xc3\xa9\n@B \"y\"\n",
+       {"1: inner-quote: service 'A', parameters: a string goes up to the last quote of its line, and this one holds "
+        "quotes of its own kind"},
+       {"x [a b]", "y"}},
+      {"@A \xe2\x80\x9cx it's\xe2\x80\x9d\n@B \"y\"\n",
+       {word + "\\xe2\\x80\\x9cx': a typographic quote (\\xe2\\x80\\x9c) belongs to this word" + alone},
+       {nameless, "y"}},
+      {"@A \xe2\x80\x9cx y\xe2\x80\x9d\n@B \"y\"\n",
+       {word + "\\xe2\\x80\\x9cx': a typographic quote (\\xe2\\x80\\x9c) belongs to this word" + alone},
+       {nameless, "y"}},
+      {"@A \"\xc3\xa9\"\n@B \"y\"\n",
+       {no_end + ": a character that is not printable ASCII (\\xc3\\xa9) in it ends the search; " + not_read},
+       {nameless}},
+      {"@A \"x\n@B \"y\"\n", {no_end + "; " + not_read}, {nameless}},
+      {"remove \"\n", {no_end + "; the rest is not read"}, {}},
+      {"@A {\n@B \"y\"\n}\n", {word + "{': modules need 'stream dynamic'"}, {nameless, "y"}}};
+
+  for (const auto& [pattern, findings, started] : cases) {
+    const std::string text =
+        std::regex_replace(std::regex_replace(pattern, std::regex("@A"), "dynamic A Service_Object * " + factory),
+                           std::regex("@B"), "dynamic B Service_Object * " + factory);
+    SCOPED_TRACE(text);
+    EXPECT_EQ(findings, findings_in(text));
+
+    const Temp_Dir dir;
+    Starter_Process starter({"-f", dir.write("x.conf", text)});
+    EXPECT_TRUE(starter.wait_for_event_loop()) << starter.log();
+    starter.send(SIGTERM);
+    EXPECT_EQ(0, starter.wait_status()) << starter.log();
+    Texts names;
+    for (const std::string& line : lines(starter.log()))
+      if (const std::size_t at = line.find(" starts."); at != std::string::npos)
+        names.push_back(line.substr(0, at) + line.substr(at + 8));
+    EXPECT_EQ(started, names);
+  }
 }
 
 // ---- Services

@@ -1,3 +1,4 @@
+#include "check/characters.h"
 #include "check/library_probe.h"
 #include "check/loaded_services.h"
 #include "check/loader_model.h"
@@ -194,6 +195,34 @@ TEST(svc_conf_parser, keeps_the_parts_of_a_directive)
     EXPECT_EQ(parameters, directive.parameters);
     EXPECT_EQ(*parameters != '\0', directive.has_parameters);
   }
+}
+
+// ---- Characters
+
+TEST(name_character, tells_its_name_and_its_bytes)
+{
+  const std::tuple<std::string, const char*> cases[] = {
+      {"\t", "a tab (\\x09)"},
+      {"\xef\xbb\xbfx", "a byte-order mark (\\xef\\xbb\\xbf)"},
+      {"\xc2\xa0\xa0", "a no-break space (\\xc2\\xa0)"},
+      {"\xe2\x80\x9cx", "a typographic quote (\\xe2\\x80\\x9c)"},
+      {"\xe2\x80\x93", "a typographic dash (\\xe2\\x80\\x93)"},
+      {"\xe2\x82\xac!", "a character that is not printable ASCII (\\xe2\\x82\\xac)"},
+      {"\x01\x80", "a character that is not printable ASCII (\\x01)"},
+      {"\xff", "a character that is not printable ASCII (\\xff)"},
+      {std::string(1, '\0'), "a character that is not printable ASCII (\\x00)"}};
+
+  for (const auto& [text, name] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(name, name_character("a" + text, 1));
+    EXPECT_EQ(name, name_odd_character("a" + text));
+  }
+  EXPECT_EQ("", name_odd_character(" plain~"));
+}
+
+TEST(escape_bytes, leaves_printable_ascii_alone)
+{
+  EXPECT_EQ(" a\\~\\x09\\xc3\\xa9\\x7f", escape_bytes(" a\\~\t\xc3\xa9\x7f"));
 }
 
 // ---- Values
