@@ -6,6 +6,7 @@
 #include "check/reactor_findings.h"
 #include "check/report.h"
 #include "check/services.h"
+#include "check/usage.h"
 #include "starter/product_version.h"
 
 #include <ace/Log_Msg.h>
@@ -20,23 +21,6 @@
 #include <vector>
 
 enum { CLEAN, WITH_FINDINGS, MISUSE };
-
-static const char USAGE[] =
-    "Usage: starter-check [--allow-warnings] [--json] [--compare-files FILE] [ARGUMENT...]\n"
-    "       starter-check --save-files FILE [ARGUMENT...]\n"
-    "       starter-check --help | --version\n"
-    "\n"
-    "Report what starter would refuse, ignore or fail to load when it is started with the\n"
-    "arguments. Options of the checker's own stand before them. No service is initialised.\n"
-    "\n"
-    "  --allow-warnings      let findings that are only warnings pass: the exit status is 0\n"
-    "  --json                write the findings as a JSON object\n"
-    "  --compare-files FILE  report configuration files that are new or gone since FILE was saved\n"
-    "  --save-files FILE     check nothing, and write the list of configuration files to FILE\n"
-    "  --help                write this text\n"
-    "  --version             write the version\n"
-    "\n"
-    "Exit status: 0 nothing found, 1 with findings, 2 for misuse, or when nothing can be said.\n";
 
 static int print(const char* text, int status)
 {
@@ -60,6 +44,7 @@ struct Checker_Options
 {
   bool allow_warnings = false;
   bool json = false;
+  bool quiet = false;
   std::string save_files; // absolute paths, or empty
   std::string compare_files;
 };
@@ -74,6 +59,8 @@ static bool take_options(std::vector<char*>& line, Checker_Options& options)
       options.allow_warnings = true;
     else if (std::strcmp(line[i], JSON_OPTION) == 0)
       options.json = true;
+    else if (std::strcmp(line[i], QUIET_OPTION) == 0 || std::strcmp(line[i], SHORT_QUIET_OPTION) == 0)
+      options.quiet = true;
     else if (!saves && std::strcmp(line[i], COMPARE_FILES_OPTION) != 0)
       break;
     else if (++i == line.size() || !*line[i])
@@ -122,13 +109,15 @@ static int check(std::vector<char*>& line, const Checker_Options& options)
   check_command_line(argc, line.data(), findings);
   if (!check_reactor_limit(argc, line.data(), findings))
     return fail("cannot start a process to try a reactor in");
-  File_List files;
-  if (!check_services(argc, line.data(), findings, files))
+  Checked_Configuration checked;
+  if (!check_services(argc, line.data(), findings, checked))
     return fail("cannot start a process to try a library in, or move to the directory /");
   if (!options.compare_files.empty())
-    compare_with_saved_list(options.compare_files, files, findings);
+    compare_with_saved_list(options.compare_files, checked.files, findings);
 
-  const std::string report = options.json ? format_json(findings) : format_text(findings);
+  if (findings.empty() && !options.quiet && !options.json)
+    std::fputs(format_nothing(checked).c_str(), stderr); // tools find nothing but findings on standard output
+  const std::string report = options.json ? format_json(findings, checked) : format_text(findings);
   const bool is_clean = options.allow_warnings ? !has_errors(findings) : findings.empty();
   return print(report.c_str(), is_clean ? CLEAN : WITH_FINDINGS);
 }
@@ -149,7 +138,8 @@ int main(int argc, char** argv)
   Checker_Options options;
   if (!take_options(line, options))
     return fail("--save-files and --compare-files take the path of a file");
-  if (!options.save_files.empty() && (options.json || options.allow_warnings || !options.compare_files.empty()))
+  if (!options.save_files.empty() &&
+      (options.json || options.allow_warnings || options.quiet || !options.compare_files.empty()))
     return fail("--save-files checks nothing, and takes no other option of the checker's own");
   char host[] = "starter";
   line[0] = host; // by what name it will be started is not known, and its arguments depend on that

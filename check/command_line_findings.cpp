@@ -4,14 +4,17 @@
 #include "check/command_line_reader.h"
 #include "scrt/make_reactor.h"
 #include "scrt/natoi.h"
+#include "starter/configuration.h"
 #include "starter/identity.h"
 #include "starter/options.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -40,7 +43,11 @@ std::string ignored(const std::string& argument, Role own, Role configurator)
     return quoted(argument) + " is no option of the host; as one of the checker's own it stands before all others";
   if (argument.size() > 1 && argument[0] == '-')
     return quoted(argument) + " is ignored: no such option, or more than one of that beginning";
-  return quoted(argument) + " is ignored: it is no option and belongs to none";
+  const std::string stray = quoted(argument) + " is ignored: it is no option and belongs to none";
+  std::error_code no_file;
+  const bool is_configuration = std::filesystem::is_directory(argument, no_file) ||
+                                (is_file_extension(argument.c_str(), "conf") && is_regular_file(argument.c_str()));
+  return is_configuration ? stray + "; '-f " + argument + "' loads services from it" : stray;
 }
 
 // A word that one reading uses and the other one ignores is in order: each reader passes over what is for the other.

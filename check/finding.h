@@ -13,6 +13,7 @@ enum class Finding_Kind {
   DESCRIPTOR_LIMIT,
   DUPLICATE_SERVICE,
   EMPTY_DIRECTORY,
+  EMPTY_FILE,
   EMPTY_STREAM,
   FATAL_DIRECTIVE,
   IGNORED_ARGUMENT,
@@ -20,6 +21,7 @@ enum class Finding_Kind {
   INNER_QUOTE,
   LIBRARY_NOT_LOADED,
   LOST_DIRECTIVE,
+  MISNAMED_FILE,
   MISSING_FACTORY,
   MISSING_FUNCTION,
   MISSING_VALUE,
@@ -64,6 +66,8 @@ constexpr Kind_Description describe_kind(Finding_Kind kind)
     return {"duplicate-service", Severity::WARNING};
   case Finding_Kind::EMPTY_DIRECTORY:
     return {"empty-directory", Severity::ERROR};
+  case Finding_Kind::EMPTY_FILE:
+    return {"empty-file", Severity::WARNING};
   case Finding_Kind::EMPTY_STREAM:
     return {"empty-stream", Severity::WARNING};
   case Finding_Kind::FATAL_DIRECTIVE:
@@ -78,6 +82,8 @@ constexpr Kind_Description describe_kind(Finding_Kind kind)
     return {"library-not-loaded", Severity::ERROR};
   case Finding_Kind::LOST_DIRECTIVE:
     return {"lost-directive", Severity::ERROR};
+  case Finding_Kind::MISNAMED_FILE:
+    return {"misnamed-file", Severity::WARNING};
   case Finding_Kind::MISSING_FACTORY:
     return {"missing-factory", Severity::ERROR};
   case Finding_Kind::MISSING_FUNCTION:

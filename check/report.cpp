@@ -67,6 +67,13 @@ std::string format_text(const Findings& findings)
   return text;
 }
 
+std::string format_nothing(const Checked_Configuration& checked)
+{
+  return "starter-check: nothing to report (files: " + std::to_string(checked.files_read) +
+         ", directives: " + std::to_string(checked.directives) + ", services: " + std::to_string(checked.services) +
+         ")\n";
+}
+
 static std::string json_string(const std::string& text)
 {
   std::string result = "\"";
@@ -86,7 +93,7 @@ static std::string json_string(const std::string& text)
   return result + '"';
 }
 
-std::string format_json(const Findings& findings)
+std::string format_json(const Findings& findings, const Checked_Configuration& checked)
 {
   std::string text = "{\"findings\": [";
   const char* separator = "";
@@ -99,5 +106,8 @@ std::string format_json(const Findings& findings)
     text += ", \"message\": " + json_string(finding.message) + '}';
     separator = ",";
   }
-  return text + (findings.empty() ? "]}\n" : "\n]}\n");
+  text += findings.empty() ? "]" : "\n]";
+  text += ", \"checked\": {\"files\": " + std::to_string(checked.files_read);
+  text += ", \"directives\": " + std::to_string(checked.directives);
+  return text + ", \"services\": " + std::to_string(checked.services) + "}}\n";
 }

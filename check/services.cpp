@@ -12,6 +12,8 @@
 #include "starter/open_service_config.h"
 #include "starter/options.h"
 
+#include <set>
+#include <string>
 #include <vector>
 
 #include <unistd.h>
@@ -22,9 +24,22 @@ static bool move_to_background_directory()
   return chdir("/") == 0;
 }
 
+static void count(const std::vector<Read_Source>& sources, const std::vector<Placed_Directive>& directives,
+                  Checked_Configuration& checked)
+{
+  for (const Read_Source& read : sources)
+    checked.files_read += read.source.is_file && read.error == 0 && !read.is_unlooked && !read.is_repeated ? 1 : 0;
+  std::set<std::string> services;
+  for (const Placed_Directive& placed : directives)
+    if (placed.directive.verb == Directive::DYNAMIC)
+      services.insert(placed.directive.name);
+  checked.directives = directives.size();
+  checked.services = services.size();
+}
+
 // `argv` holds the `argc` arguments that the configurator is opened with.
 static bool check_configuration(const std::vector<Meant_Option>& meant, int argc, char** argv, Findings& findings,
-                                File_List& files)
+                                Checked_Configuration& checked)
 {
   check_configurator_options(meant, argc, argv, findings);
   check_signals(argc, argv, findings);
@@ -32,13 +47,14 @@ static bool check_configuration(const std::vector<Meant_Option>& meant, int argc
     return false;
 
   const std::vector<Source> given = configurator_sources(argc, argv);
-  files = list_files(given);
+  checked.files = list_files(given);
   const std::vector<Read_Source> sources = read_sources(given);
   check_sources(sources, findings);
 
   std::vector<Placed_Directive> directives = place_directives(sources);
   if (!run_probes(directives))
     return false;
+  count(sources, directives, checked);
   check_steps(simulate_loader(directives), findings);
   return true;
 }
@@ -56,7 +72,7 @@ bool list_configuration_files(int argc, char** argv, File_List& files)
   });
 }
 
-bool check_services(int argc, char** argv, Findings& findings, File_List& files)
+bool check_services(int argc, char** argv, Findings& findings, Checked_Configuration& checked)
 {
   if (parse_options(argc, argv).background && !move_to_background_directory())
     return false;
@@ -64,6 +80,6 @@ bool check_services(int argc, char** argv, Findings& findings, File_List& files)
   check_directories(argc, argv, findings);
   const std::vector<Meant_Option> meant = meant_options(argc, argv);
   return open_service_config(argc, argv, true, [&](int args_count, char** args) {
-    return args && check_configuration(meant, args_count, args, findings, files);
+    return args && check_configuration(meant, args_count, args, findings, checked);
   });
 }

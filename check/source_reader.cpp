@@ -1,5 +1,6 @@
 #include "check/source_reader.h"
 
+#include "check/near_names.h"
 #include "check/svc_conf_parser.h"
 #include "starter/configuration.h"
 #include "starter/open_service_config.h"
@@ -20,9 +21,13 @@ bool list_directory(const std::string& path, Directory_Listing& listing)
     return false;
 
   std::error_code ignored; // the directory has just been read
-  for (const fs::directory_entry& entry : fs::directory_iterator(path, ignored))
-    if (is_file_extension(entry.path().c_str(), "conf") && !is_regular_file(entry.path().c_str()))
+  for (const fs::directory_entry& entry : fs::directory_iterator(path, ignored)) {
+    const bool is_regular = is_regular_file(entry.path().c_str());
+    if (is_regular && is_almost_conf(entry.path().filename()))
+      listing.misnamed.insert(entry.path());
+    else if (!is_regular && is_file_extension(entry.path().c_str(), "conf"))
       listing.passed_over.insert(entry.path());
+  }
   return true;
 }
 

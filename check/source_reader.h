@@ -13,6 +13,7 @@
 struct Directory_Listing
 {
   std::set<std::string> files;       ///< the paths that stand for it
+  std::set<std::string> misnamed;    ///< the paths of regular files whose names are almost those of such files
   std::set<std::string> passed_over; ///< the paths that have the name of such a file and are no regular file
 };
 

@@ -12,7 +12,7 @@ _starter()
 
   local options='--background --group --primary-group --reactor --threads --user -S -b -d -f -k -n -p -s -y'
   if [[ ${COMP_WORDS[0]##*/} == starter-check ]]; then
-    options+=' --allow-warnings --compare-files --help --json --save-files --version'
+    options+=' --allow-warnings --compare-files --help --json --quiet --save-files --version'
   fi
 
   COMPREPLY=()

@@ -1,4 +1,5 @@
 #include "check/finding.h"
+#include "tests/support/program_options.h"
 #include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
 #include "tests/support/temp_dir.h"
@@ -33,7 +34,19 @@ struct Outcome
   int status; // negative: the number of the signal that ended it
   std::string out;
   std::string err;
+  std::string summary = {}; // of a run without findings: the line about that, which is not in `err`
 };
+
+// Take the summary out of the standard error stream.
+static Outcome without_summary(Outcome outcome)
+{
+  static const std::regex summary("starter-check: nothing to report .*\n");
+  std::smatch match;
+  if (std::regex_search(outcome.err, match, summary))
+    outcome.summary = match.str();
+  outcome.err = std::regex_replace(outcome.err, summary, "");
+  return outcome;
+}
 
 static std::vector<char*> pointers(Texts& texts)
 {
@@ -67,8 +80,8 @@ static Outcome check(const Temp_Dir& dir, Texts args, const std::map<std::string
 
   int status = 0;
   waitpid(pid, &status, 0);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), read_file(streams / "out"),
-          read_file(streams / "err")};
+  return without_summary({WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), read_file(streams / "out"),
+                          read_file(streams / "err")});
 }
 
 static Texts lines(const std::string& text)
@@ -119,6 +132,9 @@ static Texts findings_in(const std::string& content, const Texts& args = {}, con
     findings.push_back(line.rfind("x.conf:", 0) == 0 ? line.substr(7) : line);
   return findings;
 }
+
+// A file that says something and loads nothing.
+static const char NOTHING_TO_LOAD[] = "remove Nothing\n";
 
 // What a file before a stream has to remove, so that a hang-up breaks nothing.
 static const char REMOVALS[] = "remove S\nremove M\nremove N\n";
@@ -173,7 +189,8 @@ TEST(starter_check, writes_json_for_tools)
 
   const Outcome clean = check(dir, {"--json", "-d"});
   EXPECT_EQ(0, clean.status);
-  EXPECT_EQ("{\"findings\": []}\n", clean.out);
+  EXPECT_EQ("{\"findings\": [], \"checked\": {\"files\": 0, \"directives\": 0, \"services\": 0}}\n", clean.out);
+  EXPECT_EQ("", clean.summary);
 
   const Outcome run = check(dir, {"--json", "--user", "no such \"user\"", "-f", "x.conf"});
   EXPECT_EQ(1, run.status);
@@ -182,8 +199,59 @@ TEST(starter_check, writes_json_for_tools)
             "\"message\": \"there is no user 'no such \\\"user\\\"'\"},\n"
             "  {\"kind\": \"syntax-error\", \"severity\": \"error\", \"file\": \"x.conf\", \"line\": 2, "
             "\"message\": \"unable to find the end of the string; the rest is not read\"}\n"
-            "]}\n",
+            "], \"checked\": {\"files\": 1, \"directives\": 0, \"services\": 0}}\n",
             run.out);
+}
+
+TEST(starter_check, tells_in_one_line_what_it_has_looked_at_when_it_finds_nothing)
+{
+  const Temp_Dir dir;
+  dir.write("x.d/a.conf", directive("A") + directive("B") + "suspend A\n");
+  dir.write("x.d/b.conf", "remove C\n" + directive("C"));
+  const Outcome run = check(dir, {"-f", "x.d", "-S", "resume A"});
+  EXPECT_EQ(0, run.status);
+  EXPECT_EQ("", run.out + run.err);
+  EXPECT_EQ("starter-check: nothing to report (files: 2, directives: 6, services: 3)\n", run.summary);
+  EXPECT_EQ("starter-check: nothing to report (files: 0, directives: 0, services: 0)\n", check(dir, {}).summary);
+
+  for (const char* const quiet : {"-q", "--quiet"})
+    EXPECT_EQ("", check(dir, {quiet, "-f", "x.d"}).summary);
+  const Outcome with_warnings = check(dir, {"--quiet", "--allow-warnings", "--reactor", "none"});
+  EXPECT_EQ(0, with_warnings.status);
+  EXPECT_THAT(lines(with_warnings.out), ElementsAre(HasSubstr("unknown-reactor")));
+  EXPECT_EQ("", with_warnings.summary);
+}
+
+// The options that are listed under a heading of the usage, as program_options() has them.
+static std::set<std::string> options_in_usage(const std::string& usage, const std::string& heading)
+{
+  static const std::regex option("\n  (--?[A-Za-z-]+)(([= ])[A-Z]+)?");
+  const std::size_t begin = usage.find(heading) + heading.size();
+  const std::string part = usage.substr(begin, usage.find("\n\n", begin) - begin);
+  std::set<std::string> options;
+  for (std::sregex_iterator i(part.begin(), part.end(), option); i != std::sregex_iterator(); ++i)
+    options.insert((*i)[1].str() + ((*i)[2].length() > 0 ? "=" : ""));
+  return options;
+}
+
+TEST(starter_check, lists_the_options_of_the_host_in_its_usage)
+{
+  const std::string usage = check(Temp_Dir(), {"--help"}).out;
+
+  std::set<std::string> expected = program_options();
+  expected.erase("--thread-pool="); // accepted and dropped
+  EXPECT_EQ(expected, options_in_usage(usage, "Options of starter:"));
+  EXPECT_THAT(
+      options_in_usage(usage, "Options of the checker:"),
+      ElementsAre("--allow-warnings", "--compare-files=", "--help", "--json", "--quiet", "--save-files=", "--version"));
+}
+
+// That is why the checker lists its options.
+TEST(starter_check, stands_in_for_a_host_that_starts_whatever_it_is_asked)
+{
+  Starter_Process starter({"--help"});
+
+  EXPECT_TRUE(starter.wait_for_event_loop()) << starter.log();
 }
 
 TEST(starter_check, lets_warnings_pass_on_request_and_no_errors)
@@ -209,8 +277,8 @@ TEST(starter_check, lets_warnings_pass_on_request_and_no_errors)
 TEST(starter_check, reports_files_that_are_new_or_gone_since_their_list_was_saved)
 {
   const Temp_Dir dir;
-  dir.write("x.d/a.conf", "");
-  dir.write("x.d/b c.conf", "");
+  dir.write("x.d/a.conf", NOTHING_TO_LOAD);
+  dir.write("x.d/b c.conf", NOTHING_TO_LOAD);
   dir.write("list", "");
   EXPECT_EQ(0, check(dir, {"--save-files", "list", "-f", "x.d"}).status);
   EXPECT_EQ(std::string("x.d/a.conf\0x.d/b c.conf\0", 24), read_file(dir / "list"));
@@ -304,6 +372,21 @@ TEST(starter_check, reports_arguments_that_the_host_ignores)
   expect_findings({"--reactor="}, {"ignored-argument: --reactor is ignored: its value is empty"});
   expect_findings({"--background=no"},
                   {"ignored-argument: '--background=no' goes to the background whatever follows the equals sign"});
+}
+
+TEST(starter_check, suggests_the_option_for_a_configuration_that_is_given_without)
+{
+  const Temp_Dir dir;
+  dir.write("conf.d/x.txt", "");
+  dir.write("x.conf", NOTHING_TO_LOAD);
+  const std::string ignored = "' is ignored: it is no option and belongs to none";
+
+  EXPECT_THAT(
+      lines(check(dir, {"conf.d", "x.conf", "conf.d/x.txt", "none.conf"}).out),
+      ElementsAre("command line: warning: ignored-argument: 'conf.d" + ignored + "; '-f conf.d' loads services from it",
+                  "command line: warning: ignored-argument: 'x.conf" + ignored + "; '-f x.conf' loads services from it",
+                  "command line: warning: ignored-argument: 'conf.d/x.txt" + ignored,
+                  "command line: warning: ignored-argument: 'none.conf" + ignored));
 }
 
 TEST(starter_check, reports_options_without_their_value)
@@ -415,7 +498,7 @@ TEST(starter_check, tells_which_of_two_values_is_in_effect)
 TEST(starter_check, reports_a_variable_in_the_name_of_a_file_of_a_directory)
 {
   const Temp_Dir dir;
-  dir.write("x.d/$SET_HERE.conf", "");
+  dir.write("x.d/$SET_HERE.conf", NOTHING_TO_LOAD);
   EXPECT_THAT(lines(check(dir, {"-f", "x.d"}, {{"SET_HERE", "a"}}).out),
               ElementsAre("command line: altered-value: -f 'x.d/$SET_HERE.conf': the framework replaces a variable in "
                           "the name of this file",
@@ -473,7 +556,7 @@ TEST(starter_check, reports_values_that_look_like_options)
 {
   const std::string taken = "command line: warning: read-twice: the configurator takes ";
   const Temp_Dir dir;
-  dir.write("x.conf", "");
+  dir.write("x.conf", NOTHING_TO_LOAD);
   EXPECT_EQ(taken + "'-s 1' out of a value\n", check(dir, {"-k", "-s1"}).out);
   EXPECT_EQ(taken + "'-b' out of a value\n", check(dir, {"-k", "-b"}).out);
   EXPECT_EQ(taken + "'-f x.conf' out of a value\n", check(dir, {"-p", "-fx.conf"}).out);
@@ -486,7 +569,7 @@ TEST(starter_check, reports_options_that_are_lost_in_a_strict_environment)
                            "options\n";
   const std::map<std::string, std::string> env{{"POSIXLY_CORRECT", "1"}};
   const Temp_Dir dir;
-  dir.write("x.conf", "");
+  dir.write("x.conf", NOTHING_TO_LOAD);
 
   EXPECT_EQ("command line: warning: ignored-argument: '-f x.conf'" + lost,
             check(dir, {"-p", "pid", "-f", "x.conf"}, env).out);
@@ -560,14 +643,14 @@ TEST(starter_check, reads_the_default_file_when_there_is_one)
 
   dir.write("svc.conf", "\nfoo\n");
   EXPECT_EQ("./svc.conf:2: syntax-error: a directive expected, not 'foo'\n", check(dir, {"-d"}).out);
-  dir.write("x.conf", "");
+  dir.write("x.conf", NOTHING_TO_LOAD);
   EXPECT_EQ("", check(dir, {"-f", "x.conf"}).out);
 }
 
 TEST(starter_check, reports_what_is_passed_over_in_a_directory)
 {
   Temp_Dir dir;
-  dir.write("d/a.conf", "# nothing\n");
+  dir.write("d/a.conf", NOTHING_TO_LOAD);
   dir.write("d/c.txt", "dynamic\n");
   dir.write("d/d.conf/e.conf", "dynamic\n");
   std::filesystem::create_symlink("nowhere", dir / "d/b.conf");
@@ -578,6 +661,40 @@ TEST(starter_check, reports_what_is_passed_over_in_a_directory)
               ElementsAre("empty: empty-directory: no regular file in it has a name that ends in .conf",
                           "d/b.conf" + passed_over, "d/d.conf" + passed_over));
   EXPECT_THAT(lines(check(dir, {"-f", "d/"}).out), ElementsAre("d/b.conf" + passed_over, "d/d.conf" + passed_over));
+}
+
+TEST(starter_check, reports_files_without_a_directive)
+{
+  const std::string finding = ": warning: empty-file: has no directive in it, so nothing is loaded from it";
+  const Temp_Dir dir;
+  dir.write("x.d/a.conf", "");
+  dir.write("x.d/b.conf", "# a comment\n\n \t# another");
+  dir.write("x.d/c.conf", "foo\n");
+  dir.write("svc.conf", "\n");
+  EXPECT_THAT(lines(check(dir, {"-f", "x.d", "-f", "/dev/null", "-S", ""}).out),
+              ElementsAre(HasSubstr("altered-value"), "x.d/a.conf" + finding, "x.d/b.conf" + finding,
+                          "x.d/c.conf:1: syntax-error: a directive expected, not 'foo'"));
+  EXPECT_EQ("./svc.conf" + finding + '\n', check(dir, {}).out);
+  EXPECT_EQ(0, check(dir, {"--allow-warnings"}).status);
+}
+
+TEST(starter_check, reports_files_whose_names_almost_end_as_they_should)
+{
+  const Temp_Dir dir;
+  dir.write("d/right.conf", NOTHING_TO_LOAD);
+  Texts expected;
+  for (const char* const name : {"a.config", "b.CONF", "c.cnf"}) {
+    dir.write(std::string("d/") + name, "foo\n");
+    expected.push_back(std::string("d/") + name +
+                       ": warning: misnamed-file: is passed over: its name does not end in "
+                       ".conf");
+  }
+  for (const char* const name : {"right.conf~", "right.conf.bak", "README", "notes.txt", "x.config/y"})
+    dir.write(std::string("d/") + name, "foo\n");
+
+  const Outcome run = check(dir, {"--allow-warnings", "-f", "d"});
+  EXPECT_EQ(0, run.status);
+  EXPECT_EQ(expected, lines(run.out));
 }
 
 TEST(starter_check, reads_the_files_of_a_directory_in_order)
@@ -598,7 +715,7 @@ TEST(starter_check, reads_the_files_of_a_directory_in_order)
 TEST(starter_check, looks_for_files_where_the_host_does_in_the_background)
 {
   const Temp_Dir dir;
-  dir.write("x.conf", "");
+  dir.write("x.conf", NOTHING_TO_LOAD);
   EXPECT_EQ(0, check(dir, {"-f", "x.conf"}).status);
   EXPECT_THAT(check(dir, {"--background", "-f", "x.conf"}).out, StartsWith("x.conf: unreadable-file: "));
   EXPECT_THAT(check(dir, {"-b", "-f", "x.conf"}).out, StartsWith("x.conf: unreadable-file: "));
@@ -950,7 +1067,7 @@ TEST(starter_check, reports_streams_that_break)
   const std::tuple<std::string, std::string, Texts> cases[] = {
       {"remove S\nremove M\nremove N\n", both, {}},
       {"remove S\nremove N\nremove M\n", both, {}},
-      {"#", both, {"2.conf:2" + again_on_reload("M")}},
+      {NOTHING_TO_LOAD, both, {"2.conf:2" + again_on_reload("M")}},
       {"remove S\n", both, {"2.conf:2" + again_on_reload("M")}},
       {"remove S\nremove M\n", both, {"2.conf:3" + again_on_reload("N")}},
       {"remove M\nremove N\n",
@@ -959,11 +1076,13 @@ TEST(starter_check, reports_streams_that_break)
       {"remove N\nremove M\nremove S\n",
        both,
        {"1.conf:1" + error + "on the first hang-up, 'N' goes while it is on the stream 'S'" + end + in_order}},
-      {"#", both + m, {"2.conf:5" + error + "'M' goes while it is on the stream 'S'" + end + in_order}},
-      {"#", s + "{ " + m + "}\n" + t + "{ " + m + "}\n", {"2.conf:3" + again("M", "T")}},
-      {"#", s + "{ " + m + "}\n" + s + "{ " + m + "}\n", {"2.conf:3" + duplicate, "2.conf:3" + again("M", "S")}},
-      {"#", both + "stream S { static M }\n", {"2.conf:5" + again("M", "S")}},
-      {"#",
+      {NOTHING_TO_LOAD, both + m, {"2.conf:5" + error + "'M' goes while it is on the stream 'S'" + end + in_order}},
+      {NOTHING_TO_LOAD, s + "{ " + m + "}\n" + t + "{ " + m + "}\n", {"2.conf:3" + again("M", "T")}},
+      {NOTHING_TO_LOAD,
+       s + "{ " + m + "}\n" + s + "{ " + m + "}\n",
+       {"2.conf:3" + duplicate, "2.conf:3" + again("M", "S")}},
+      {NOTHING_TO_LOAD, both + "stream S { static M }\n", {"2.conf:5" + again("M", "S")}},
+      {NOTHING_TO_LOAD,
        s + "{ " + m + "}\n" + s + "{ " + n + "static M }\n",
        {"2.conf:3" + duplicate, "2.conf:4" + again("M", "S")}},
       {"remove S\nremove M\nremove N\n",

@@ -2,6 +2,7 @@
 #include "check/library_probe.h"
 #include "check/loaded_services.h"
 #include "check/loader_model.h"
+#include "check/near_names.h"
 #include "check/probe_plan.h"
 #include "check/report.h"
 #include "check/substitution.h"
@@ -223,6 +224,20 @@ TEST(name_character, tells_its_name_and_its_bytes)
 TEST(escape_bytes, leaves_printable_ascii_alone)
 {
   EXPECT_EQ(" a\\~\\x09\\xc3\\xa9\\x7f", escape_bytes(" a\\~\t\xc3\xa9\x7f"));
+}
+
+// ---- Names of files
+
+TEST(is_almost_conf, tells_slips_from_other_names)
+{
+  for (const char* const name : {"a.config", "a.cfg", "a.CONF", "a.Conf", "a.con", "a.cnf", "a.onf", "a.conff",
+                                 "a.cofn", "a.ocnf", "a.conv", "a.confg", "a.conf ", "a.CONFIG", ".config", "a.b.cof"})
+    EXPECT_TRUE(is_almost_conf(name)) << name;
+  for (const char* const name :
+       {"a.conf",     ".conf",      "a",           "",        "conf",   "config", "a.",    "a.conf~",
+        "#a.conf#",   "a.conf.bak", "a.conf.orig", "a.conf1", "a.c",    "a.cpp",  "a.txt", "a.fnoc",
+        "a.confused", "a.font",     "a.cn",        "a.conf/", "a.json", "a.env"})
+    EXPECT_FALSE(is_almost_conf(name)) << name;
 }
 
 // ---- Values
@@ -481,15 +496,17 @@ TEST(check_report, writes_one_line_a_finding)
 
 TEST(check_report, writes_json_whatever_the_texts_hold)
 {
-  EXPECT_EQ("{\"findings\": []}\n", format_json({}));
+  EXPECT_EQ("{\"findings\": [], \"checked\": {\"files\": 2, \"directives\": 4, \"services\": 3}}\n",
+            format_json({}, {{}, 2, 4, 3}));
   EXPECT_EQ(
       "{\"findings\": [\n"
       "  {\"kind\": \"bad-signal\", \"severity\": \"error\", \"file\": null, \"line\": null, \"message\": \"b\"},\n"
       "  {\"kind\": \"syntax-error\", \"severity\": \"error\", \"file\": \"f\\\\\", \"line\": 7, \"message\": "
       "\"\\\"\\u0009\\u0000\xc3\xa9\\ufffd\"}\n"
-      "]}\n",
+      "], \"checked\": {\"files\": 0, \"directives\": 0, \"services\": 0}}\n",
       format_json({{Finding_Kind::BAD_SIGNAL, {}, "b"},
-                   {Finding_Kind::SYNTAX_ERROR, {"f\\", 7}, std::string("\"\t\0\xc3\xa9\xff", 6)}}));
+                   {Finding_Kind::SYNTAX_ERROR, {"f\\", 7}, std::string("\"\t\0\xc3\xa9\xff", 6)}},
+                  {}));
 }
 
 // The bytes of the text as the report writes them when they are no UTF-8, or control characters.
@@ -512,8 +529,8 @@ static void expect_reports(const std::string& message, const std::string& text, 
   EXPECT_EQ("command line: bad-signal: " + text + '\n', format_text(findings));
   EXPECT_EQ("{\"findings\": [\n  {\"kind\": \"bad-signal\", \"severity\": \"error\", \"file\": null, \"line\": null, "
             "\"message\": \"" +
-                json + "\"}\n]}\n",
-            format_json(findings));
+                json + "\"}\n], \"checked\": {\"files\": 0, \"directives\": 0, \"services\": 0}}\n",
+            format_json(findings, {}));
 }
 
 TEST(check_report, leaves_characters_as_they_are)
