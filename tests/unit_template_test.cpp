@@ -372,7 +372,7 @@ TEST_F(unit_template, is_stopped_in_order_before_the_package_is_removed)
   EXPECT_TRUE(machine_.succeeds("sh " TESTS_MAINTAINER_SCRIPTS "/postrm remove"));
 }
 
-TEST_F(unit_template, starts_a_component_in_spite_of_what_the_checker_finds)
+TEST_F(unit_template, starts_a_component_in_spite_of_a_checker_that_fails)
 {
   boot();
   has_findings(true);
@@ -382,6 +382,21 @@ TEST_F(unit_template, starts_a_component_in_spite_of_what_the_checker_finds)
   EXPECT_EQ(0u, log().find(CHECKED_AT_START)) << "before the program starts, with its arguments";
   EXPECT_NE(std::string::npos, show("ExecStartPre").find("status=1")) << show("ExecStartPre");
   EXPECT_TRUE(wait_for_record("The staller is there.\n"));
+}
+
+TEST_F(unit_template, leaves_the_findings_to_the_reload)
+{
+  machine_.dir().write("etc/staller.d/bad.conf", "foo\n");
+  boot();
+  ASSERT_NO_FATAL_FAILURE(start());
+  ASSERT_TRUE(wait_for_record("The staller is there.\n"));
+  EXPECT_NE(std::string::npos, show("ExecStartPre").find("status=0")) << show("ExecStartPre");
+  EXPECT_EQ(std::string::npos, log().find("syntax-error")) << log();
+
+  EXPECT_FALSE(machine_.succeeds("systemctl reload starter@staller.service"));
+
+  EXPECT_THAT(log(), HasSubstr("bad.conf:1: syntax-error: a directive expected, not 'foo'\n"));
+  EXPECT_EQ("active", show("ActiveState"));
 }
 
 TEST_F(unit_template, does_not_reload_a_component_when_the_checker_finds_something)
