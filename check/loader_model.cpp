@@ -113,6 +113,22 @@ Loader_Step simulate_head(const Placed_Directive& placed, bool has_modules, Load
   return step;
 }
 
+// Whether the host ends at this step, or later because of it.
+bool ends_host(const Loader_Step& step)
+{
+  if (step.breaks != Stream_Break::NONE)
+    return true;
+  switch (step.in_stream) {
+  case Stream_Effect::STREAM_MISTYPED:
+  case Stream_Effect::MODULE_MISTYPED:
+  case Stream_Effect::MODULE_NOT_THERE:
+  case Stream_Effect::STREAM_NOT_THERE:
+    return true;
+  default:
+    return false;
+  }
+}
+
 // The framework goes through the directives in the braces from the last one to the first, and stops at one that is
 // neither "dynamic" nor "static".
 Position first_module(Position head, Position end)
@@ -140,6 +156,8 @@ void simulate_stream(Position head, Position end, Loaded_Services& services, con
       execute_at_once(inner.back(), stream, services);
   }
   steps.push_back(simulate_head(*head, true, services, failed));
+  if (steps.back().name == Name_Effect::UNKNOWN && std::any_of(inner.begin(), inner.end(), ends_host))
+    steps.back().name = Name_Effect::NONE; // the host ends for the same reason
   const Position first = first_module(head, end);
   for (Position i = head + 1; i != end; ++i) {
     Loader_Step& step = inner[static_cast<std::size_t>(i - head) - 1];
@@ -202,21 +220,6 @@ static void note_bare_streams(const Loaded_Services& services, std::vector<Loade
     step.is_bare_stream = std::none_of(steps.begin(), steps.end(), [&directive](const Loader_Step& other) {
       return other.stream && other.stream->name == directive.name;
     });
-  }
-}
-
-static bool ends_host(const Loader_Step& step)
-{
-  if (step.breaks != Stream_Break::NONE)
-    return true;
-  switch (step.in_stream) {
-  case Stream_Effect::STREAM_MISTYPED:
-  case Stream_Effect::MODULE_MISTYPED:
-  case Stream_Effect::MODULE_NOT_THERE:
-  case Stream_Effect::STREAM_NOT_THERE:
-    return true;
-  default:
-    return false;
   }
 }
 

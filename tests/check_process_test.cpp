@@ -1011,8 +1011,8 @@ TEST(starter_check, reports_modules_of_streams_at_which_the_host_ends)
   const std::string error = "1: syntax-error: a directive expected, not 'foo'";
   const std::string ends = "fatal-directive: the host ends here, with a record of a fault: ";
   const std::tuple<std::string, std::vector<std::string>, bool> cases[] = {
-      {"stream S { remove M }", {no_stream, "1: " + ends + "there is no stream 'S' before it"}, true},
-      {"stream S { static M }", {no_stream, "1: " + ends + "'M' is no module of a stream that is there"}, true},
+      {"stream S { remove M }", {"1: " + ends + "there is no stream 'S' before it"}, true},
+      {"stream S { static M }", {"1: " + ends + "'M' is no module of a stream that is there"}, true},
       {"stream S { suspend M }", {no_stream}, false},
       {"stream S { remove M foo }", {error, "1: " + ends + "there is no stream 'S' before it"}, true},
       {"stream S { static M foo }", {error, "1: " + ends + "'M' is no module of a stream that is there"}, true},
