@@ -13,7 +13,7 @@ std::string Loaded_Services::break_stream(const std::string& name)
 
 std::string Loaded_Services::load(const std::string& name, const Loaded_Service& service)
 {
-  const std::string broken = remove(name);
+  std::string broken = remove(name);
   services_.emplace(name, service);
   return broken;
 }

@@ -8,6 +8,21 @@
 #include <iterator>
 #include <string>
 
+bool ends_host(const Loader_Step& step)
+{
+  if (step.breaks != Stream_Break::NONE)
+    return true;
+  switch (step.in_stream) {
+  case Stream_Effect::STREAM_MISTYPED:
+  case Stream_Effect::MODULE_MISTYPED:
+  case Stream_Effect::MODULE_NOT_THERE:
+  case Stream_Effect::STREAM_NOT_THERE:
+    return true;
+  default:
+    return false;
+  }
+}
+
 namespace
 {
 using Position = std::vector<Placed_Directive>::const_iterator;
@@ -111,22 +126,6 @@ Loader_Step simulate_head(const Placed_Directive& placed, bool has_modules, Load
   else
     set_name(step, services);
   return step;
-}
-
-// Whether the host ends at this step, or later because of it.
-bool ends_host(const Loader_Step& step)
-{
-  if (step.breaks != Stream_Break::NONE)
-    return true;
-  switch (step.in_stream) {
-  case Stream_Effect::STREAM_MISTYPED:
-  case Stream_Effect::MODULE_MISTYPED:
-  case Stream_Effect::MODULE_NOT_THERE:
-  case Stream_Effect::STREAM_NOT_THERE:
-    return true;
-  default:
-    return false;
-  }
 }
 
 // The framework goes through the directives in the braces from the last one to the first, and stops at one that is

@@ -48,6 +48,9 @@ struct Loader_Step
   bool is_bare_stream = false;    ///< the stream that is loaded here has no module when all services are loaded
 };
 
+/// Whether the host ends at this step, or later because of it. Any thread.
+bool ends_host(const Loader_Step& step);
+
 /// Go through `directives` as the framework does, which have to outlive the steps, and tell what it does at each. A
 /// file that is passed over has a single step. Then go through the files once more, as on a hang-up: of these steps,
 /// only those follow that break a stream. The model goes on where the host would end. Any thread.

@@ -123,7 +123,7 @@ static std::string describe_break(const Loader_Step& step)
   const std::string module = '\'' + step.placed->directive.name + '\'';
   const std::string stream = '\'' + step.broken_stream + '\'';
   const std::string when = step.is_reload ? "on the first hang-up, " : "";
-  const std::string end = "; the host then ends with a record of a fault, at the latest when it is stopped";
+  const std::string end = "; the host then ends with a record of a fault or hangs, at the latest when it is stopped";
   if (step.breaks == Stream_Break::TAKEN_AWAY)
     return when + module + " goes while it is on the stream " + stream + end + "; remove the stream before its modules";
   return when + module + " is pushed onto " + stream + " and has been on a stream before" + end +

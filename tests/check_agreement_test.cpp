@@ -1,9 +1,12 @@
 // The checker is held against the configurator: on generated command lines and
 // names of files, it has to report what the configurator does not get as it is
-// meant, and nothing else.
+// meant, and nothing else. It is held against the host, too: on generated
+// streams, it has to tell whether the host is lost with them.
 
 #include "check/configurator_findings.h"
+#include "check/loader_model.h"
 #include "check/meant_options.h"
+#include "check/svc_conf_parser.h"
 #include "starter/open_service_config.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/scoped_env.h"
@@ -17,6 +20,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -450,4 +455,88 @@ TEST(check_agreement, rests_on_what_the_host_does)
   Random random(30);
   for (unsigned round = 0; round < 30 && !testing::Test::HasFailure(); ++round)
     expect_host_agrees(random);
+}
+
+// ---- Streams
+
+// A file of directives about the stream S and the modules M and N.
+static std::string make_streams(Random& random)
+{
+  static const std::string LIBRARY = TESTS_BUILT_EXAMPLES_DIR "/libstream.so";
+  static const std::string MODULE = " Module * " + LIBRARY + ":_make_Printer() ";
+  const auto pick_of = [&random](const Texts& texts) { return texts[pick(random, texts.size())]; };
+  const Texts inner{"dynamic M" + MODULE, "dynamic M" + MODULE, "dynamic N" + MODULE, "dynamic N" + MODULE,
+                    "static M ",          "resume N ",          "remove M ",          "suspend N "};
+  const Texts outer{"remove S\n", "remove M\n", "remove N\n", "dynamic M" + MODULE + '\n'};
+
+  std::string text;
+  for (std::size_t i = 1 + pick(random, 3); i > 0; --i) {
+    if (pick(random, 3) == 0) {
+      text += pick_of(outer);
+      continue;
+    }
+    text += pick(random, 4) == 0 ? "stream S {" : "stream dynamic S STREAM * " + LIBRARY + ":_make_Pipeline() { ";
+    for (std::size_t modules = 1 + pick(random, 3); modules > 0; --modules)
+      text += pick_of(inner);
+    text += "}\n";
+  }
+  return text;
+}
+
+// Whether the host is lost at its start, after a hang-up or at its end, by what the checker takes from its files.
+static bool is_fatal(const Texts& files)
+{
+  std::vector<Placed_Directive> directives;
+  for (std::size_t i = 0; i < files.size(); ++i)
+    for (const Directive& directive : parse_svc_conf(files[i]).directives) {
+      directives.push_back({directive, {std::to_string(i), directive.line}, i, {}});
+      directives.back().found.has_static = directive.verb == Directive::DYNAMIC;
+    }
+  const std::vector<Loader_Step> steps = simulate_loader(directives);
+  return std::any_of(steps.begin(), steps.end(), ends_host);
+}
+
+// The host is started, gets a hang-up and is stopped. A stream that is broken may also keep the host from going on:
+// where that is expected, nobody waits for long.
+static bool is_lost(const Texts& files, bool is_expected)
+{
+  const Temp_Dir dir;
+  for (std::size_t i = 0; i < files.size(); ++i)
+    dir.write("x.d/" + std::to_string(i) + ".conf", files[i]);
+  dir.write("x.d/last.conf", recorder("last"));
+  Starter_Process host({"-f", dir / "x.d"});
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  const auto is_over = [&] {
+    return host.count("the back trace:") != 0 || (is_expected && std::chrono::steady_clock::now() > deadline);
+  };
+  const auto reaches = [&](unsigned count) {
+    return host.wait_until([&] { return host.count("last starts.") == count || is_over(); }) && !is_over();
+  };
+
+  if (!reaches(1) || !host.wait_for_event_loop())
+    return true;
+  host.send(SIGHUP);
+  if (!reaches(2))
+    return true;
+  host.send(SIGTERM);
+  return !host.wait_until([&] { return !host.is_running() || is_over(); }) || host.is_running() ||
+         host.wait_status() != 0 || host.count("the back trace:") != 0;
+}
+
+TEST(check_agreement, holds_for_generated_streams)
+{
+  Random random(11);
+  unsigned losses = 0;
+  for (unsigned round = 0; round < 60 && !testing::Test::HasFailure(); ++round) {
+    const Texts files{"remove S\nremove M\nremove N\n", make_streams(random)};
+    const bool has_removals = pick(random, 4) != 0;
+    const Texts given(files.begin() + (has_removals ? 0 : 1), files.end());
+    SCOPED_TRACE(testing::PrintToString(given));
+
+    const bool is_expected = is_fatal(given);
+    EXPECT_EQ(is_expected, is_lost(given, is_expected));
+    losses += is_expected ? 1 : 0;
+  }
+  EXPECT_LT(10u, losses);
+  EXPECT_GT(50u, losses);
 }

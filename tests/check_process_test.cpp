@@ -1052,7 +1052,7 @@ TEST(starter_check, reports_streams_that_break)
   const std::string t = "stream dynamic T STREAM * " + library + ":_make_Pipeline() ";
   const std::string both = s + "{\n" + m + n + "}\n";
   const std::string error = ": broken-stream: ";
-  const std::string end = "; the host then ends with a record of a fault, at the latest when it is stopped";
+  const std::string end = "; the host then ends with a record of a fault or hangs, at the latest when it is stopped";
   const std::string in_order = "; remove the stream before its modules";
   const auto again = [&](const std::string& module, const std::string& stream) {
     return error + '\'' + module + "' is pushed onto '" + stream + "' and has been on a stream before" + end;
