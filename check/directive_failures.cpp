@@ -1,5 +1,7 @@
 #include "check/directive_failures.h"
 
+#include <string>
+
 bool is_loadable(const Placed_Directive& placed)
 {
   if (placed.directive.factory == Directive::STATIC_FUNCTION)
@@ -15,13 +17,17 @@ bool fails(const Placed_Directive& placed, const Loaded_Services& services)
          !placed.found.has_static;
 }
 
+static bool has_module(const Stream& stream, const std::string& name)
+{
+  const Loaded_Service* const module = stream.services.find(name);
+  return module && module->stream == stream.head.name;
+}
+
 Stream_Effect fatal_effect(const Directive& directive, const Stream& stream)
 {
-  const bool has_stream = stream.before.find(stream.head.name);
-  const bool has_module = has_stream && stream.before.find(directive.name);
-  if (directive.verb == Directive::STATIC && !has_module)
+  if (directive.verb == Directive::STATIC && !has_module(stream, directive.name))
     return Stream_Effect::MODULE_NOT_THERE;
-  if (directive.verb == Directive::REMOVE && !has_stream)
+  if (directive.verb == Directive::REMOVE && !stream.services.find(stream.head.name))
     return Stream_Effect::STREAM_NOT_THERE;
   return Stream_Effect::NONE;
 }
@@ -29,6 +35,5 @@ Stream_Effect fatal_effect(const Directive& directive, const Stream& stream)
 bool fails_in_stream(const Directive& directive, const Stream& stream)
 {
   return directive.verb != Directive::DYNAMIC && fatal_effect(directive, stream) == Stream_Effect::NONE &&
-         (directive.verb == Directive::SUSPEND || !stream.before.find(stream.head.name) ||
-          !stream.before.find(directive.name));
+         (directive.verb == Directive::SUSPEND || !has_module(stream, directive.name));
 }

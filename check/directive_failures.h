@@ -12,7 +12,7 @@
 struct Stream
 {
   const Directive& head;
-  const Loaded_Services before; ///< the services that were there before the stream
+  const Loaded_Services& services; ///< those that are there when the turn of a directive comes
 };
 
 /// Whether the library and the factory of a dynamic directive are there.

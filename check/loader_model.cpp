@@ -75,6 +75,13 @@ bool is_of_type(const Directive& directive, Directive::Type type, const Loaded_S
 
 // ---- Streams
 
+// Behind a failure in its stream, a module is still loaded. Behind one before its stream it is not.
+void set_not_pushed(Loader_Step& step, const Placed_Directive& failed)
+{
+  step.in_stream = Stream_Effect::NOT_PUSHED;
+  step.failed = failed.place;
+}
+
 // A module is pushed whatever it is and onto whatever it is: the framework does not look.
 void push_module(Loader_Step& step, const Stream& stream, Loaded_Services& services, const Placed_Directive*& failed)
 {
@@ -84,10 +91,9 @@ void push_module(Loader_Step& step, const Stream& stream, Loaded_Services& servi
   }
 
   keep_name(step, services);
-  if (failed) {
-    step.in_stream = Stream_Effect::NOT_PUSHED;
-    step.failed = failed->place;
-  } else if (fails(*step.placed, services))
+  if (failed)
+    set_not_pushed(step, *failed);
+  else if (fails(*step.placed, services))
     failed = step.placed;
   else if (!is_of_type(stream.head, Directive::STREAM_OBJECT, services))
     step.in_stream = Stream_Effect::STREAM_MISTYPED;
@@ -144,25 +150,28 @@ void simulate_stream(Position head, Position end, Loaded_Services& services, con
                      std::vector<Loader_Step>& steps)
 {
   const Stream stream{head->directive, services};
-  for (Position i = head + 1; i != end; ++i)
-    if (!failed && fails_in_stream(i->directive, stream))
-      failed = &*i;
-
+  const bool is_there = services.find(head->directive.name);
   std::vector<Loader_Step> inner;
   for (Position i = head + 1; i != end; ++i) {
     inner.push_back({&*i, &head->directive});
-    if (i->directive.verb != Directive::DYNAMIC)
-      execute_at_once(inner.back(), stream, services);
+    if (i->directive.verb == Directive::DYNAMIC)
+      continue;
+    if (!failed && fails_in_stream(i->directive, stream))
+      failed = &*i;
+    execute_at_once(inner.back(), stream, services);
   }
+
   steps.push_back(simulate_head(*head, true, services, failed));
   if (steps.back().name == Name_Effect::UNKNOWN && std::any_of(inner.begin(), inner.end(), ends_host))
     steps.back().name = Name_Effect::NONE; // the host ends for the same reason
-  const Position first = first_module(head, end);
-  for (Position i = head + 1; i != end; ++i) {
-    Loader_Step& step = inner[static_cast<std::size_t>(i - head) - 1];
-    if (i->directive.verb != Directive::DYNAMIC)
+  const Placed_Directive* const given_up = failed;
+  const std::ptrdiff_t first = first_module(head, end) - head;
+  for (Loader_Step& step : inner) {
+    if (step.placed->directive.verb != Directive::DYNAMIC)
       continue;
-    if (i < first && !failed && stream.head.verb != Directive::STREAM && stream.before.find(stream.head.name))
+    if (given_up && head->directive.verb != Directive::STREAM)
+      set_not_pushed(step, *given_up);
+    else if (step.placed - &*head < first && is_there && head->directive.verb != Directive::STREAM)
       step.in_stream = Stream_Effect::CUT_OFF;
     else
       push_module(step, stream, services, failed);
