@@ -10,71 +10,87 @@
 #include <string>
 #include <vector>
 
-// Returns numbers of `digits` digits, all different, so that no branch predictor learns one text by heart.
-static std::vector<std::string> texts_of(std::size_t digits)
+// Returns numbers of `least` to `most` digits, all different, so that no branch predictor learns one text by heart.
+static std::vector<std::string> texts_of(std::int64_t least, std::int64_t most)
 {
   std::mt19937 random(20240229);
   std::uniform_int_distribution<int> any('0', '9');
+  std::uniform_int_distribution<std::int64_t> length(least, most);
   std::vector<std::string> texts(1000);
   for (std::string& text : texts) {
     text = '1';
-    while (text.size() < digits)
+    for (std::int64_t n = length(random); n > 1; --n)
       text += static_cast<char>(any(random));
   }
   return texts;
 }
 
 // Returns the sum of the conversions of all texts, which keeps the compiler from leaving any out.
-template <typename Convert>
+template <typename T, typename Convert>
 static auto sum_of(const std::vector<std::string>& texts, Convert convert)
 {
   return [&texts, convert] {
-    decltype(convert(texts[0])) sum = 0;
+    T sum = 0;
     for (const std::string& text : texts)
-      sum += convert(text);
+      sum ^= static_cast<T>(convert(text));
     benchmark::DoNotOptimize(sum);
   };
 }
 
-// Measures a thousand conversions to unsigned long long, the way callers make them: errno tells the outcome. The
-// argument is the number of digits.
-static void natoi_side_by_side(benchmark::State& state)
+// Measures conversions to `T`, the way callers make them: errno or a result tells the outcome, and is looked at. The
+// arguments are the least and the largest number of digits.
+template <typename T>
+static void natoi_to(benchmark::State& state)
 {
-  const std::vector<std::string> texts = texts_of(static_cast<std::size_t>(state.range(0)));
+  const std::vector<std::string> texts = texts_of(state.range(0), state.range(1));
 
-  const Contender own{"natoi", sum_of(texts, [](const std::string& text) {
-                        return natoi<unsigned long long, const char*>(text.c_str(), nullptr, nullptr);
+  const Contender own{"natoi", sum_of<T>(texts, [](const std::string& text) {
+                        const T value = natoi<T, const char*>(text.c_str(), nullptr, nullptr);
+                        return errno == 0 ? value : T(0);
                       })};
-  const Contender strtol{"strtoul", sum_of(texts, [](const std::string& text) -> unsigned long long {
+  const Contender strtol{"strtol", sum_of<T>(texts, [](const std::string& text) {
                            errno = 0;
-                           return std::strtoul(text.c_str(), nullptr, 10);
+                           const auto value = std::is_signed<T>::value
+                                                  ? static_cast<T>(std::strtol(text.c_str(), nullptr, 10))
+                                                  : static_cast<T>(std::strtoul(text.c_str(), nullptr, 10));
+                           return errno == 0 ? value : T(0);
                          })};
-  const Contender from_chars{"from_chars", sum_of(texts, [](const std::string& text) {
-                               unsigned long long value = 0;
-                               std::from_chars(text.data(), text.data() + text.size(), value);
-                               return value;
+  const Contender from_chars{"from_chars", sum_of<T>(texts, [](const std::string& text) {
+                               T value = 0;
+                               const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+                               return result.ec == std::errc() ? value : T(0);
                              })};
-  side_by_side(state, own, strtol, from_chars);
-}
-BENCHMARK(natoi_side_by_side)->Arg(1)->Arg(4)->Arg(8)->Arg(19)->UseManualTime();
-
-// Measures the same for int, which is signed.
-static void natoi_int_side_by_side(benchmark::State& state)
-{
-  const std::vector<std::string> texts = texts_of(static_cast<std::size_t>(state.range(0)));
-
-  const Contender own{"natoi", sum_of(texts, [](const std::string& text) -> long {
-                        return natoi<int, const char*>(text.c_str(), nullptr, nullptr);
-                      })};
-  const Contender strtol{"strtol", sum_of(texts, [](const std::string& text) {
-                           errno = 0;
-                           return std::strtol(text.c_str(), nullptr, 10);
-                         })};
-  const Contender from_chars{"from_chars", sum_of(texts, [](const std::string& text) -> long {
-                               int value = 0;
-                               std::from_chars(text.data(), text.data() + text.size(), value);
-                               return value;
+  // The result in errno is part of what natoi does, and a store that shows with texts of one to four digits.
+  const Contender with_errno{"from_chars+errno", sum_of<T>(texts, [](const std::string& text) {
+                               T value = 0;
+                               const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+                               errno = static_cast<int>(result.ec);
+                               return errno == 0 ? value : T(0);
                              })};
-  side_by_side(state, own, strtol, from_chars);
+  side_by_side(state, 1000, own, strtol, from_chars, with_errno);
 }
-BENCHMARK(natoi_int_side_by_side)->Arg(1)->Arg(4)->Arg(9)->UseManualTime();
+
+BENCHMARK_TEMPLATE(natoi_to, unsigned long long)
+    ->Args({1, 10})
+    ->Args({11, 19})
+    ->Args({1, 1})
+    ->Args({2, 2})
+    ->Args({3, 3})
+    ->Args({4, 4})
+    ->Args({6, 6})
+    ->Args({8, 8})
+    ->Args({10, 10})
+    ->Args({13, 13})
+    ->Args({16, 16})
+    ->Args({19, 19})
+    ->UseManualTime();
+BENCHMARK_TEMPLATE(natoi_to, long long)->Args({1, 10})->Args({11, 18})->UseManualTime();
+BENCHMARK_TEMPLATE(natoi_to, unsigned)->Args({1, 9})->UseManualTime();
+BENCHMARK_TEMPLATE(natoi_to, int)
+    ->Args({1, 9})
+    ->Args({1, 1})
+    ->Args({4, 4})
+    ->Args({7, 7})
+    ->Args({9, 9})
+    ->UseManualTime();
+BENCHMARK_TEMPLATE(natoi_to, short)->Args({1, 4})->UseManualTime();

@@ -1,80 +1,143 @@
+// The texts are "NAME=VALUE", as they are made to set an environment variable. The argument is the length of the value.
+// No contender knows it before.
+
 #include "scrt/snprintf_t.h"
 #include "scrt/string_sprintf.h"
 
 #include "bench/side_by_side.h"
 
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-template <typename Work>
-static auto a_hundred_times(Work work)
+static const int CALLS = 100;
+
+// Keeps the compiler from leaving a text out.
+static void use(const void* text)
 {
-  return [work] {
-    for (int n = 0; n < 100; ++n)
-      work();
-  };
+  benchmark::DoNotOptimize(text);
+  benchmark::ClobberMemory();
 }
 
-// Measures a hundred texts "NAME=VALUE", with a value as long as the argument says, as they are made to set an
-// environment variable. Up to 4095 characters fit into the buffer.
-static void snprintf_t_side_by_side(benchmark::State& state)
+static auto asprintf_of(const char* name, const char* value)
 {
-  const std::string name("LD_LIBRARY_PATH");
-  const std::string value(static_cast<std::size_t>(state.range(0)), 'v');
+  return Contender{"asprintf", repeated(CALLS, [=] {
+                     char* text = nullptr;
+                     const int length = ::asprintf(&text, "%s=%s", name, value);
+                     benchmark::DoNotOptimize(length);
+                     use(text);
+                     std::free(text);
+                   })};
+}
 
-  const Contender own{"snprintf_t", a_hundred_times([&] {
-                        const snprintf_t<4096, char> text("%s=%s", name.c_str(), value.c_str());
-                        benchmark::DoNotOptimize(text.c_str());
-                        benchmark::ClobberMemory();
+static auto concatenation_of(const char* name, const char* value)
+{
+  return Contender{"string", repeated(CALLS, [=] {
+                     std::string text(name);
+                     text += '=';
+                     text += value;
+                     use(text.data());
+                   })};
+}
+
+// A text in a buffer on the stack, as long as it fits into 4096 characters.
+static void snprintf_t_text(benchmark::State& state)
+{
+  const std::string content(static_cast<std::size_t>(state.range(0)), 'v');
+  const char* const name = "LD_LIBRARY_PATH";
+  const char* const value = content.c_str();
+
+  const Contender own{"snprintf_t", repeated(CALLS, [=] {
+                        const snprintf_t<4096, char> text("%s=%s", name, value);
+                        use(text.c_str());
                       })};
-  const Contender string{"string", a_hundred_times([&] {
-                           std::string text(name);
-                           text += '=';
-                           text += value.c_str(); // the other contenders do not know the length before either
-                           benchmark::DoNotOptimize(text.data());
-                           benchmark::ClobberMemory();
+  const Contender by_hand{"snprintf", repeated(CALLS, [=] {
+                            char buf[4096];
+                            char* text = buf;
+                            const int length = std::snprintf(buf, sizeof buf, "%s=%s", name, value);
+                            if (length >= static_cast<int>(sizeof buf)) {
+                              const std::size_t size = static_cast<std::size_t>(length) + 1;
+                              text = static_cast<char*>(std::malloc(size));
+                              (void)std::snprintf(text, size, "%s=%s", name, value); // it is as long as before
+                            }
+                            use(text);
+                            if (text != buf)
+                              std::free(text);
+                          })};
+  const Contender by_fmt{"fmt", repeated(CALLS, [=] {
+                           fmt::basic_memory_buffer<char, 4096> text;
+                           fmt::format_to(std::back_inserter(text), "{}={}", name, value);
+                           text.push_back('\0');
+                           use(text.data());
                          })};
-  const Contender asprintf{"asprintf", a_hundred_times([&] {
-                             char* text = nullptr;
-                             const int len = ::asprintf(&text, "%s=%s", name.c_str(), value.c_str());
-                             benchmark::DoNotOptimize(len);
-                             benchmark::ClobberMemory();
-                             std::free(text);
-                           })};
-  side_by_side(state, own, string, asprintf);
+  side_by_side(state, CALLS, own, by_hand, asprintf_of(name, value), by_fmt, concatenation_of(name, value));
 }
-BENCHMARK(snprintf_t_side_by_side)->Arg(10)->Arg(200)->Arg(4000)->Arg(8000)->UseManualTime();
+BENCHMARK(snprintf_t_text)->Arg(10)->Arg(100)->Arg(1000)->Arg(4000)->Arg(16000)->Arg(65536)->UseManualTime();
 
-// Measures a hundred paths in one string, as a walk through a directory makes them.
-static void string_sprintf_side_by_side(benchmark::State& state)
+// Does by hand what string_sprintf does for an empty string.
+__attribute__((format(printf, 2, 3))) static void format_in_two_passes(std::string& text, const char* fmt, ...)
 {
-  const std::string dir(static_cast<std::size_t>(state.range(0)), 'd');
-  const std::string file("service.conf");
+  va_list args;
+  va_start(args, fmt);
+  va_list again;
+  va_copy(again, args);
+  text.resize(128);
+  const int length = std::vsnprintf(&text[0], text.size(), fmt, args);
+  const std::size_t size = static_cast<std::size_t>(length) + 1;
+  if (size > text.size()) {
+    text.resize(size);
+    (void)std::vsnprintf(&text[0], size, fmt, again); // it is as long as before
+  }
+  text.resize(size - 1);
+  va_end(again);
+  va_end(args);
+}
 
-  std::string path;
-  const Contender own{"string_sprintf", a_hundred_times([&] {
-                        string_sprintf(path, "%s/%s", dir.c_str(), file.c_str());
-                        benchmark::DoNotOptimize(path.data());
-                        benchmark::ClobberMemory();
+// A text in a new string.
+static void string_sprintf_text(benchmark::State& state)
+{
+  const std::string content(static_cast<std::size_t>(state.range(0)), 'v');
+  const char* const name = "LD_LIBRARY_PATH";
+  const char* const value = content.c_str();
+
+  const Contender own{"string_sprintf", repeated(CALLS, [=] {
+                        std::string text;
+                        string_sprintf(text, "%s=%s", name, value);
+                        use(text.data());
+                      })};
+  const Contender by_hand{"vsnprintf", repeated(CALLS, [=] {
+                            std::string text;
+                            format_in_two_passes(text, "%s=%s", name, value);
+                            use(text.data());
+                          })};
+  const Contender by_fmt{"fmt", repeated(CALLS, [=] {
+                           const std::string text = fmt::format("{}={}", name, value);
+                           use(text.data());
+                         })};
+  side_by_side(state, CALLS, own, by_hand, asprintf_of(name, value), by_fmt, concatenation_of(name, value));
+}
+BENCHMARK(string_sprintf_text)->Arg(10)->Arg(100)->Arg(1000)->Arg(4000)->Arg(16000)->Arg(65536)->UseManualTime();
+
+// A text in a string that is used again, as a walk through a directory does it.
+static void string_sprintf_again(benchmark::State& state)
+{
+  const std::string content(static_cast<std::size_t>(state.range(0)), 'v');
+  const char* const name = "LD_LIBRARY_PATH";
+  const char* const value = content.c_str();
+
+  std::string text;
+  const Contender own{"string_sprintf", repeated(CALLS, [=, &text] {
+                        string_sprintf(text, "%s=%s", name, value);
+                        use(text.data());
                       })};
   std::string other;
-  const Contender string{"string", a_hundred_times([&] {
-                           other = dir.c_str();
-                           other += '/';
-                           other += file.c_str();
-                           benchmark::DoNotOptimize(other.data());
-                           benchmark::ClobberMemory();
-                         })};
-  const Contender asprintf{"asprintf", a_hundred_times([&] {
-                             char* text = nullptr;
-                             const int len = ::asprintf(&text, "%s/%s", dir.c_str(), file.c_str());
-                             benchmark::DoNotOptimize(len);
-                             benchmark::ClobberMemory();
-                             std::free(text);
-                           })};
-  side_by_side(state, own, string, asprintf);
+  const Contender by_hand{"vsnprintf", repeated(CALLS, [=, &other] {
+                            format_in_two_passes(other, "%s=%s", name, value);
+                            use(other.data());
+                          })};
+  side_by_side(state, CALLS, own, by_hand);
 }
-BENCHMARK(string_sprintf_side_by_side)->Arg(20)->Arg(110)->Arg(1000)->UseManualTime();
+BENCHMARK(string_sprintf_again)->Arg(10)->Arg(100)->Arg(1000)->UseManualTime();

@@ -121,7 +121,7 @@ void time_to_start(benchmark::State& state)
   const std::size_t kind = static_cast<std::size_t>(state.range(0));
   state.SetLabel(label(kind));
 
-  side_by_side(state, Contender{"starter", [kind] { const Started process(starter(kind)); }},
+  side_by_side(state, 1, Contender{"starter", [kind] { const Started process(starter(kind)); }},
                Contender{"bare_host", [] { const Started process(BARE_HOST); }});
 }
 BENCHMARK(time_to_start)->DenseRange(0, 4)->UseManualTime()->Unit(benchmark::kMillisecond);
