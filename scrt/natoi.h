@@ -22,6 +22,13 @@ struct natoi_traits<U, true>
   static bool pre_cond(U p) { return p && *p; }
 };
 
+/// Returns the value of the decimal digit `c`, judged by its byte alone, or more than 9 if `c` is no digit.
+template <typename C>
+constexpr unsigned digit_value(C c)
+{
+  return static_cast<unsigned>(c) - '0';
+}
+
 /// Convert the decimal text at `beg` to the integer type `T`, strictly: an optional sign ('-' for a signed `T` only),
 /// then digits. White space is not skipped, there are no other bases and no locale. Text after the digits is no error.
 ///
@@ -43,53 +50,68 @@ T natoi(U beg, U end, U* eptr)
   using uint_type = typename std::make_unsigned<T>::type;
   using max_type = typename std::conditional<(sizeof(T) > sizeof(unsigned)), unsigned long long, unsigned>::type;
 
+  constexpr unsigned NO_DIGIT = 10;
+
   if (eptr)
     *eptr = beg;
-  if (!natoi_traits<U>::pre_cond(beg)) {
+
+  int_type flag = 1;
+  U first = beg;
+  unsigned v = beg ? digit_value(*beg) : NO_DIGIT;
+  if (v > 9) { // no digit comes first: the rare text, which alone is worth a look at the precondition and the sign
+    if (!natoi_traits<U>::pre_cond(beg) || (std::is_unsigned<T>::value && *beg == '-')) {
+      ACE_OS::last_error(EINVAL);
+      return 0;
+    }
+    if (*beg == '-')
+      flag = -1;
+    if (*beg == '-' || *beg == '+')
+      ++first;
+    v = first == end ? NO_DIGIT : digit_value(*first);
+  }
+  if (v > 9 || first == end) {
+    if (eptr)
+      *eptr = first;
     ACE_OS::last_error(EINVAL);
     return 0;
   }
 
-  int_type flag = 1;
-  U first = beg;
-  if (*first == '-') {
-    if (std::is_unsigned<T>::value) {
-      ACE_OS::last_error(EINVAL);
-      return 0;
-    }
-    flag = -1;
-    ++first;
-  } else if (*first == '+')
-    ++first;
-
-  // The limit is one more after a minus sign: it is the magnitude of the most negative value.
-  const max_type type_max = static_cast<max_type>(std::numeric_limits<T>::max()) + (flag < 0 ? 1 : 0);
-  const max_type q = type_max / 10;
-  const max_type r = type_max % 10;
-
-  uint_type result = 0;
-  int e = 0;
-  U p = first;
-  for (; p != end && *p >= '0' && *p <= '9'; ++p) {
-    const max_type v = static_cast<max_type>(*p - '0');
-    if (result > q || (result == q && v > r)) {
-      e = ERANGE;
+  // So many digits cannot overflow, so that they need no comparison with the limit.
+  int safe_digits = std::numeric_limits<T>::digits10 - 1;
+  uint_type result = static_cast<uint_type>(v);
+  U p = first + 1;
+  for (; safe_digits != 0 && p != end; --safe_digits, ++p) {
+    v = digit_value(*p);
+    if (v > 9)
       break;
-    }
     result = static_cast<uint_type>(result * 10 + v);
+  }
+
+  if (safe_digits == 0) {
+    // The limit is one more after a minus sign: it is the magnitude of the most negative value.
+    const max_type type_max = static_cast<max_type>(std::numeric_limits<T>::max()) + (flag < 0 ? 1 : 0);
+    const max_type q = type_max / 10;
+    const max_type r = type_max % 10;
+    for (; p != end; ++p) {
+      v = digit_value(*p);
+      if (v > 9)
+        break;
+      if (result > q || (result == q && v > r)) {
+        if (eptr)
+          *eptr = p;
+        ACE_OS::last_error(ERANGE);
+        // Negative overflow gives the largest value too: callers recognise overflow by errno, never by the sign.
+        return std::numeric_limits<T>::max();
+      }
+      result = static_cast<uint_type>(result * 10 + v);
+    }
   }
 
   if (eptr)
     *eptr = p;
-  if (e == 0 && p == first)
-    e = EINVAL;
-  ACE_OS::last_error(e);
-
-  // Negative overflow gives the largest value too: callers recognise overflow by errno, never by the sign.
-  if (e == ERANGE)
-    return std::numeric_limits<T>::max();
-  // For the magnitude of the most negative value the product wraps to that value; without digits it is 0.
-  return static_cast<T>(static_cast<uint_type>(static_cast<uint_type>(flag) * result));
+  ACE_OS::last_error(0);
+  // The magnitude of the most negative value wraps to that value.
+  return static_cast<T>(flag < 0 ? static_cast<uint_type>(0 - result) : result);
 }
 
 #endif // SCRT_NATOI_H

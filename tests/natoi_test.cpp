@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <random>
 #include <string>
+#include <vector>
 
 // The result of a conversion: the value, errno, and the distance of *eptr from the start of the text.
 template <typename T>
@@ -387,6 +388,47 @@ TEST(natoi, agrees_with_a_conversion_done_digit_by_digit)
     expect_worked_out<long long>(text, end);
     expect_worked_out<unsigned long long>(text, end);
   }
+}
+
+// The number of digits that cannot overflow is passed one by one, by digits that fit, by the limit itself, by its
+// neighbours and by digits too many. Leading zeros count among these digits.
+template <typename T>
+static void expect_boundary_worked_out()
+{
+  const std::size_t safe = std::numeric_limits<T>::digits10;
+  const std::string largest = std::to_string(std::numeric_limits<T>::max());
+
+  std::vector<std::string> numbers;
+  for (const char digit : {'0', '1', '9'})
+    for (std::size_t length = safe - 1; length <= safe + 3; ++length)
+      numbers.push_back(std::string(length, digit));
+  for (const char last : {'0', '4', '5', '6', '7', '8', '9'})
+    numbers.push_back(largest.substr(0, largest.size() - 1) + last);
+  numbers.push_back(largest + '0');
+  numbers.push_back(largest.substr(0, largest.size() - 1));
+
+  for (const std::string& number : numbers)
+    for (const std::size_t zeros : {std::size_t{0}, std::size_t{1}, safe - 1, safe, safe + 1, std::size_t{25}})
+      for (const char* const sign : {"", "-", "+"})
+        for (const char* const suffix : {"", "x", "/", ":"}) {
+          const std::string text = sign + std::string(zeros, '0') + number + suffix;
+          expect_worked_out<T>(text, std::string::npos);
+          for (const std::size_t end : {zeros + safe - 1, zeros + safe, zeros + safe + 1, safe, safe + 1})
+            if (end <= text.size())
+              expect_worked_out<T>(text, end);
+        }
+}
+
+TEST(natoi, compares_with_the_limit_as_soon_as_a_digit_can_overflow)
+{
+  expect_boundary_worked_out<short>();
+  expect_boundary_worked_out<unsigned short>();
+  expect_boundary_worked_out<int>();
+  expect_boundary_worked_out<unsigned>();
+  expect_boundary_worked_out<long>();
+  expect_boundary_worked_out<unsigned long>();
+  expect_boundary_worked_out<long long>();
+  expect_boundary_worked_out<unsigned long long>();
 }
 
 TEST(natoi, agrees_with_the_value_of_every_short)
