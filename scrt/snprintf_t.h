@@ -24,7 +24,11 @@ public:
   /// Make the formatted text; `length()` tells how the formatting went.
   explicit snprintf_t(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
-  ~snprintf_t() { ACE_OS::free(ptr_); }
+  ~snprintf_t()
+  {
+    if (ptr_)
+      ACE_OS::free(ptr_);
+  }
 
   snprintf_t(const snprintf_t&) = delete;
   snprintf_t& operator=(const snprintf_t&) = delete;
@@ -52,6 +56,13 @@ protected:
   int len_;       ///< what length() returns
   T* ptr_;        ///< the text once it has outgrown buf_, owned; else null
   unsigned size_; ///< room at ptr_ in characters, 0 while that is null
+
+private:
+  /// Do the work of vset() with a list `ap` that is used up, and the address of a copy of it as `args`.
+  int vset_once(const char* fmt, va_list ap, void* args);
+
+  /// Go on with the work of vset() when the text has turned out to need more room than `size`. `len_` holds its length.
+  [[gnu::cold, gnu::noinline]] int vset_growing(unsigned size, const char* fmt, void* args);
 };
 
 template <unsigned N, typename T>
@@ -59,7 +70,10 @@ snprintf_t<N, T>::snprintf_t(const char* fmt, ...) : snprintf_t()
 {
   va_list args;
   va_start(args, fmt);
-  (void)vset(fmt, &args); // length() keeps the result
+  va_list copy;
+  va_copy(copy, args);
+  (void)vset_once(fmt, args, &copy); // length() keeps the result
+  va_end(copy);
   va_end(args);
 }
 
@@ -68,7 +82,10 @@ int snprintf_t<N, T>::set(const char* fmt, ...)
 {
   va_list args;
   va_start(args, fmt);
-  const int rc = vset(fmt, &args);
+  va_list copy;
+  va_copy(copy, args);
+  const int rc = vset_once(fmt, args, &copy);
+  va_end(copy);
   va_end(args);
 
   return rc;
@@ -77,13 +94,26 @@ int snprintf_t<N, T>::set(const char* fmt, ...)
 template <unsigned N, typename T>
 int snprintf_t<N, T>::vset(const char* fmt, void* args)
 {
-  unsigned size = ptr_ ? size_ : N;
+  va_list ap;
+  va_copy(ap, *static_cast<va_list*>(args));
+  const int rc = vset_once(fmt, ap, args);
+  va_end(ap);
 
-  for (;;) {
-    len_ = vformat(data(), size, fmt, args);
-    if (len_ < 0 || static_cast<unsigned>(len_) < size)
-      return len_;
+  return rc;
+}
 
+template <unsigned N, typename T>
+int snprintf_t<N, T>::vset_once(const char* fmt, va_list ap, void* args)
+{
+  const unsigned size = ptr_ ? size_ : N;
+  len_ = vformat_once(data(), size, fmt, ap, args);
+  return len_ < 0 || static_cast<unsigned>(len_) < size ? len_ : vset_growing(size, fmt, args);
+}
+
+template <unsigned N, typename T>
+int snprintf_t<N, T>::vset_growing(unsigned size, const char* fmt, void* args)
+{
+  do {
     // A library that cannot tell the length returns one more than the room: the buffer then grows by a large step.
     unsigned length = static_cast<unsigned>(len_);
     if (length == size + 1)
@@ -96,7 +126,10 @@ int snprintf_t<N, T>::vset(const char* fmt, void* args)
     }
     ptr_ = t;
     size = size_ = length + 1;
-  }
+    len_ = vformat(t, size, fmt, args);
+  } while (len_ >= 0 && static_cast<unsigned>(len_) >= size);
+
+  return len_;
 }
 
 #endif // SCRT_SNPRINTF_T_H

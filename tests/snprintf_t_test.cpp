@@ -348,23 +348,44 @@ TEST(snprintf_t, returns_a_formatting_error_in_its_heap_buffer_and_can_go_on)
   EXPECT_STREQ("ok", buffer.c_str());
 }
 
+// An error looks like one more than the room. It is told from such a length whatever errno was before, even if it was
+// the very errno of this error.
 TEST(snprintf_t, returns_an_error_for_a_text_longer_than_an_int_can_tell)
 {
-  Buffer buffer;
-  errno = 0;
-  const int result = set_through_list(buffer, "%99999999999d", 1);
-  const int error = errno;
+  for (const int old_errno : {0, EINTR, EILSEQ, EINVAL, ENOMEM, EOVERFLOW}) {
+    SCOPED_TRACE(old_errno);
+    Buffer buffer;
+    errno = old_errno;
+    const int result = set_through_list(buffer, "%99999999999d", 1);
+    const int error = errno;
 
-  EXPECT_EQ(-1, result);
-  EXPECT_EQ(EOVERFLOW, error);
-  EXPECT_EQ(-1, buffer.length());
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ(EOVERFLOW, error);
+    EXPECT_EQ(-1, buffer.length());
+    EXPECT_TRUE(buffer.is_in_place());
+  }
+}
+
+TEST(snprintf_t, returns_an_error_for_a_format_that_ends_in_a_conversion)
+{
+  for (const int old_errno : {0, EINTR, EINVAL}) {
+    SCOPED_TRACE(old_errno);
+    Buffer buffer;
+    errno = old_errno;
+    const int result = set_through_list(buffer, "100 %");
+    const int error = errno;
+
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ(EINVAL, error);
+    EXPECT_TRUE(buffer.is_in_place());
+  }
 }
 
 TEST(snprintf_t, does_not_take_one_more_than_the_room_for_an_error)
 {
   const std::string text = text_of(4097);
 
-  for (const int old_errno : {0, ENOENT, EILSEQ, EOVERFLOW, ENOMEM}) {
+  for (const int old_errno : {0, ENOENT, EILSEQ, EINVAL, EOVERFLOW, ENOMEM}) {
     SCOPED_TRACE(old_errno);
     Buffer buffer;
     errno = old_errno;
