@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include <pthread.h>
+
 static const int CALLS = 2000; // of each thread
 
 // Returns work that does `work` in so many threads at once. One thread is the main thread.
@@ -52,13 +54,21 @@ static void get_env_r_copy(benchmark::State& state)
                              const std::string value = unlocked_copy("WATCHDOG_USEC");
                              benchmark::DoNotOptimize(value.data());
                            })};
+  // The least that the lock itself costs.
+  static pthread_rwlock_t lock = PTHREAD_RWLOCK_INITIALIZER;
+  const Contender by_rwlock{"rwlock", in_threads(threads, [] {
+                              pthread_rwlock_rdlock(&lock);
+                              const std::string value = unlocked_copy("WATCHDOG_USEC");
+                              pthread_rwlock_unlock(&lock);
+                              benchmark::DoNotOptimize(value.data());
+                            })};
   static std::mutex mutex;
   const Contender by_mutex{"mutex", in_threads(threads, [] {
                              const std::lock_guard<std::mutex> guard(mutex);
                              const std::string value = unlocked_copy("WATCHDOG_USEC");
                              benchmark::DoNotOptimize(value.data());
                            })};
-  side_by_side(state, CALLS, own, unlocked, by_mutex);
+  side_by_side(state, CALLS, own, unlocked, by_rwlock, by_mutex);
 }
 BENCHMARK(get_env_r_copy)
     ->Args({1, 20, 8})

@@ -13,19 +13,14 @@
 
 std::string get_env_r(const char* name)
 {
-  std::string buf;
   if (!name || !*name) {
     LOG_FAILED(LM_EMERGENCY, "Unexpected error in %N:%l, name is NULL or \"\":\n%?\n");
-    return buf;
+    return std::string();
   }
 
   const ACE_Read_Guard<ACE_RW_Thread_Mutex> g(g_env_mutex);
-  if (!g.locked())
-    return buf;
-
-  if (const char* const env = ACE_OS::getenv(name))
-    buf = env;
-  return buf;
+  const char* const env = g.locked() ? ACE_OS::getenv(name) : nullptr;
+  return env ? std::string(env) : std::string(); // copied before the guard lets go
 }
 
 static bool set_env_i(const char* name, const char* val)
