@@ -10,8 +10,8 @@
 #include <cstddef>
 #include <string>
 
-/// Do what `string_vsprintf` does, with a list of the caller's own: `ap` is used up, and `args` is the address of a copy
-/// of it.
+/// Do what `string_vsprintf` does, with a list of the caller's own: `ap` is used up, and `args` is the address of a
+/// copy of it.
 template <typename T>
 int string_vsprintf_once(std::basic_string<T>& s, const T* fmt, va_list ap, void* args, bool append)
 {
