@@ -7,7 +7,8 @@
 #include <string>
 
 // The program runs under systemd with a watchdog, and has a service that stalls the loop on command.
-class systemd_boot : public Systemd_Fixture
+// The parameter is the client library, empty for the one that is found without a name.
+class systemd_boot : public Systemd_Fixture, public testing::WithParamInterface<std::string>
 {
 protected:
   systemd_boot() : Systemd_Fixture("test.service") {}
@@ -18,7 +19,9 @@ protected:
     machine_.dir().write("svc.conf", staller_directive());
     machine_.dir().write("held.conf", staller_directive(" held"));
 
-    std::string unit = "[Unit]\nDefaultDependencies=no\n[Service]\nType=notify\n" + settings + test_settings();
+    const std::string library = "Environment=LIBSYSTEMD_FILENAME=" + public_path(GetParam()) + '\n';
+    std::string unit = "[Unit]\nDefaultDependencies=no\n[Service]\nType=notify\n" + library + settings;
+    unit += test_settings();
     unit += "ExecStart=" + starter_executable() + ' ' + arguments + '\n';
     unit += "ExecReload=/bin/kill -HUP $MAINPID\n";
     machine_.add_unit("test.service", unit);
@@ -28,7 +31,10 @@ protected:
   std::string conf(const std::string& name) const { return "-f " + machine_.dir() / name; }
 };
 
-TEST_F(systemd_boot, makes_the_unit_active_when_readiness_is_reported_and_not_before)
+INSTANTIATE_TEST_SUITE_P(, systemd_boot, testing::Values("", TESTS_NOTIFY_LIBRARY),
+                         [](const auto& library) { return library.param.empty() ? "of_systemd" : "of_starter"; });
+
+TEST_P(systemd_boot, makes_the_unit_active_when_readiness_is_reported_and_not_before)
 {
   boot("WatchdogSec=30\n", conf("held.conf"));
   ASSERT_TRUE(machine_.succeeds("systemctl start --no-block test.service"));
@@ -42,7 +48,7 @@ TEST_F(systemd_boot, makes_the_unit_active_when_readiness_is_reported_and_not_be
   EXPECT_TRUE(wait_for_record(") is started.\n"));
 }
 
-TEST_F(systemd_boot, gives_up_a_unit_that_does_not_report_readiness)
+TEST_P(systemd_boot, gives_up_a_unit_that_does_not_report_readiness)
 {
   boot("WatchdogSec=30\nEnvironment=LIBSYSTEMD_FILENAME=0\nTimeoutStartSec=2\n", conf("svc.conf"));
 
@@ -52,7 +58,7 @@ TEST_F(systemd_boot, gives_up_a_unit_that_does_not_report_readiness)
 }
 
 // Systemd ends the start before the program runs, so there is no record.
-TEST_F(systemd_boot, does_not_start_a_unit_whose_user_does_not_exist)
+TEST_P(systemd_boot, does_not_start_a_unit_whose_user_does_not_exist)
 {
   boot("WatchdogSec=30\nUser=nobody_at_all\n", conf("svc.conf"));
 
@@ -61,7 +67,7 @@ TEST_F(systemd_boot, does_not_start_a_unit_whose_user_does_not_exist)
   EXPECT_EQ("", log());
 }
 
-TEST_F(systemd_boot, gives_up_a_unit_without_a_watchdog)
+TEST_P(systemd_boot, gives_up_a_unit_without_a_watchdog)
 {
   boot("TimeoutStartSec=2\n", conf("svc.conf"));
 
@@ -70,7 +76,7 @@ TEST_F(systemd_boot, gives_up_a_unit_without_a_watchdog)
   EXPECT_NE(std::string::npos, log().find("systemd watchdog is not enabled.\n"));
 }
 
-TEST_F(systemd_boot, keeps_the_unit_active_over_several_watchdog_periods)
+TEST_P(systemd_boot, keeps_the_unit_active_over_several_watchdog_periods)
 {
   boot("WatchdogSec=3\nEnvironment=SD_NOTIFY_INTERVAL=1\nRestart=always\n",
        "--reactor tp --threads 2 " + conf("svc.conf"));
@@ -84,7 +90,7 @@ TEST_F(systemd_boot, keeps_the_unit_active_over_several_watchdog_periods)
   EXPECT_EQ(pid, show("MainPID"));
 }
 
-TEST_F(systemd_boot, kills_and_restarts_a_service_that_stalls_the_loop)
+TEST_P(systemd_boot, kills_and_restarts_a_service_that_stalls_the_loop)
 {
   boot("WatchdogSec=3\nEnvironment=SD_NOTIFY_INTERVAL=1\nRestart=on-watchdog\n", conf("svc.conf"));
   ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
@@ -101,7 +107,7 @@ TEST_F(systemd_boot, kills_and_restarts_a_service_that_stalls_the_loop)
   EXPECT_TRUE(wait_for_keep_alives(2)) << "the new process is not fed";
 }
 
-TEST_F(systemd_boot, reloads_the_service_without_losing_a_thread)
+TEST_P(systemd_boot, reloads_the_service_without_losing_a_thread)
 {
   boot("WatchdogSec=3\nEnvironment=SD_NOTIFY_INTERVAL=1\nRestart=always\n",
        "--reactor tp --threads 3 " + conf("svc.conf"));
@@ -119,7 +125,7 @@ TEST_F(systemd_boot, reloads_the_service_without_losing_a_thread)
   EXPECT_EQ("4", threads());
 }
 
-TEST_F(systemd_boot, stops_the_service_in_order)
+TEST_P(systemd_boot, stops_the_service_in_order)
 {
   boot("WatchdogSec=30\nRestart=always\n", "--reactor tp --threads 2 " + conf("svc.conf"));
   ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));

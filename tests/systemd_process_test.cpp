@@ -239,7 +239,7 @@ TEST_F(notifier_process, starts_without_notifications_whatever_is_missing)
   }
 }
 
-// ---- With the client library of the machine
+// ---- With the client library of the machine, and with the program's own
 
 // A socket like the one that the init system provides for its services.
 class Notify_Socket
@@ -295,13 +295,13 @@ private:
   const int fd_;
 };
 
-class real_library : public testing::Test
+class system_library : public testing::Test
 {
 protected:
   void SetUp() override { NEEDS(is_root(), "root, for mounts of its own"); }
 
   // Starts the program in a mount namespace in which the library finds, or does not find, a running init system.
-  Start_Options options(bool booted) const
+  virtual Start_Options options(bool booted) const
   {
     const std::string mark = booted ? " && mkdir -p /run/systemd/system" : "";
     Start_Options options = probed();
@@ -320,7 +320,22 @@ protected:
   const Notify_Socket socket_;
 };
 
-TEST_F(real_library, delivers_readiness_and_keep_alives)
+// The parameter is the library, empty for the one that is found without a name.
+class real_library : public system_library, public testing::WithParamInterface<std::string>
+{
+protected:
+  Start_Options options(bool booted) const override
+  {
+    Start_Options options = system_library::options(booted);
+    options.env["LIBSYSTEMD_FILENAME"] = public_path(GetParam());
+    return options;
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(, real_library, testing::Values("", TESTS_NOTIFY_LIBRARY),
+                         [](const auto& library) { return library.param.empty() ? "of_systemd" : "of_starter"; });
+
+TEST_P(real_library, delivers_readiness_and_keep_alives)
 {
   Start_Options options = this->options(true);
   options.env["WATCHDOG_USEC"] = "30000000";
@@ -335,7 +350,7 @@ TEST_F(real_library, delivers_readiness_and_keep_alives)
   expect_orderly_end(starter);
 }
 
-TEST_F(real_library, takes_the_period_and_the_process_from_the_environment)
+TEST_P(real_library, takes_the_period_and_the_process_from_the_environment)
 {
   Start_Options options = this->options(true);
   options.env["WATCHDOG_USEC"] = "12000000";
@@ -348,7 +363,7 @@ TEST_F(real_library, takes_the_period_and_the_process_from_the_environment)
   EXPECT_EQ((std::vector<Logged>{debug("Notify systemd every 4000 ms.\n")}), notifier_records(starter));
 }
 
-TEST_F(real_library, finds_no_watchdog_for_another_process_or_without_a_period)
+TEST_P(real_library, finds_no_watchdog_for_another_process_or_without_a_period)
 {
   for (const auto& [variable, value] : {std::pair("WATCHDOG_PID", "1"), std::pair("WATCHDOG_USEC", "")}) {
     SCOPED_TRACE(variable);
@@ -364,7 +379,7 @@ TEST_F(real_library, finds_no_watchdog_for_another_process_or_without_a_period)
   }
 }
 
-TEST_F(real_library, is_silent_where_the_init_system_does_not_run)
+TEST_P(real_library, is_silent_where_the_init_system_does_not_run)
 {
   Start_Options options = this->options(false);
   options.env["WATCHDOG_USEC"] = "30000000";
@@ -377,7 +392,7 @@ TEST_F(real_library, is_silent_where_the_init_system_does_not_run)
   EXPECT_TRUE(socket_.is_empty());
 }
 
-TEST_F(real_library, is_looked_for_by_two_names_before_the_process_goes_on_without_it)
+TEST_F(system_library, is_looked_for_by_two_names_before_the_process_goes_on_without_it)
 {
   // The script hides the library in all default directories of the loader.
   Start_Options options = this->options(true);
