@@ -35,10 +35,14 @@ static std::string installed_template(const std::string& options = "")
   return read_file(without_newline(output_of("find " + dir.path() + " -name starter@.service")));
 }
 
-// The template with the directories `sbin` and `config` in place of the installed ones.
+// The template with the directories `sbin`, which has the notification library too, and `config` in place of the
+// installed ones.
 static std::string template_with(const std::string& sbin, const std::string& config)
 {
-  return with_replaced(with_replaced(installed_template(), TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR, config);
+  std::string text = installed_template();
+  EXPECT_THAT(text, HasSubstr("=" TESTS_INSTALLED_NOTIFY_LIBRARY "\n"));
+  text = with_replaced(text, TESTS_INSTALLED_NOTIFY_LIBRARY, sbin + "/libstarter-notify.so");
+  return with_replaced(with_replaced(text, TESTS_SBIN_DIR "/", sbin + '/'), TESTS_CONFIG_DIR, config);
 }
 
 // ---- What systemd says of the file
@@ -132,6 +136,7 @@ protected:
     const Temp_Dir& dir = machine_.dir();
     fs::create_directories(dir / "sbin");
     fs::copy_file(starter_executable(), dir / "sbin/starter");
+    fs::copy_file(TESTS_NOTIFY_LIBRARY, dir / "sbin/libstarter-notify.so");
     fs::copy_file(service_library("staller"), dir / "libstaller.so");
     dir.write("etc/staller.d/staller.conf",
               with_replaced(with_replaced(staller_directive(), service_library("staller"), "/run/test/libstaller.so"),
@@ -179,6 +184,13 @@ protected:
     return machine_.run("sed -n 's/^" + name + ":[^0-9a-f]*//p' /proc/" + pid_ + "/status");
   }
 
+  // The client library in the main process, whether the program's own or systemd's.
+  std::string notification_library() const
+  {
+    return machine_.run("sed -n 's,^[^/]*\\(/.*/lib\\(starter-notify\\|systemd\\).*\\),\\1,p' /proc/" + pid_ +
+                        "/maps | uniq");
+  }
+
   std::string pid_;
 
 private:
@@ -218,6 +230,7 @@ TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_the_tem
   EXPECT_EQ(0u, log().find(CHECKED_AT_START)) << log();
   EXPECT_NE(std::string::npos, show("ExecStartPre").find("status=0")) << show("ExecStartPre");
   EXPECT_EQ(std::string::npos, log().find("Failed")) << log();
+  EXPECT_EQ("/run/test/sbin/libstarter-notify.so", notification_library());
 }
 
 TEST_F(unit_template, takes_threads_and_arguments_from_an_environment_file)
@@ -229,6 +242,16 @@ TEST_F(unit_template, takes_threads_and_arguments_from_an_environment_file)
   EXPECT_TRUE(wait_for_record("Created 'tp' reactor with 2 threads\n"));
   EXPECT_EQ("-d", machine_.run("tr '\\0' '\\n' </proc/" + pid_ + "/cmdline | grep -x -- -d"));
   EXPECT_EQ("MALLOC_ARENA_MAX=2", machine_.run("tr '\\0' '\\n' </proc/" + pid_ + "/environ | grep MALLOC_"));
+}
+
+TEST_F(unit_template, uses_the_library_of_systemd_with_one_line_in_the_environment_file)
+{
+  machine_.dir().write("etc/staller.env", "LIBSYSTEMD_FILENAME=\n");
+  boot(FED_OFTEN);
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  EXPECT_THAT(notification_library(), HasSubstr("/libsystemd.so.0"));
+  EXPECT_TRUE(wait_for_keep_alives(2));
 }
 
 TEST_F(unit_template, runs_a_component_hardened_and_as_an_account_of_its_own)
