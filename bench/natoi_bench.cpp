@@ -60,14 +60,7 @@ static void natoi_to(benchmark::State& state)
                                const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
                                return result.ec == std::errc() ? value : T(0);
                              })};
-  // The result in errno is part of what natoi does, and a store that shows with texts of one to four digits.
-  const Contender with_errno{"from_chars+errno", sum_of<T>(texts, [](const std::string& text) {
-                               T value = 0;
-                               const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-                               errno = static_cast<int>(result.ec);
-                               return errno == 0 ? value : T(0);
-                             })};
-  side_by_side(state, 1000, own, strtol, from_chars, with_errno);
+  side_by_side(state, 1000, own, strtol, from_chars);
 }
 
 BENCHMARK_TEMPLATE(natoi_to, unsigned long long)
