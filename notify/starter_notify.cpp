@@ -1,8 +1,9 @@
 // The program tells systemd of itself through these three functions of systemd's client library. This library has them
 // and nothing else, for processes that need no more: LIBSYSTEMD_FILENAME chooses it. The interface is that of the
 // manual pages sd_booted(3), sd_notify(3) and sd_watchdog_enabled(3), with a negative error number for a failure;
-// sockets of virtual machines (vsock) are left out. The functions log nothing and use nothing but the C library. Any
-// thread, as long as no other thread changes the environment.
+// sockets of virtual machines (vsock) are left out, and so are states of more than some 200 KB, which do not fit into
+// the usual buffer of a socket. The functions log nothing and use nothing but the C library. Any thread, as long as no
+// other thread changes the environment.
 
 #include <cerrno>
 #include <climits>
