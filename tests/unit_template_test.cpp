@@ -114,7 +114,8 @@ TEST(unit_template_text, names_the_paths_of_the_prefix_that_it_is_installed_to)
     const std::string text = installed_template("--prefix " + std::string(prefix));
 
     for (const std::string& line :
-         {"AssertPathIsDirectory=" + std::string(config) + "%i.d", "EnvironmentFile=-" + std::string(config) + "%i.env",
+         {"Environment=LIBSYSTEMD_FILENAME=" + std::string(prefix) + "/" TESTS_LIB_DIR "/starter/libstarter-notify.so",
+          "AssertPathIsDirectory=" + std::string(config) + "%i.d", "EnvironmentFile=-" + std::string(config) + "%i.env",
           "ExecStartPre=-" + std::string(sbin) + "starter-check --save-files",
           "ExecStart=" + std::string(sbin) + "starter --reactor tp --threads ${STARTER_THREADS} -f " + config + "%i.d",
           "ExecReload=" + std::string(sbin) + "starter-check --allow-warnings"})
