@@ -2,62 +2,25 @@
 // default is small enough for every test run. A process that still exists after a minute has hung.
 
 #include "tests/support/loops.h"
+#include "tests/support/stress.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <random>
 #include <thread>
 
 #include <signal.h>
 
 namespace
 {
-struct Load
-{
-  const char* name;
-  unsigned bytes; // those that circulate in the busy service, 0 for a process without services
-};
-
-std::ostream& operator<<(std::ostream& out, const Load& load)
-{
-  return out << load.name;
-}
-
-const Load LOADS[] = {{"idle", 0}, {"busy", 4}};
-
-int stress_count()
-{
-  const char* const text = std::getenv("STARTER_STRESS_COUNT");
-  return text && *text ? std::atoi(text) : 20;
-}
-
 std::vector<std::string> make_args(const Loop& loop, const Load& load)
 {
   return load.bytes == 0 ? loop.args : with_service(loop.args, "busy", "_make_Busy", std::to_string(load.bytes));
 }
-
-void pass_time(unsigned usec)
-{
-  const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(usec);
-  while (std::chrono::steady_clock::now() < until)
-    std::this_thread::yield();
-}
-
-class Stress
-{
-protected:
-  const int count_ = stress_count();
-  std::mt19937 random_{20261};
-
-  unsigned up_to(unsigned usec) { return std::uniform_int_distribution<unsigned>(0, usec)(random_); }
-};
 
 class signal_stress : public testing::TestWithParam<std::tuple<Loop, Load>>, protected Stress
 {
