@@ -1,0 +1,82 @@
+// The package of the companions as a file.
+
+#include "tests/support/command.h"
+#include "tests/support/companions.h"
+#include "tests/support/requirements.h"
+#include "tests/support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class companion_package : public testing::Test
+{
+protected:
+  static void SetUpTestSuite()
+  {
+    dir_ = std::make_unique<Temp_Dir>();
+    (void)output_of(TESTS_CPACK " --config " TESTS_CPACK_CONFIG " -B " + *dir_ / "package");
+    deb_ = lines_of(output_of("ls " + *dir_ / "package/starter-companions_*.deb")).at(0);
+    (void)output_of("dpkg-deb --extract " + deb_ + ' ' + *dir_ / "data");
+  }
+
+  static void TearDownTestSuite() { dir_.reset(); }
+
+  static std::unique_ptr<Temp_Dir> dir_;
+  static std::string deb_;
+};
+
+std::unique_ptr<Temp_Dir> companion_package::dir_;
+std::string companion_package::deb_;
+
+TEST_F(companion_package, is_found_without_fault_by_lintian)
+{
+  NEEDS(has_tool("lintian"), "lintian");
+  EXPECT_EQ("", output_of("lintian --allow-root --fail-on error,warning " + deb_));
+}
+
+TEST_F(companion_package, has_all_of_each_companion_and_nothing_of_the_program)
+{
+  const std::vector<std::string> files = lines_of(output_of("dpkg-deb --fsys-tarfile " + deb_ + " | tar t"));
+
+  const std::string lib = without_newline(output_of("cd " + *dir_ / "data" + " && ls -d ./usr/lib/*/starter"));
+  for (const std::string& name : companion_names())
+    for (const std::string& file :
+         {lib + "/libstarter_" + name + ".so", "./usr/share/starter/companions/" + name + ".conf",
+          "./usr/share/man/man8/starter-" + name + ".8.gz",
+          "./usr/share/doc/starter-companions/" + name + "/README.md"})
+      EXPECT_THAT(files, testing::Contains(file));
+  for (const std::string& file : files) {
+    EXPECT_EQ(std::string::npos, file.find("bin/")) << file;
+    EXPECT_EQ(std::string::npos, file.find("/doc/starter/")) << file;
+  }
+}
+
+TEST_F(companion_package, depends_on_the_program_of_the_same_version)
+{
+  const std::string version = without_newline(output_of("dpkg-deb --field " + deb_ + " Version"));
+  const std::string depends = output_of("dpkg-deb --field " + deb_ + " Depends");
+  EXPECT_NE(std::string::npos, depends.find("starter (= " + version + ')')) << depends;
+  EXPECT_NE(std::string::npos, depends.find("libace-7.0.8")) << depends;
+}
+
+TEST_F(companion_package, has_stripped_libraries_and_names_no_directory_of_the_build)
+{
+  EXPECT_EQ("", output_of("nm " + *dir_ / "data/usr/lib/*/starter/*.so" + " 2>/dev/null"));
+  EXPECT_EQ("", output_of("! grep -rl -e " TESTS_SOURCE_DIR " -e " + dir_->path() + ' ' + *dir_ / "data"));
+}
+
+// The paths are those of the root that the package is installed to.
+TEST_F(companion_package, has_configuration_files_that_name_the_libraries_in_the_package)
+{
+  for (const std::string& name : companion_names()) {
+    const std::string conf = read_file(*dir_ / ("data/usr/share/starter/companions/" + name + ".conf"));
+    const std::size_t begin = conf.rfind(" * /") + 3;
+    const std::string library = conf.substr(begin, conf.find(':', begin) - begin);
+    EXPECT_EQ(0u, library.find("/usr/lib/")) << conf;
+    EXPECT_NE("", read_file(*dir_ / "data" + library)) << library;
+  }
+}
