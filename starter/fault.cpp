@@ -16,6 +16,7 @@
 #include <exception>
 
 #include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 enum { FAULT_GUARD_SEC = 5, MAX_EXIT_FAULTS = 16, TRACE_SIZE = 65536 };
@@ -67,6 +68,20 @@ static void guard_fault(unsigned sec)
   _exit(0);
 }
 
+// The alarm may interrupt any thread, but only the faulting one can write a record through the framework, to wherever
+// records go: it may hold the lock of the log. If that takes too long, the alarm comes once more.
+static void hand_alarm_to_faulting_thread()
+{
+  static std::atomic<bool> is_handed_over;
+  if (is_handed_over.exchange(true))
+    return;
+
+  guard_fault(1);
+  (void)tgkill(getpid(), faulting_thread, SIGALRM); // that thread waits in its signal handler, so it is there
+  for (;;)
+    pause();
+}
+
 // An exit handler has faulted. Those after it have their turn: the C library goes on with the next one.
 [[noreturn]] static void leave_again(int signo)
 {
@@ -88,8 +103,11 @@ static void guard_fault(unsigned sec)
     for (;;)
       pause();
 
-  if (!fault_logged)
+  if (!fault_logged) {
+    if (faulting_thread != gettid())
+      hand_alarm_to_faulting_thread();
     end_without_trace();
+  }
   if (signo != SIGALRM)
     leave_again(signo);
   _exit(0); // an exit handler hangs

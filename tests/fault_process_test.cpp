@@ -64,7 +64,19 @@ TEST(fault, inside_the_allocator_is_logged_by_a_single_loop_itself)
   EXPECT_EQ(alert(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n").in(SOURCE), found[0]);
 }
 
-// The back trace waits for the allocator, and the record without a back trace waits for the log.
+// The main thread, which the alarm interrupts, leaves the record to the thread that has faulted.
+TEST(fault, inside_the_allocator_is_logged_by_the_faulting_thread_of_a_pool)
+{
+  Starter_Process starter(with_service({"--reactor", "tp", "--threads", "4"}, "crash", "_make_Crash", "heap"),
+                          probed());
+
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  const std::vector<Logged> found = records_with(starter, "the back trace:");
+  ASSERT_EQ(1u, found.size()) << starter.log();
+  EXPECT_EQ(alert(caught_in(SIGABRT, "starter") + ", the back trace:\n.\n").in(SOURCE), found[0]);
+}
+
+// The back trace waits for the allocator, and no other thread gets at the log.
 TEST(fault, inside_the_allocator_is_recorded_even_while_its_thread_holds_the_log)
 {
   Starter_Process starter(with_service({"--reactor", "tp", "--threads", "4"}, "crash", "_make_Crash", "log"));
