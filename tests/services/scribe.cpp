@@ -1,0 +1,128 @@
+// A service that writes records, as its arguments say:
+//
+//   texts N       N records of all texts and priorities, while it is loaded
+//   failure       the record of a failed system call
+//   large N       a record that is made without the framework's buffer, and has N bytes
+//   thread RATE   numbered records in a thread of its own, RATE a second, until it ends
+//   flood N RATE  N numbered records in a thread of its own, RATE a second; then one that tells how long the longest
+//                 took
+
+#include "tests/support/scribe_texts.h"
+
+#include "scrt/log.h"
+
+#include <ace/Log_Record.h>
+#include <ace/OS_NS_sys_time.h>
+#include <ace/Service_Object.h>
+#include <ace/svc_export.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+namespace
+{
+using Clock = std::chrono::steady_clock;
+
+void write_texts(unsigned count)
+{
+  for (unsigned i = 0; i < count; ++i)
+    LOG_RECORD(SCRIBE_PRIORITIES[i % SCRIBE_PRIORITY_COUNT].priority, "%C\n", scribe_text(i).c_str());
+}
+
+void write_large(std::size_t size)
+{
+  ACE_Log_Record record(LM_NOTICE, ACE_OS::gettimeofday(), ::getpid());
+  record.msg_data((std::string(size, 'x') + '\n').c_str());
+  (void)ACE_LOG_MSG->log(record);
+}
+
+// Numbers go on over a reload, as the library stays loaded.
+std::atomic<unsigned> next_number;
+
+void write_number()
+{
+  LOG_RECORD(LM_INFO, "number %u.\n", next_number++);
+}
+
+class Scribe : public ACE_Service_Object
+{
+public:
+  int init(int argc, char** argv) override
+  {
+    const std::string what = argc > 0 ? argv[0] : "";
+    const unsigned count = argc > 1 ? static_cast<unsigned>(std::atoi(argv[1])) : 0;
+    if (what == "texts")
+      write_texts(count);
+    else if (what == "failure") {
+      errno = ENOENT;
+      LOG_FAILED(LM_ERROR, "Failed on purpose, errno=%d, %m\n", errno);
+    } else if (what == "large")
+      write_large(count);
+    else if (what == "thread")
+      start(&Scribe::write_numbers, 0, static_cast<int>(count));
+    else if (what == "flood")
+      start(&Scribe::flood, count, argc > 2 ? std::atoi(argv[2]) : 1);
+    return 0;
+  }
+
+  int fini() override
+  {
+    is_ended_ = true;
+    if (thread_.joinable())
+      thread_.join();
+    return 0;
+  }
+
+private:
+  // No signal handler interrupts the thread.
+  void start(void (Scribe::*run)(unsigned, int), unsigned count, int rate)
+  {
+    sigset_t all, former;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &former);
+    thread_ = std::thread(run, this, count, rate);
+    pthread_setname_np(thread_.native_handle(), "scribe");
+    pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  }
+
+  void write_numbers(unsigned, int rate)
+  {
+    while (!is_ended_) {
+      write_number();
+      std::this_thread::sleep_for(std::chrono::microseconds(1000000 / rate));
+    }
+  }
+
+  void flood(unsigned count, int rate)
+  {
+    Clock::duration longest{};
+    const Clock::time_point begin = Clock::now();
+    for (unsigned i = 0; i < count && !is_ended_; ++i) {
+      std::this_thread::sleep_until(begin + std::chrono::nanoseconds(1000000000L / rate * i));
+      const Clock::time_point before = Clock::now();
+      write_number();
+      longest = std::max(longest, Clock::now() - before);
+    }
+
+    const auto usec = [](Clock::duration d) {
+      return std::chrono::duration_cast<std::chrono::microseconds>(d).count();
+    };
+    LOG_RECORD(LM_INFO, "flooded for %d ms, at most %d us.\n", static_cast<int>(usec(Clock::now() - begin) / 1000),
+               static_cast<int>(usec(longest)));
+  }
+
+  std::thread thread_;
+  std::atomic<bool> is_ended_{false};
+};
+} // namespace
+
+ACE_FACTORY_DEFINE(ACE_Local_Service, Scribe)
