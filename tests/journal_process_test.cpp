@@ -323,7 +323,7 @@ TEST_F(journal, takes_its_arguments_anew_at_a_reload_and_keeps_the_number_of_los
   ASSERT_TRUE(starter.wait_for_event_loop());
   starter.send(SIGUSR2);
   ASSERT_TRUE(sink.wait_for("Enable ACE::debug.")) << starter.log();
-  EXPECT_EQ("4", sink.entries().at(0).at("STARTER_LOST"));
+  EXPECT_EQ("5", sink.entries().at(0).at("STARTER_LOST")) << "the record of the four is the fifth";
 }
 
 TEST_F(journal, ends_with_a_service_that_still_writes)

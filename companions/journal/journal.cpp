@@ -97,10 +97,11 @@ int Journal::fini()
   if (!is_installed_)
     return 0;
 
+  // An entry would have told it, but perhaps there is none any more. The record comes before the end: afterwards, it
+  // would wait for a standard error that leads to a journal which stands still.
+  if (const unsigned long lost = get_backend().lost(); lost != 0)
+    LOG_RECORD(LM_WARNING, "The journal did not get %B records\n", static_cast<std::size_t>(lost));
   get_backend().remove();
-  // An entry would have told it, but perhaps there is none any more.
-  if (get_backend().lost() != 0)
-    LOG_RECORD(LM_WARNING, "The journal did not get %B records\n", static_cast<std::size_t>(get_backend().lost()));
   return 0;
 }
 
