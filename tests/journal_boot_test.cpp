@@ -1,0 +1,185 @@
+// The companion "journal" with the journal of systemd, in a machine of its own. STARTER_STRESS_COUNT raises the numbers
+// of records: 200 stands for 10,000 texts, and for a journal that stands still for 10 seconds under 50,000 records a
+// second.
+
+#include "tests/support/command.h"
+#include "tests/support/companions.h"
+#include "tests/support/journal_json.h"
+#include "tests/support/scribe_texts.h"
+#include "tests/support/starter_process.h"
+#include "tests/support/stress.h"
+#include "tests/support/systemd_fixture.h"
+#include "tests/support/wait_until.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iostream>
+#include <set>
+#include <string>
+#include <vector>
+
+// A real machine lets 512 messages wait in a socket, and systemd sees to that. This one has the kernel's default,
+// except for sockets that are made in a namespace of their own.
+static const char JOURNALD_UNIT[] = R"([Unit]
+DefaultDependencies=no
+[Service]
+Type=notify
+ExecStart=/usr/bin/unshare --net --mount sh -c "mount -o remount,bind,rw /proc/sys && \
+  echo 512 >/proc/sys/net/unix/max_dgram_qlen && exec /lib/systemd/systemd-journald"
+)";
+
+// Nothing is dropped by the journal itself, and nothing leaves the machine.
+static const char JOURNALD_CONF[] = R"([Journal]
+Storage=volatile
+RateLimitIntervalSec=0
+RuntimeMaxUse=2G
+RuntimeKeepFree=1M
+ReadKMsg=no
+Audit=no
+ForwardToWall=no
+ForwardToSyslog=no
+)";
+
+class journal_boot : public Systemd_Fixture
+{
+protected:
+  journal_boot() : Systemd_Fixture("test.service") {}
+
+  // Boots the machine with a journal, and with a unit that loads the companion and what `directives` name.
+  void boot(const std::string& directives, const std::string& arguments = "")
+  {
+    machine_.dir().write("x.conf", companion_directive("journal") + directives);
+    std::string unit = "[Unit]\nDefaultDependencies=no\n[Service]\nType=exec\nEnvironment=COMPONENT=demo\n";
+    unit += test_settings() + "ExecStart=" + starter_executable() + ' ' + arguments + " -f " +
+            machine_.dir() / "x.conf" + '\n';
+    machine_.add_unit("test.service", unit);
+    machine_.add_unit("journald.service", JOURNALD_UNIT);
+    ASSERT_TRUE(machine_.boot());
+
+    const std::string conf = machine_.dir().write("journald.conf", JOURNALD_CONF);
+    ASSERT_TRUE(machine_.succeeds("mkdir -p /run/systemd/journald.conf.d /run/systemd/journal && cp " + conf +
+                                  " /run/systemd/journald.conf.d/test.conf && systemctl start journald.service"));
+  }
+
+  // The entries that the program has sent itself.
+  std::vector<Entry_Fields> entries(const std::string& options = "") const
+  {
+    std::vector<Entry_Fields> found;
+    for (const std::string& line : lines_of(machine_.run(
+             "journalctl -o json --all --no-pager _TRANSPORT=journal -u test.service " + options + " 2>/dev/null")))
+      found.push_back(parse_json_entry(line));
+    return found;
+  }
+
+  bool wait_for_entry(const std::string& pattern) const
+  {
+    return wait_until([&] {
+      return machine_.succeeds("journalctl --no-pager -u test.service -g '" + pattern + "' >/dev/null 2>&1");
+    });
+  }
+};
+
+static std::vector<std::string> messages_with(const std::vector<Entry_Fields>& entries, const std::string& start)
+{
+  std::vector<std::string> found;
+  for (const Entry_Fields& fields : entries)
+    if (fields.at("MESSAGE").compare(0, start.size(), start) == 0)
+      found.push_back(fields.at("MESSAGE"));
+  return found;
+}
+
+static std::size_t count_in(const std::string& text, const std::string& part)
+{
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+    ++count;
+  return count;
+}
+
+TEST_F(journal_boot, reads_back_every_priority_and_every_text_byte_for_byte)
+{
+  const unsigned count = 50 * static_cast<unsigned>(stress_count());
+  ASSERT_NO_FATAL_FAILURE(
+      boot(dynamic_directive("Scribe", "scribe", "_make_Scribe", "texts " + std::to_string(count) + " 2000")));
+  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
+  ASSERT_TRUE(wait_for_entry("is started"));
+
+  unsigned seen = 0;
+  unsigned errors = 0;
+  for (const Entry_Fields& fields : entries()) {
+    EXPECT_EQ("demo", fields.at("STARTER_COMPONENT"));
+    EXPECT_EQ("starter", fields.at("SYSLOG_IDENTIFIER"));
+    const std::string& message = fields.at("MESSAGE");
+    if (message[0] != '#')
+      continue;
+    ASSERT_EQ(std::to_string(seen), message.substr(1, message.find(' ') - 1)) << log();
+    EXPECT_EQ(scribe_text(seen), message);
+    EXPECT_EQ(std::to_string(SCRIBE_PRIORITIES[seen % SCRIBE_PRIORITY_COUNT].number), fields.at("PRIORITY")) << seen;
+    EXPECT_EQ("tests/services/scribe.cpp", fields.at("CODE_FILE"));
+    errors += SCRIBE_PRIORITIES[seen % SCRIBE_PRIORITY_COUNT].number <= 3;
+    ++seen;
+  }
+  EXPECT_EQ(count, seen);
+  EXPECT_EQ("", log());
+  EXPECT_EQ(errors, entries("-p err").size());
+}
+
+TEST_F(journal_boot, counts_what_is_lost_while_the_journal_stands_still)
+{
+  const unsigned seconds = std::max(1u, static_cast<unsigned>(stress_count()) / 20);
+  const unsigned count = 50000 * seconds;
+  ASSERT_NO_FATAL_FAILURE(
+      boot(dynamic_directive("Scribe", "scribe", "_make_Scribe", "flood " + std::to_string(count) + " 50000")));
+
+  // The flood ends, so no record has waited for the journal.
+  ASSERT_TRUE(machine_.succeeds("systemctl kill -s STOP journald.service"));
+  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
+  ASSERT_TRUE(wait_for_record("flooded for "));
+  ASSERT_TRUE(machine_.succeeds("systemctl kill -s CONT journald.service"));
+  ASSERT_TRUE(wait_for_entry("number 0"));
+  ASSERT_TRUE(machine_.succeeds("kill -USR2 " + show("MainPID")));
+  ASSERT_TRUE(wait_for_entry("Enable ACE::debug"));
+
+  const std::string text = log();
+  const std::vector<Entry_Fields> found = entries();
+  std::size_t lost = 0;
+  for (const Entry_Fields& fields : found)
+    if (const auto field = fields.find("STARTER_LOST"); field != fields.end())
+      lost += std::stoul(field->second);
+  EXPECT_LT(0u, lost);
+  EXPECT_EQ(lost, count_in(text, "\n"));
+  EXPECT_EQ(count, messages_with(found, "number ").size() + count_in(text, "number "));
+  const std::size_t summary = text.find("flooded for ");
+  std::cout << count << " records, " << lost << " lost, " << text.substr(summary, text.find('\n', summary) - summary)
+            << std::endl;
+}
+
+// Standard error leads to the journal here, as it does by default, and stands still together with it.
+TEST_F(journal_boot, lets_no_record_wait_for_a_standard_error_that_leads_to_the_journal)
+{
+  ASSERT_NO_FATAL_FAILURE(boot(dynamic_directive("Scribe", "scribe", "_make_Scribe", "flood 50000 50000")));
+  const std::string out = machine_.dir() / "out";
+  machine_.dir().write("units/test.service.d/stream.conf",
+                       "[Service]\nStandardOutput=append:" + out + "\nStandardError=journal\n");
+  ASSERT_TRUE(machine_.succeeds("systemctl daemon-reload && systemctl kill -s STOP journald.service"));
+  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
+  ASSERT_TRUE(wait_until([&] { return read_file(out) == "flooded\n"; }));
+
+  ASSERT_TRUE(machine_.succeeds("systemctl stop test.service"));
+  EXPECT_EQ("success", show("Result"));
+  ASSERT_TRUE(machine_.succeeds("systemctl kill -s CONT journald.service"));
+}
+
+TEST_F(journal_boot, has_the_record_of_a_fault_as_one_entry)
+{
+  ASSERT_NO_FATAL_FAILURE(boot(dynamic_directive("Crash", "crash", "_make_Crash", "page")));
+  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
+  ASSERT_TRUE(wait_for("ActiveState", "inactive"));
+
+  const std::vector<std::string> found =
+      messages_with(entries("-p alert"), "Signal 11 (Segmentation fault) caught in ");
+  ASSERT_EQ(1u, found.size());
+  EXPECT_NE(std::string::npos, found[0].find("crash_here")) << found[0];
+  EXPECT_EQ("\n.", found[0].substr(found[0].size() - 2));
+}
