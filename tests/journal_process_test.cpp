@@ -228,7 +228,7 @@ TEST_F(journal, is_told_how_many_records_were_lost_while_it_was_full)
   const unsigned count = 200 * static_cast<unsigned>(stress_count());
   Fake_Journal sink(path(), true);
   Starter_Process starter(loaded_before(scribe("flood " + std::to_string(count) + " 50000")));
-  ASSERT_TRUE(starter.wait_for_record("flooded for ")) << starter.log(); // the journal has been full for long
+  ASSERT_TRUE(starter.wait_for_record("flooded, ")) << starter.log(); // the journal has been full for long
 
   const std::size_t received = sink.entries().size();
   starter.send(SIGUSR2);
