@@ -255,6 +255,19 @@ TEST_F(journal_backend, writes_a_record_to_standard_error_that_comes_late)
   EXPECT_EQ("late\n", testing::internal::GetCapturedStderr());
 }
 
+// With Echo::ALL it is the framework that writes to standard error.
+TEST_F(journal_backend, leaves_a_late_record_to_the_framework_where_that_has_written_it)
+{
+  ASSERT_EQ(0, backend_.install((dir_ / "socket").c_str(), Echo::ALL));
+  backend_.remove();
+  ACE_Log_Record record(LM_INFO, 0, 0);
+  record.msg_data("late\n");
+
+  testing::internal::CaptureStderr();
+  (void)backend_.log(record);
+  EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
 TEST_F(journal_backend, leaves_standard_error_alone_that_got_nothing_before)
 {
   ACE_LOG_MSG->clr_flags(ACE_Log_Msg::STDERR);

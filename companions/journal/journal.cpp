@@ -21,9 +21,6 @@ class Journal : public ACE_Service_Object
 public:
   int init(int argc, ACE_TCHAR* argv[]) override;
   int fini() override;
-
-private:
-  bool is_installed_ = false; // by this object: a second one in the process must not undo what the first one did
 };
 
 // The backend outlives the objects of the service, as a reload makes a new one, and the number of lost records with it.
@@ -88,15 +85,11 @@ int Journal::init(int argc, ACE_TCHAR* argv[])
     LOG_FAILED(LM_ERROR, "Failed to start the journal at %C, errno=%d, %m\n", path, errno);
     return -1;
   }
-  is_installed_ = true;
   return 0;
 }
 
 int Journal::fini()
 {
-  if (!is_installed_)
-    return 0;
-
   // An entry would have told it, but perhaps there is none any more. The record comes before the end: afterwards, it
   // would wait for a standard error that leads to a journal which stands still.
   if (const unsigned long lost = get_backend().lost(); lost != 0)

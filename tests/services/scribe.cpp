@@ -1,7 +1,7 @@
 // A service that writes records, as its arguments say:
 //
 //   texts N RATE  N records of all texts and priorities while it is loaded, RATE a second or as fast as it can
-//   failure       the record of a failed system call
+//   failure       a record of status 0 while errno is set, and the record of a failed system call
 //   large N       a record that is made without the framework's buffer, and has N bytes
 //   thread RATE   numbered records in a thread of its own, RATE a second, until it ends
 //   flood N RATE  N numbered records in a thread of its own, RATE a second; then one that tells, on standard output
@@ -85,6 +85,7 @@ public:
       write_texts(count, rate);
     else if (what == "failure") {
       errno = ENOENT;
+      LOG_RECORD(LM_ERROR, "No failure, errno=%d\n", errno);
       LOG_FAILED(LM_ERROR, "Failed on purpose, errno=%d, %m\n", errno);
     } else if (what == "large")
       write_large(count);
