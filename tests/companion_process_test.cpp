@@ -54,8 +54,8 @@ TEST_F(installed_companions, have_a_page_of_one_screen_and_a_manual_page_each)
 TEST_F(installed_companions, have_configuration_files_without_a_finding)
 {
   for (const std::string& name : companion_names())
-    EXPECT_EQ("", output_of(TESTS_CHECKER " -f " + conf_dir() + '/' + name + ".conf"));
-  EXPECT_EQ("", output_of(TESTS_CHECKER " -f " + conf_dir()));
+    EXPECT_EQ("", output_of(TESTS_CHECKER " -q -f " + conf_dir() + '/' + name + ".conf"));
+  EXPECT_EQ("", output_of(TESTS_CHECKER " -q -f " + conf_dir()));
 }
 
 TEST_F(installed_companions, are_all_that_is_installed)
