@@ -41,17 +41,20 @@ bool is_regular_file(const char* path)
   return ACE_OS::stat(path, &st) == 0 && S_ISREG(st.st_mode);
 }
 
-// Whether the file can be read to its end. The reason why not is in `errno`.
-static bool is_read_to_end(int fd)
+// Whether the file of `size` bytes can be read to its end. The reason why not is in `errno`. A size of 0 counts as
+// unknown, because it is also that of files which the system makes as they are read.
+static bool is_read_to_end(int fd, off_t size)
 {
   char buf[4096];
 
-  for (;;) {
+  for (off_t left = size;;) {
     const ssize_t n = ::read(fd, buf, sizeof buf);
     if (n == 0 || (n < 0 && errno == EAGAIN)) // one that has nothing yet is waited for later
       return true;
     if (n < 0 && errno != EINTR)
       return false;
+    if (n > 0 && (left -= n) == 0) // spares a read that tells of the end; a short read alone may precede a failure
+      return true;
   }
 }
 
@@ -72,7 +75,7 @@ Content look_into(const char* path)
     return Content::UNREADABLE;
   }
 
-  const bool is_readable = is_read_to_end(fd);
+  const bool is_readable = is_read_to_end(fd, st.st_size);
   const int e = errno;
   ::close(fd);
   errno = e;
@@ -151,8 +154,8 @@ void Safe_Arguments::find_directory(int argc, char** argv)
 
 bool Safe_Arguments::is_safe(const char* file) const
 {
-  const std::string path = *file == '/' ? file : directory_ + file;
-  if (look_into(path.c_str()) != Content::UNREADABLE)
+  const bool is_moved = *file != '/' && !directory_.empty();
+  if (look_into(is_moved ? (directory_ + file).c_str() : file) != Content::UNREADABLE)
     return true;
 
   LOG_FAILED(LM_ERROR, "Failed to read %s, which is left out, errno=%d, %m\n", file, errno);

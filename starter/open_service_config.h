@@ -1,7 +1,6 @@
 #ifndef STARTER_OPEN_SERVICE_CONFIG_H
 #define STARTER_OPEN_SERVICE_CONFIG_H
 
-#include "scrt/string_sprintf.h"
 #include "starter/configuration.h"
 
 #include <ace/ACE.h>
@@ -10,9 +9,15 @@
 #include <ace/Get_Opt.h>
 #include <ace/OS_NS_ctype.h>
 #include <ace/OS_NS_string.h>
+#include <ace/OS_NS_sys_stat.h>
 
+#include <algorithm>
+#include <climits>
+#include <cstddef>
 #include <set>
 #include <string>
+
+#include <dirent.h>
 
 /// The options of the service configurator, as ACE_Get_Opt takes them. The leading '-' repeats the request for the
 /// order of the command line: without it, POSIXLY_CORRECT in the environment would end the options at the first stray
@@ -62,6 +67,12 @@ inline void add_option(Service_Config_Argv& args, const char* letter, const char
   args.append(value, true);
 }
 
+/// Whether the character has a meaning for the framework's line, so that it stands between quotes there.
+inline bool is_quoted(char c)
+{
+  return c == '"' || c == '\'' || ACE_OS::ace_isspace(c);
+}
+
 /// The text that the framework's line has to hold for `path` to come out of it as one argument: white space and quotes
 /// stand between quotes. A backslash is an ordinary character outside of quotes only, so it stays there.
 inline std::string quote_path(const std::string& path)
@@ -70,12 +81,28 @@ inline std::string quote_path(const std::string& path)
   for (const char c : path)
     if (c == '"')
       text += "'\"'";
-    else if (c == '\'' || ACE_OS::ace_isspace(c))
+    else if (is_quoted(c))
       text += std::string(1, '"') + c + '"';
     else
       text += c;
 
   return text;
+}
+
+/// Whether the entry of a directory is a regular file, or a symbolic link to one. `path` is the path of the entry, at
+/// which only entries are looked that do not tell: links, those of file systems that keep no types, and those whose
+/// path is too long to be opened.
+inline bool is_regular_entry(const ACE_DIRENT& entry, const std::string& path)
+{
+  switch (entry.d_type) {
+  case DT_REG:
+    return path.size() < PATH_MAX;
+  case DT_LNK:
+  case DT_UNKNOWN:
+    return is_regular_file(path.c_str());
+  default:
+    return false;
+  }
 }
 
 /// Add to `svc_cfgs` the path of every regular file with the extension "conf" in the directory `prefix`.
@@ -86,13 +113,21 @@ inline bool find_service_configs(const char* prefix, std::set<std::string>& svc_
   if (dir.open(prefix) != 0)
     return false;
 
+  std::string path(prefix);
+  path += '/';
+  const std::size_t name_at = path.size();
+
+  // A directory that may be read and not searched tells the types of files that cannot be opened.
+  ACE_stat st;
+  if (ACE_OS::stat((path + '.').c_str(), &st) != 0)
+    return true;
+
   while (const ACE_DIRENT* const entry = dir.read()) {
     if (ACE::isdotdir(entry->d_name) || !is_file_extension(entry->d_name, "conf"))
       continue;
 
-    std::string path;
-    string_sprintf(path, "%s/%s", prefix, entry->d_name);
-    if (is_regular_file(path.c_str()))
+    path.replace(name_at, std::string::npos, entry->d_name);
+    if (is_regular_entry(*entry, path))
       svc_cfgs.insert(path);
   }
 
@@ -172,8 +207,9 @@ bool open_service_config(int argc, char** argv, bool skip_first_arg, T open_serv
       // Kept as it is: the set grows over the whole command line, so a second directory passes the files of the
       // first one again, in one order with its own; the configurator processes files in the order given.
       for (const std::string& i : svc_cfgs) {
+        const bool is_plain = std::none_of(i.begin(), i.end(), is_quoted);
         args.append("-f");
-        args.append(quoted_cfgs.insert(quote_path(i)).first->c_str());
+        args.append(is_plain ? i.c_str() : quoted_cfgs.insert(quote_path(i)).first->c_str());
       }
       break;
     default: // "thread-pool", and what is not for the configurator, the program's own options among it

@@ -88,3 +88,34 @@ TEST(is_regular_file, leaves_the_reason_in_errno)
 
   EXPECT_FALSE(is_regular_file(""));
 }
+
+TEST(look_into, reads_files_of_every_size_to_their_end)
+{
+  const Temp_Dir dir;
+  const std::size_t sizes[] = {0, 1, 4095, 4096, 4097, 20000};
+
+  for (const std::size_t size : sizes) {
+    SCOPED_TRACE(size);
+    EXPECT_EQ(Content::READABLE, look_into(dir.write("file", std::string(size, '#')).c_str()));
+  }
+}
+
+TEST(look_into, tells_what_opens_and_cannot_be_read)
+{
+  const Temp_Dir dir;
+  ASSERT_EQ(0, mkdir((dir / "directory").c_str(), 0777));
+  const std::tuple<std::string, Content, int> cases[] = {
+      {dir / "directory", Content::UNREADABLE, EISDIR},
+      {"/proc/self/mem", Content::UNREADABLE, EIO}, // a regular file of size 0, of which nobody can read the first byte
+      {"/proc/self/status", Content::READABLE, 0},  // another one, which has a content all the same
+      {dir / "missing", Content::NOT_OPENED, ENOENT}};
+
+  for (const auto& [path, content, error] : cases) {
+    SCOPED_TRACE(path);
+    errno = 0;
+    EXPECT_EQ(content, look_into(path.c_str()));
+    if (error != 0) {
+      EXPECT_EQ(error, errno);
+    }
+  }
+}

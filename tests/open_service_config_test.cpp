@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -355,6 +356,43 @@ TEST(open_service_config, skips_files_that_it_cannot_examine)
   ASSERT_EQ(0, chmod((dir / "listed.d").c_str(), 0777));
 
   EXPECT_EQ((Words{}), passed);
+}
+
+TEST(is_regular_entry, believes_the_type_and_looks_at_what_has_none)
+{
+  const Temp_Dir dir;
+  dir.write("file", "");
+  make_dir(dir / "directory");
+  ASSERT_EQ(0, symlink("file", (dir / "link-to-file").c_str()));
+  ASSERT_EQ(0, symlink("directory", (dir / "link-to-directory").c_str()));
+  const std::tuple<const char*, unsigned char, const char*, bool> cases[] = {
+      {"a file that is not looked at", DT_REG, "missing", true},
+      {"a file of a file system without types", DT_UNKNOWN, "file", true},
+      {"a directory of a file system without types", DT_UNKNOWN, "directory", false},
+      {"what is gone from a file system without types", DT_UNKNOWN, "missing", false},
+      {"a link to a file", DT_LNK, "link-to-file", true},
+      {"a link to a directory", DT_LNK, "link-to-directory", false},
+      {"a link to nothing", DT_LNK, "missing", false},
+      {"a directory", DT_DIR, "file", false},
+      {"a fifo", DT_FIFO, "file", false},
+      {"a socket", DT_SOCK, "file", false},
+      {"a device", DT_CHR, "file", false}};
+
+  for (const auto& [what, type, name, result] : cases) {
+    SCOPED_TRACE(what);
+    ACE_DIRENT entry = {};
+    entry.d_type = type;
+    EXPECT_EQ(result, is_regular_entry(entry, dir / name));
+  }
+}
+
+TEST(is_regular_entry, leaves_out_a_path_that_cannot_be_opened_for_its_length)
+{
+  ACE_DIRENT entry = {};
+  entry.d_type = DT_REG;
+
+  EXPECT_TRUE(is_regular_entry(entry, std::string(PATH_MAX - 1, 'x')));
+  EXPECT_FALSE(is_regular_entry(entry, std::string(PATH_MAX, 'x')));
 }
 
 TEST(open_service_config, keeps_a_value_with_blanks_one_argument)
