@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <list>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -131,31 +132,37 @@ public:
   bool is_default_file_safe() const { return is_default_file_safe_; }
 
 private:
-  void find_directory(int argc, char** argv);
-  bool is_safe(const char* file) const;
+  const std::string& directory();
+  bool is_safe(const char* file);
   void replace(const char* file);
 
+  const int argc_;
+  char** const argv_;
   std::vector<char*> arguments_;
-  std::list<std::string> replacements_; // the texts of arguments
-  std::string directory_;               // what stands before a relative path
+  std::list<std::string> replacements_;  // the texts of arguments
+  std::optional<std::string> directory_; // see directory()
   bool is_default_file_safe_ = true;
 };
 
-// The configurator reads its arguments twice. In the first reading it finds that it is to go to the background, which
-// it does before it opens a file, and the working directory changes.
-void Safe_Arguments::find_directory(int argc, char** argv)
+// Returns what stands before a relative path. The configurator reads its arguments twice. In the first reading it finds
+// that it is to go to the background, which it does before it opens a file, and the working directory changes.
+const std::string& Safe_Arguments::directory()
 {
-  ACE_Get_Opt opt(argc, argv, "bs:p:", 1, 0, ACE_Get_Opt::RETURN_IN_ORDER);
+  if (directory_)
+    return *directory_;
 
+  directory_ = "";
+  ACE_Get_Opt opt(argc_, argv_, "bs:p:", 1, 0, ACE_Get_Opt::RETURN_IN_ORDER);
   for (int c; (c = opt()) != -1;)
     if (c == 'b')
       directory_ = "/";
+  return *directory_;
 }
 
-bool Safe_Arguments::is_safe(const char* file) const
+bool Safe_Arguments::is_safe(const char* file)
 {
-  const bool is_moved = *file != '/' && !directory_.empty();
-  if (look_into(is_moved ? (directory_ + file).c_str() : file) != Content::UNREADABLE)
+  const Content content = *file == '/' ? look_into(file) : look_into((directory() + file).c_str());
+  if (content != Content::UNREADABLE)
     return true;
 
   LOG_FAILED(LM_ERROR, "Failed to read %s, which is left out, errno=%d, %m\n", file, errno);
@@ -173,10 +180,9 @@ void Safe_Arguments::replace(const char* file)
     }
 }
 
-Safe_Arguments::Safe_Arguments(int argc, char** argv) : arguments_(argv, argv + argc)
+Safe_Arguments::Safe_Arguments(int argc, char** argv) : argc_(argc), argv_(argv), arguments_(argv, argv + argc)
 {
   arguments_.push_back(nullptr);
-  find_directory(argc, argv);
 
   // The second reading, in which it finds its files. It changes the order of the arguments.
   std::vector<char*> line = arguments_;

@@ -7,11 +7,9 @@
 #include <ace/ARGV.h>
 #include <ace/Dirent.h>
 #include <ace/Get_Opt.h>
-#include <ace/OS_NS_ctype.h>
 #include <ace/OS_NS_string.h>
 #include <ace/OS_NS_sys_stat.h>
 
-#include <algorithm>
 #include <climits>
 #include <cstddef>
 #include <set>
@@ -67,11 +65,8 @@ inline void add_option(Service_Config_Argv& args, const char* letter, const char
   args.append(value, true);
 }
 
-/// Whether the character has a meaning for the framework's line, so that it stands between quotes there.
-inline bool is_quoted(char c)
-{
-  return c == '"' || c == '\'' || ACE_OS::ace_isspace(c);
-}
+/// The characters that have a meaning in the framework's line.
+constexpr char QUOTED_CHARACTERS[] = "\"' \t\n\v\f\r";
 
 /// The text that the framework's line has to hold for `path` to come out of it as one argument: white space and quotes
 /// stand between quotes. A backslash is an ordinary character outside of quotes only, so it stays there.
@@ -81,7 +76,7 @@ inline std::string quote_path(const std::string& path)
   for (const char c : path)
     if (c == '"')
       text += "'\"'";
-    else if (is_quoted(c))
+    else if (ACE_OS::strchr(QUOTED_CHARACTERS, c))
       text += std::string(1, '"') + c + '"';
     else
       text += c;
@@ -207,7 +202,7 @@ bool open_service_config(int argc, char** argv, bool skip_first_arg, T open_serv
       // Kept as it is: the set grows over the whole command line, so a second directory passes the files of the
       // first one again, in one order with its own; the configurator processes files in the order given.
       for (const std::string& i : svc_cfgs) {
-        const bool is_plain = std::none_of(i.begin(), i.end(), is_quoted);
+        const bool is_plain = !ACE_OS::strpbrk(i.c_str(), QUOTED_CHARACTERS);
         args.append("-f");
         args.append(is_plain ? i.c_str() : quoted_cfgs.insert(quote_path(i)).first->c_str());
       }
