@@ -211,9 +211,9 @@ private:
 };
 
 static const char CHECKED_AT_START[] = "checked: --save-files /run/starter/staller/files "
-                                       "--reactor tp --threads 4 -f /run/test/etc/staller.d.\n";
+                                       "--reactor dev_poll --threads 4 -f /run/test/etc/staller.d.\n";
 static const char CHECKED_AT_RELOAD[] = "checked: --allow-warnings --compare-files /run/starter/staller/files "
-                                        "--reactor tp --threads 4 -f /run/test/etc/staller.d.\n";
+                                        "--reactor dev_poll --threads 4 -f /run/test/etc/staller.d.\n";
 static const char FED_OFTEN[] = "WatchdogSec=5\nEnvironment=SD_NOTIFY_INTERVAL=1\n";
 
 TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_the_template_sets)
@@ -222,7 +222,7 @@ TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_the_tem
   ASSERT_NO_FATAL_FAILURE(start());
 
   EXPECT_EQ("active", show("ActiveState"));
-  EXPECT_TRUE(wait_for_record("Created 'tp' reactor with 4 threads\n")) << log();
+  EXPECT_TRUE(wait_for_record("Created 'dev_poll' reactor with 4 threads\n")) << log();
   EXPECT_TRUE(wait_for_record("The staller is there.\n"));
   EXPECT_TRUE(wait_for_record("<6>Notify systemd every 10000 ms.\n"));
   EXPECT_TRUE(wait_for_record("-staller "));
@@ -234,13 +234,14 @@ TEST_F(unit_template, starts_a_component_with_the_pool_and_the_name_that_the_tem
   EXPECT_EQ("/run/test/sbin/libstarter-notify.so", notification_library());
 }
 
-TEST_F(unit_template, takes_threads_and_arguments_from_an_environment_file)
+TEST_F(unit_template, takes_the_reactor_threads_and_arguments_from_an_environment_file)
 {
-  machine_.dir().write("etc/staller.env", "STARTER_THREADS=2\nSTARTER_ARGS=-d\nMALLOC_ARENA_MAX=2\n");
+  machine_.dir().write("etc/staller.env",
+                       "STARTER_REACTOR=select\nSTARTER_THREADS=2\nSTARTER_ARGS=-d\nMALLOC_ARENA_MAX=2\n");
   boot();
   ASSERT_NO_FATAL_FAILURE(start());
 
-  EXPECT_TRUE(wait_for_record("Created 'tp' reactor with 2 threads\n"));
+  EXPECT_TRUE(wait_for_record("Created 'select' reactor with 2 threads\n"));
   EXPECT_EQ("-d", machine_.run("tr '\\0' '\\n' </proc/" + pid_ + "/cmdline | grep -x -- -d"));
   EXPECT_EQ("MALLOC_ARENA_MAX=2", machine_.run("tr '\\0' '\\n' </proc/" + pid_ + "/environ | grep MALLOC_"));
 }
