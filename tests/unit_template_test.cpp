@@ -117,7 +117,8 @@ TEST(unit_template_text, names_the_paths_of_the_prefix_that_it_is_installed_to)
          {"Environment=LIBSYSTEMD_FILENAME=" + std::string(prefix) + "/" TESTS_LIB_DIR "/starter/libstarter-notify.so",
           "AssertPathIsDirectory=" + std::string(config) + "%i.d", "EnvironmentFile=-" + std::string(config) + "%i.env",
           "ExecStartPre=-" + std::string(sbin) + "starter-check --save-files",
-          "ExecStart=" + std::string(sbin) + "starter --reactor tp --threads ${STARTER_THREADS} -f " + config + "%i.d",
+          "ExecStart=" + std::string(sbin) + "starter --reactor ${STARTER_REACTOR} --threads ${STARTER_THREADS} -f " +
+              config + "%i.d",
           "ExecReload=" + std::string(sbin) + "starter-check --allow-warnings"})
       EXPECT_THAT(text, HasSubstr('\n' + line));
   }
