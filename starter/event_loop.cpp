@@ -6,6 +6,7 @@
 #include "starter/hang_up.h"
 #include "starter/host_phase.h"
 #include "starter/loop_control.h"
+#include "starter/loop_turns.h"
 #include "starter/signals.h"
 
 #include <ace/OS_NS_Thread.h>
@@ -57,7 +58,7 @@ static void run_in_main_thread()
 
   for (serve_hang_ups(); !is_loop_ended(); serve_hang_ups()) {
     hang_bell();
-    ACE_Reactor::instance()->run_reactor_event_loop();
+    run_counted_loop(*ACE_Reactor::instance());
   }
 }
 
@@ -69,7 +70,7 @@ static void* event_loop(void* arg)
   ACE_Reactor* const reactor = static_cast<ACE_Reactor*>(arg);
 
   reactor->owner(ACE_OS::thr_self());
-  reactor->run_reactor_event_loop();
+  run_counted_loop(*reactor);
   (void)sem_post(&ended_threads); // cannot fail with so few threads
   return nullptr;
 }
