@@ -89,8 +89,9 @@ const Sample* Watch::sample(Thread& thread, std::uint64_t& callback)
   if (!verdict.is_waiting)
     return taken;
 
+  // The call that the signal has interrupted goes on. Without the right to ask for it, the present state has to do.
   const Thread_Call call = read_thread_call(thread.tid, reactor_);
-  thread.turn_wait = call.doing == Doing::WAITS_FOR_EVENTS ? 0 : call.key;
+  thread.turn_wait = thread.call != 0 ? thread.call : call.doing == Doing::RUNS ? call.key : 0;
   restart(thread);
   return nullptr;
 }
@@ -155,6 +156,7 @@ void Watch::look_at_stalled(Thread& thread)
 bool Watch::knows_to_wait(Thread& thread)
 {
   const Thread_Call call = read_thread_call(thread.tid, reactor_);
+  thread.call = call.doing == Doing::BLOCKS ? call.key : 0;
   const bool waits_for_turn = thread.turn_wait != 0 && thread.turn_wait == call.key;
   if (!waits_for_turn)
     thread.turn_wait = 0;

@@ -39,6 +39,7 @@ private:
     pid_t tid;
     unsigned long turns;
 
+    std::uint64_t call;      // the key of the call in which it was found last, 0 for none
     std::uint64_t turn_wait; // the key of the call in which it waits for its turn, 0 if it does not
     bool works;              // it has not waited for events since `since`
     long since;

@@ -46,6 +46,8 @@ bool Hanger_Commands::release(Starter_Process& starter)
 Start_Options with_slow_allocator()
 {
   Start_Options options;
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
   options.preload = {preload_library("slow_malloc")};
+#endif
   return options;
 }

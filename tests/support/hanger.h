@@ -17,11 +17,12 @@ struct Hang
   const char* function;
 };
 
-inline const Hang HANGS[] = {{'s', "hang_asleep"},
-                             {'c', "hang_computing"},
-                             {'m', "hang_for_a_mutex"},
-                             {'r', "hang_in_a_read"},
-                             {'a', "hang_in_the_allocator"}};
+inline const Hang HANGS[] = {
+    {'s', "hang_asleep"},           {'c', "hang_computing"}, {'m', "hang_for_a_mutex"}, {'r', "hang_in_a_read"},
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which bring an allocator of their own
+    {'a', "hang_in_the_allocator"},
+#endif
+};
 
 inline std::ostream& operator<<(std::ostream& out, const Hang& hang)
 {
