@@ -117,6 +117,8 @@ void Reporter::set_limits(const Time_Limits& limits)
 
 void Reporter::set_operation(Operation operation)
 {
+  if (operation == Operation::RELOAD)
+    is_start_over_ = true;
   Operation present = operation_;
   while (present != Operation::STOP && !operation_.compare_exchange_weak(present, operation))
     ;
@@ -126,6 +128,7 @@ void Reporter::set_operation(Operation operation)
 
 void Reporter::end_start()
 {
+  is_start_over_ = true;
   Operation start = Operation::START;
   (void)operation_.compare_exchange_strong(start, Operation::NONE);
   (void)::sem_post(&wake_up_);
@@ -241,9 +244,8 @@ void Reporter::extend_time()
   if (!has_progress || !has_time_left_)
     return;
 
-  // If the loop has never run, systemd has noted that the process stops, and may have forgotten it when the program was
-  // ready.
-  const std::string text = operation == Operation::STOP && !facts_.reactor ? "STOPPING=1\n" : "";
+  // Of a stop during the start, systemd has only made a note, and may have dropped it when the program was ready.
+  const std::string text = operation == Operation::STOP && !is_start_over_ ? "STOPPING=1\n" : "";
   const microseconds more = std::min(left, microseconds(seconds(pause_sec_)));
   (void)socket_.send(text + "EXTEND_TIMEOUT_USEC=" + std::to_string(more.count()) + '\n');
 }

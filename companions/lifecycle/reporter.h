@@ -53,7 +53,7 @@ public:
   void set_limits(const Time_Limits& limits);
 
   /// Tell the thread about the operation that is under way from here on, NONE when none is. After a STOP there is no
-  /// other one. Any thread, in signal handlers too.
+  /// other one, and a RELOAD comes after the start. Any thread, in signal handlers too.
   void set_operation(Operation operation);
 
   /// Tell the thread that the loop runs: a START is over then. Any thread.
@@ -96,6 +96,7 @@ private:
   std::atomic<long long> pause_sec_{0};
   std::atomic<Operation> operation_{Operation::NONE};
   std::atomic<unsigned> operations_{0}; ///< the number of set_operation() calls
+  std::atomic<bool> is_start_over_{false};
   std::atomic<const char*> untold_{nullptr};
 
   // Only the thread uses these.
