@@ -2,6 +2,7 @@
 // STARTER_STRESS_COUNT sets the number of runs of each case, as in signal_stress_test.
 
 #include "tests/support/companions.h"
+#include "tests/support/fake_notify_socket.h"
 #include "tests/support/loops.h"
 #include "tests/support/stress.h"
 
@@ -64,8 +65,17 @@ protected:
 
   const Loop& loop() const { return std::get<Loop>(GetParam()); }
 
+  // A companion that notifies systemd has somebody who listens.
+  Start_Options notifying() const
+  {
+    Start_Options options;
+    options.env["NOTIFY_SOCKET"] = dir_ / "notify";
+    return options;
+  }
+
 private:
   Temp_Dir dir_;
+  Fake_Notify_Socket systemd_{dir_ / "notify"};
 };
 } // namespace
 
@@ -74,7 +84,7 @@ TEST_P(companion_stress, ends_on_a_termination_at_any_moment)
   const std::vector<std::string> args = make_args();
   for (int i = 0; i < count_; ++i) {
     SCOPED_TRACE(i);
-    Starter_Process starter(args);
+    Starter_Process starter(args, notifying());
     ASSERT_TRUE(wait_for_dispositions(starter)) << starter.log();
 
     pass_time(up_to(8000));
@@ -87,7 +97,7 @@ TEST_P(companion_stress, ends_on_a_termination_at_any_moment)
 
 TEST_P(companion_stress, goes_on_after_a_hang_up_at_any_moment)
 {
-  Starter_Process starter(make_args());
+  Starter_Process starter(make_args(), notifying());
   ASSERT_TRUE(starter.wait_for_record("is started.")) << starter.log();
   ASSERT_TRUE(loop().threads == 1 || starter.wait_for_event_loop()) << starter.log();
   const std::size_t threads = starter.threads().size(); // those of the companions included

@@ -90,7 +90,8 @@ void Reporter::work()
 // is news even to a thread that has given up on the one before.
 void Reporter::wait()
 {
-  if ((operation_ == Operation::NONE || !has_time_left_) && !untold_) {
+  const bool is_idle = operation_ == Operation::NONE || !has_time_left_;
+  if (is_idle && !untold_ && !is_status_untold_) {
     while (::sem_wait(&wake_up_) != 0)
       ; // a debugger, for instance, interrupts it
     return;
@@ -207,11 +208,14 @@ std::string Reporter::make_status() const
 void Reporter::send_status()
 {
   std::string status = make_status();
-  if (status == sent_status_)
+  if (status == sent_status_) {
+    is_status_untold_ = false;
     return;
+  }
 
-  (void)socket_.send("STATUS=" + status + '\n'); // a lost one is replaced by the next
-  sent_status_ = std::move(status);
+  is_status_untold_ = !socket_.send("STATUS=" + status + '\n') && is_worth_another_try(errno);
+  if (!is_status_untold_)
+    sent_status_ = std::move(status);
 }
 
 // ---- More time

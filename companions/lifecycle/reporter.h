@@ -47,7 +47,7 @@ public:
   /// operations. Returns 0, or -1 with errno. Main thread.
   int start(const char* address);
 
-  /// End the thread, which sends the status line before, if it has changed. Main thread.
+  /// End the thread, which sends the status line before, if it has changed. Waits for at most a second. Main thread.
   void stop();
 
   void set_limits(const Time_Limits& limits);
@@ -101,6 +101,7 @@ private:
 
   // Only the thread uses these.
   std::string sent_status_;
+  bool is_status_untold_ = false;
   unsigned known_operations_ = 0;
   bool has_time_left_ = true; ///< the operation that is under way
   Clock::time_point begin_;

@@ -124,6 +124,8 @@ static void finish_hang_up()
 
   if (is_ended) { // the service has been removed, or was not initialised again
     is_ended = false;
+    if (!is_loop_running())
+      tell_stopping(); // nobody is there to tell it later
     leave();
   }
 }
