@@ -94,12 +94,10 @@ TEST(stl_symbols, exports_nothing_but_code_of_the_libraries)
       "__start_.*|__stop_.*|__odr_asan.*|__[a-z]+san_.*|\\w*gcov\\w*|mangle_path");
   static const std::regex copied_data(".*@.*"); // data of a library with symbol versions, such as stderr
   static const std::regex for_c_programs("enable_fd_cloexec|o_cloexec_enabled");
-  static const std::regex for_watchers("starter_loops"); // the one function of the program that services may look up
 
   for (const std::string& name : symbols("--dynamic --demangle"))
     EXPECT_TRUE(std::regex_match(name, libraries) || std::regex_match(name, of_the_tools) ||
-                std::regex_match(name, copied_data) || std::regex_match(name, for_c_programs) ||
-                std::regex_match(name, for_watchers))
+                std::regex_match(name, copied_data) || std::regex_match(name, for_c_programs))
         << name;
 }
 

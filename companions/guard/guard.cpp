@@ -2,6 +2,7 @@
 
 #include "companions/guard/guard_thread.h"
 #include "companions/guard/judge.h"
+#include "companions/guard/program_note.h"
 #include "companions/guard/sampler.h"
 #include "companions/guard/watch.h"
 
@@ -14,8 +15,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-
-#include <dlfcn.h>
 
 enum { MIN_LIMIT_MSEC = 20, MAX_LIMIT_MSEC = 3600000 };
 
@@ -94,8 +93,7 @@ int Guard::init(int argc, ACE_TCHAR* argv[])
     return -1;
   prepare_to_judge();
 
-  // Through the framework's own wrapper the default scope is an invalid handle.
-  const starter_loops_t loops = reinterpret_cast<starter_loops_t>(::dlsym(RTLD_DEFAULT, "starter_loops"));
+  const starter_loops_t loops = find_starter_loops();
   if (!loops)
     LOG_FAILED(LM_ERROR, "Failed to start the guard: this program does not tell the turns of its loop threads\n");
   else if (is_loaded)

@@ -1,5 +1,7 @@
 #include "companions/guard/symbols.h"
 
+#include "companions/guard/program_note.h"
+
 #include <ace/Reactor.h>
 
 #include <algorithm>
@@ -110,7 +112,7 @@ static Address_Range find_module_range(std::uintptr_t address)
 
 Framework_Modules find_framework_modules()
 {
-  const std::uintptr_t program = reinterpret_cast<std::uintptr_t>(::dlsym(RTLD_DEFAULT, "starter_loops"));
+  const std::uintptr_t program = reinterpret_cast<std::uintptr_t>(find_starter_loops());
 
   return {find_module_range(framework_address()), find_module_range(program)};
 }

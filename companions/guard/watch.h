@@ -1,6 +1,7 @@
 #ifndef COMPANIONS_GUARD_WATCH_H
 #define COMPANIONS_GUARD_WATCH_H
 
+#include "companions/guard/program_note.h"
 #include "companions/guard/sample.h"
 #include "companions/guard/sampler.h"
 #include "companions/guard/thread_call.h"
@@ -17,9 +18,6 @@ struct Watch_Options
   long kill_msec = 0;     ///< one that lasts as long ends the process; 0 for none
   bool counts = false;    ///< the records tell the number of the stall
 };
-
-/// The function of the program that tells the threads in the loop and their turns: see starter/loop_turns.h.
-using starter_loops_t = unsigned (*)(int* tids, unsigned long* turns, unsigned size);
 
 /// Looks at the loop threads again and again, and knows how long each has been in its present callback. There is one
 /// object, which outlives a reload. It takes no lock that a loop thread may hold but that of the framework's log. The
