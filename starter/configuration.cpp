@@ -151,11 +151,11 @@ const std::string& Safe_Arguments::directory()
   if (directory_)
     return *directory_;
 
-  directory_ = "";
+  directory_ = std::string();
   ACE_Get_Opt opt(argc_, argv_, "bs:p:", 1, 0, ACE_Get_Opt::RETURN_IN_ORDER);
   for (int c; (c = opt()) != -1;)
     if (c == 'b')
-      directory_ = "/";
+      *directory_ = "/";
   return *directory_;
 }
 

@@ -66,6 +66,19 @@ static bool note_running_loop()
   return is_settled;
 }
 
+static void send_stopping()
+{
+  get_reporter().tell("STOPPING=1\n");
+  get_reporter().set_operation(Operation::STOP);
+}
+
+// A handler in another thread may have told of the stop since this one looked. The stop is the last that systemd hears.
+static void repeat_stopping()
+{
+  if (is_stopping)
+    send_stopping();
+}
+
 static void tell_reloading()
 {
   is_started = true;
@@ -73,6 +86,7 @@ static void tell_reloading()
     return;
   get_reporter().tell_reloading();
   get_reporter().set_operation(Operation::RELOAD);
+  repeat_stopping();
 }
 
 static void tell_ready()
@@ -81,14 +95,13 @@ static void tell_ready()
     return;
   get_reporter().tell("READY=1\n");
   get_reporter().set_operation(Operation::NONE);
+  repeat_stopping();
 }
 
 static void tell_stopping()
 {
-  if (is_stopping.exchange(true))
-    return;
-  get_reporter().tell("STOPPING=1\n");
-  get_reporter().set_operation(Operation::STOP);
+  if (!is_stopping.exchange(true))
+    send_stopping();
 }
 
 // ---- Signal handlers
