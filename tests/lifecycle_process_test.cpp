@@ -174,6 +174,7 @@ TEST_P(lifecycle_of_each_loop, is_ready_again_when_a_reload_is_refused)
   Starter_Process starter(loaded_before(talker(), GetParam().args), options_);
   ASSERT_TRUE(wait_for_loop(starter, {"", {}, GetParam().threads + 1})) << starter.log();
   ASSERT_TRUE(systemd.wait_for("STATUS=running;")); // the start is over
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
   const std::string conf = dir_ / "x.conf";
   ASSERT_EQ(0, unlink(conf.c_str()));
   ASSERT_EQ(0, mkdir(conf.c_str(), 0700)); // it opens well and cannot be read
