@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-/// What is wrong with the string of parameters, beyond what it says.
+/// The faults that the string of parameters may have, beyond what it says.
 enum class String_Problem {
   NONE,
   BEGINS_IN_WORD,     ///< a word goes before the quote without a blank, and is lost or becomes part of it

@@ -22,8 +22,8 @@ Expectation describe_expectation(const std::string& what, const Token& token, co
 /// thread.
 bool is_left_over(const Svc_Conf& former, const Token& token, const Token& last);
 
-/// What an error behind a directive means for its service, as the end of a message. Empty if the directive takes no
-/// arguments. Any thread.
+/// The meaning that an error behind a directive has for its service, as the end of a message. Empty if the directive
+/// takes no arguments. Any thread.
 std::string without_arguments(const Directive& directive);
 
 #endif // CHECK_SYNTAX_MESSAGES_H

@@ -78,6 +78,19 @@ protected:
 
   std::string summary_of_flood() const;
 
+  // The program floods the journal while it stands still, and writes one more record when it has gone on. Sets
+  // `summary` to the line that the flood ends with.
+  void flood_while_the_journal_stands(std::string& summary)
+  {
+    ASSERT_TRUE(machine_.succeeds("systemctl kill -s STOP journald.service"));
+    ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
+    summary = summary_of_flood();
+    ASSERT_TRUE(machine_.succeeds("systemctl kill -s CONT journald.service"));
+    ASSERT_TRUE(wait_for_entry("number 0"));
+    ASSERT_TRUE(machine_.succeeds("kill -USR2 " + show("MainPID")));
+    ASSERT_TRUE(wait_for_entry("Enable ACE::debug"));
+  }
+
   bool wait_for_entry(const std::string& pattern) const
   {
     return wait_until([&] {
@@ -152,13 +165,8 @@ TEST_F(journal_boot, counts_what_is_lost_while_the_journal_stands_still)
 {
   const unsigned count = 2500 * static_cast<unsigned>(stress_count());
   ASSERT_NO_FATAL_FAILURE(boot(flood(count)));
-  ASSERT_TRUE(machine_.succeeds("systemctl kill -s STOP journald.service"));
-  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
-  const std::string summary = summary_of_flood();
-  ASSERT_TRUE(machine_.succeeds("systemctl kill -s CONT journald.service"));
-  ASSERT_TRUE(wait_for_entry("number 0"));
-  ASSERT_TRUE(machine_.succeeds("kill -USR2 " + show("MainPID")));
-  ASSERT_TRUE(wait_for_entry("Enable ACE::debug"));
+  std::string summary;
+  ASSERT_NO_FATAL_FAILURE(flood_while_the_journal_stands(summary));
 
   const std::string text = log();
   const std::vector<Entry_Fields> found = entries();
@@ -175,13 +183,8 @@ TEST_F(journal_boot, lets_no_record_wait_for_a_journal_that_stands_still)
 {
   const unsigned count = 2500 * static_cast<unsigned>(stress_count());
   ASSERT_NO_FATAL_FAILURE(boot(flood(count), "none"));
-  ASSERT_TRUE(machine_.succeeds("systemctl kill -s STOP journald.service"));
-  ASSERT_TRUE(machine_.succeeds("systemctl start test.service"));
-  const std::string summary = summary_of_flood();
-  ASSERT_TRUE(machine_.succeeds("systemctl kill -s CONT journald.service"));
-  ASSERT_TRUE(wait_for_entry("number 0"));
-  ASSERT_TRUE(machine_.succeeds("kill -USR2 " + show("MainPID")));
-  ASSERT_TRUE(wait_for_entry("Enable ACE::debug"));
+  std::string summary;
+  ASSERT_NO_FATAL_FAILURE(flood_while_the_journal_stands(summary));
 
   EXPECT_EQ("", log());
   const std::vector<Entry_Fields> found = entries();

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-/// What a thread did when it took a sample of itself.
+/// The thing that a thread did when it took a sample of itself.
 struct Verdict
 {
   bool is_waiting;        ///< for events, or for its turn to wait for them

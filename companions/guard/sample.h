@@ -15,7 +15,7 @@ struct Frame
   std::uintptr_t saved[SAVED_REGISTERS];
 };
 
-/// What a thread has told of itself, at the moment that a signal interrupted it.
+/// The things that a thread has told of itself, at the moment that a signal interrupted it.
 struct Sample
 {
   bool is_waiting; ///< the signal has interrupted the reactor's wait for events

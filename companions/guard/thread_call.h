@@ -7,7 +7,7 @@
 
 #include <sys/types.h>
 
-/// What a thread does, as far as the system tells it to others.
+/// The thing that a thread does, as far as the system tells it to others.
 enum class Doing {
   WAITS_FOR_EVENTS, ///< in the wait of the reactor
   BLOCKS,           ///< in some other system call

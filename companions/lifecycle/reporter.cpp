@@ -248,7 +248,7 @@ void Reporter::extend_time()
   if (!has_progress || !has_time_left_)
     return;
 
-  // Of a stop during the start, systemd has only made a note, and may have dropped it when the program was ready.
+  // Systemd has only made a note of a stop during the start, and may have dropped it when the program was ready.
   const std::string text = operation == Operation::STOP && !is_start_over_ ? "STOPPING=1\n" : "";
   const microseconds more = std::min(left, microseconds(seconds(pause_sec_)));
   (void)socket_.send(text + "EXTEND_TIMEOUT_USEC=" + std::to_string(more.count()) + '\n');

@@ -21,7 +21,7 @@ struct Time_Limits
   std::chrono::seconds pause; ///< an operation may make no progress for this time
 };
 
-/// What the status line tells besides the operation and the last failure. Any thread.
+/// The facts that the status line tells besides the operation and the last failure. Any thread.
 struct Status_Facts
 {
   std::atomic<const char*> reactor{nullptr}; ///< the kind, null before the loop runs
