@@ -83,6 +83,15 @@ long long monotonic_usec()
 
 // ---- The order of notifications
 
+// The states that systemd is told of, each one once: a stop comes with each request for more time, and again if it came
+// together with another message.
+static Texts changes_told_to(Fake_Notify_Socket& systemd)
+{
+  Texts states = systemd.states();
+  states.erase(std::unique(states.begin(), states.end()), states.end());
+  return states;
+}
+
 TEST_P(lifecycle_of_each_loop, tells_of_the_start_of_three_reloads_and_of_the_stop_in_order)
 {
   Fake_Notify_Socket systemd(path());
@@ -97,7 +106,7 @@ TEST_P(lifecycle_of_each_loop, tells_of_the_start_of_three_reloads_and_of_the_st
   }
   end(starter);
 
-  EXPECT_THAT(systemd.states(),
+  EXPECT_THAT(changes_told_to(systemd),
               ElementsAre("READY", "RELOADING", "READY", "RELOADING", "READY", "RELOADING", "READY", "STOPPING"));
 }
 
@@ -138,7 +147,7 @@ TEST_P(lifecycle_of_each_loop, tells_of_a_stop_when_a_termination_comes_during_a
   starter.send(SIGTERM);
 
   EXPECT_EQ(0, starter.wait_status()) << starter.log();
-  EXPECT_THAT(systemd.states(), ElementsAre("READY", "RELOADING", "STOPPING"));
+  EXPECT_THAT(changes_told_to(systemd), ElementsAre("READY", "RELOADING", "STOPPING"));
 }
 
 TEST_P(lifecycle_of_each_loop, tells_of_a_reload_that_waited_for_the_start_when_the_program_is_ready)
@@ -152,7 +161,7 @@ TEST_P(lifecycle_of_each_loop, tells_of_a_reload_that_waited_for_the_start_when_
   ASSERT_TRUE(systemd.wait_for("READY=1", 2)) << starter.log();
   EXPECT_EQ(2u, starter.count("lingered init."));
   end(starter);
-  EXPECT_THAT(systemd.states(), ElementsAre("READY", "RELOADING", "READY", "STOPPING"));
+  EXPECT_THAT(changes_told_to(systemd), ElementsAre("READY", "RELOADING", "READY", "STOPPING"));
 }
 
 TEST_P(lifecycle_of_each_loop, tells_of_a_stop_when_a_termination_comes_during_the_start)
@@ -163,9 +172,7 @@ TEST_P(lifecycle_of_each_loop, tells_of_a_stop_when_a_termination_comes_during_t
 
   end(starter);
 
-  Texts states = systemd.states();
-  states.erase(std::unique(states.begin(), states.end()), states.end()); // it comes with each request for more time
-  EXPECT_THAT(states, ElementsAre("STOPPING", "READY", "STOPPING"));
+  EXPECT_THAT(changes_told_to(systemd), ElementsAre("STOPPING", "READY", "STOPPING"));
 }
 
 TEST_P(lifecycle_of_each_loop, is_ready_again_when_a_reload_is_refused)
@@ -189,7 +196,7 @@ TEST_P(lifecycle_of_each_loop, is_ready_again_when_a_reload_is_refused)
   EXPECT_THAT(systemd.values_of("STATUS=").back(), HasSubstr("; reloads: 0; "));
   EXPECT_EQ(0u, starter.count("talker fini."));
   end(starter);
-  EXPECT_THAT(systemd.states(), ElementsAre("READY", "RELOADING", "READY", "STOPPING"));
+  EXPECT_THAT(changes_told_to(systemd), ElementsAre("READY", "RELOADING", "READY", "STOPPING"));
 }
 
 INSTANTIATE_TEST_SUITE_P(loops, lifecycle_of_each_loop, testing::ValuesIn(LOOPS), loop_name);
@@ -242,7 +249,7 @@ TEST_F(lifecycle, is_told_of_a_hang_up_that_another_thread_takes)
     ASSERT_TRUE(systemd.wait_for("READY=1", i + 2)) << starter.log();
   }
   end(starter);
-  EXPECT_THAT(systemd.states(),
+  EXPECT_THAT(changes_told_to(systemd),
               ElementsAre("READY", "RELOADING", "READY", "RELOADING", "READY", "RELOADING", "READY", "STOPPING"));
 }
 
@@ -420,7 +427,7 @@ TEST_F(lifecycle, comes_back_with_a_later_reload)
   ASSERT_TRUE(systemd.wait_for("READY=1", 3)) << starter.log();
   end(starter);
 
-  EXPECT_THAT(systemd.states(), ElementsAre("READY", "RELOADING", "READY", "RELOADING", "READY", "STOPPING"));
+  EXPECT_THAT(changes_told_to(systemd), ElementsAre("READY", "RELOADING", "READY", "RELOADING", "READY", "STOPPING"));
 }
 
 TEST_F(lifecycle, is_not_begun_twice)
@@ -436,7 +443,7 @@ TEST_F(lifecycle, is_not_begun_twice)
   starter.send(SIGHUP);
   EXPECT_TRUE(systemd.wait_for("READY=1", 2));
   end(starter);
-  EXPECT_THAT(systemd.states(), ElementsAre("READY", "RELOADING", "READY", "STOPPING"));
+  EXPECT_THAT(changes_told_to(systemd), ElementsAre("READY", "RELOADING", "READY", "STOPPING"));
 }
 
 TEST_F(lifecycle, refuses_wrong_arguments_with_one_error_record)

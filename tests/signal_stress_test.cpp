@@ -190,6 +190,13 @@ unsigned long fluctuation(const Loop& loop, const Load& load)
   return loop.threads == 1 ? 1 << 16 : 1 << 20;
 }
 
+// The number of descriptors that a pool may still hold of services that are gone: a loop thread that the system has put
+// aside in a callback keeps the event handler, which has a pipe.
+unsigned long held_descriptors(const Loop& loop, const Load& load)
+{
+  return load.bytes == 0 || loop.threads == 1 ? 0 : 2 * loop.threads;
+}
+
 class growth_stress : public testing::TestWithParam<std::tuple<Loop, Load>>, protected Stress
 {
 };
@@ -233,7 +240,7 @@ TEST_P(growth_stress, grows_neither_memory_nor_descriptors_with_the_number_of_re
   EXPECT_LE(after.heap(), before.heap() + growth);
   // A thread may use a page of its stack for the first time.
   EXPECT_LE(after.resident(), before.resident() + 128 + growth / 1024);
-  EXPECT_LE(after.descriptors(), before.descriptors());
+  EXPECT_LE(after.descriptors(), before.descriptors() + held_descriptors(loop, load));
 }
 
 INSTANTIATE_TEST_SUITE_P(loops, reload_stress, testing::ValuesIn(LOOPS), loop_name);
