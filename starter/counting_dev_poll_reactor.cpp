@@ -1,6 +1,6 @@
 #include "starter/counting_dev_poll_reactor.h"
 
-#include <ace/Guard_T.h>
+#include <ace/OS_Errno.h>
 
 #include <cerrno>
 

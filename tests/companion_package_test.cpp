@@ -2,6 +2,7 @@
 
 #include "tests/support/command.h"
 #include "tests/support/companions.h"
+#include "tests/support/debian_packages.h"
 #include "tests/support/requirements.h"
 #include "tests/support/temp_dir.h"
 
@@ -18,18 +19,24 @@ protected:
   static void SetUpTestSuite()
   {
     dir_ = std::make_unique<Temp_Dir>();
-    (void)output_of(TESTS_CPACK " --config " TESTS_CPACK_CONFIG " -B " + *dir_ / "package");
-    deb_ = lines_of(output_of("ls " + *dir_ / "package/starter-companions_*.deb")).at(0);
+    packages_ = std::make_unique<Debian_Packages>();
+    deb_ = packages_->file("starter-companions");
     (void)output_of("dpkg-deb --extract " + deb_ + ' ' + *dir_ / "data");
   }
 
-  static void TearDownTestSuite() { dir_.reset(); }
+  static void TearDownTestSuite()
+  {
+    packages_.reset();
+    dir_.reset();
+  }
 
   static std::unique_ptr<Temp_Dir> dir_;
+  static std::unique_ptr<Debian_Packages> packages_;
   static std::string deb_;
 };
 
 std::unique_ptr<Temp_Dir> companion_package::dir_;
+std::unique_ptr<Debian_Packages> companion_package::packages_;
 std::string companion_package::deb_;
 
 TEST_F(companion_package, is_found_without_fault_by_lintian)

@@ -18,7 +18,7 @@
 
 namespace
 {
-/// What one event handler tells of itself; it may be deleted at any moment.
+/// The news that one event handler gives of itself; the event handler may be deleted at any moment.
 struct History
 {
   const std::thread::id remover = std::this_thread::get_id();

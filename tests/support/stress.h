@@ -7,7 +7,7 @@
 #include <random>
 #include <thread>
 
-/// What a process under stress does meanwhile.
+/// The work that a process under stress does meanwhile.
 struct Load
 {
   const char* name;
