@@ -6,13 +6,11 @@
 
 #include "bench/figures.h"
 #include "bench/process.h"
+#include "bench/scratch.h"
 
 #include <cstdlib>
 #include <filesystem>
 #include <map>
-
-static const std::filesystem::path scratch =
-    std::filesystem::temp_directory_path() / ("bench-" + std::to_string(getpid()));
 
 static std::string directive(int n)
 {
@@ -20,10 +18,9 @@ static std::string directive(int n)
          " Service_Object * " BENCH_LIBRARIES "/libbench_services.so:_make_Silent()\n";
 }
 
-// Makes a directory of `count` files, with a service in each if there are to be services. Returns the paths.
-static Words make_files(const std::string& name, int count, bool with_services)
+// Makes the directory with `count` files, with a service in each if there are to be services. Returns the paths.
+static Words make_files(const std::filesystem::path& dir, int count, bool with_services)
 {
-  const std::filesystem::path dir = scratch / name;
   std::filesystem::create_directories(dir);
   Words paths;
   for (int n = 0; n < count; ++n) {
@@ -54,23 +51,22 @@ struct Growing
   std::vector<double> least = {};
 };
 
-static Growing with_files(int count, bool with_services)
+static Growing with_files(const Scratch& scratch, int count, bool with_services)
 {
   const std::string name = std::to_string(count) + (with_services ? " files with a service each" : " empty files");
   Words required{BENCH_DIR "/required_host"};
-  for (const std::string& path : make_files(name, count, with_services))
+  for (const std::string& path : make_files(scratch.path() / name, count, with_services))
     required = std::move(required) + Words{"-f", path};
-  return {name, count, {BENCH_STARTER, "-f", scratch / name}, required};
+  return {name, count, {BENCH_STARTER, "-f", scratch.path() / name}, required};
 }
 
-static Growing with_services(int count)
+static Growing with_services(const Scratch& scratch, int count)
 {
   const std::string name = std::to_string(count) + " services in a file";
-  std::filesystem::create_directories(scratch);
-  std::ofstream out(scratch / (name + ".conf"));
+  const std::string path = scratch.path() / (name + ".conf");
+  std::ofstream out(path);
   for (int n = 0; n < count; ++n)
     out << directive(n);
-  const std::string path = scratch / (name + ".conf");
   return {name, count, {BENCH_STARTER, "-f", path}, {BENCH_DIR "/required_host", "-f", path}};
 }
 
@@ -85,20 +81,20 @@ static void print_cost(const char* what, const Growing& base, const Growing& gro
 }
 
 int main(int, char** argv)
-{
+try {
   const int rounds = std::atoi(argv[1]);
   const int most = std::atoi(argv[2]);
+  const Scratch scratch;
   std::vector<Growing> empty;
   std::vector<Growing> full;
   std::vector<Growing> services;
   for (const int count : {1, 10, 100, 1000, 5000})
     if (count <= most) {
-      empty.push_back(with_files(count, false));
-      if (count <= 1000)
-        full.push_back(with_files(count, true));
+      empty.push_back(with_files(scratch, count, false));
+      full.push_back(with_files(scratch, count, true));
     }
   for (const int count : {1, 10, 100, 1000})
-    services.push_back(with_services(count));
+    services.push_back(with_services(scratch, count));
 
   for (int n = 0; n < rounds; ++n) {
     std::fprintf(stderr, "growth: round %d of %d\n", n + 1, rounds);
@@ -108,7 +104,6 @@ int main(int, char** argv)
         growing.own.push_back(cpu_msec(growing.starter));
       }
   }
-  std::filesystem::remove_all(scratch);
 
   for (const std::vector<Growing>* const series : {&empty, &full, &services}) {
     for (const Growing& growing : *series) {
@@ -118,4 +113,6 @@ int main(int, char** argv)
     if (series->back().count >= 100)
       print_cost("the program's own cost for each, us", series->front(), series->back());
   }
+} catch (const std::exception& failure) {
+  return tell(failure);
 }

@@ -124,8 +124,10 @@ static void measure_wake_ups(unsigned seconds)
 }
 
 int main(int, char** argv)
-{
+try {
   for (const char* const limit : {"1024", "4096", "20000"})
     measure_memory(std::atoi(argv[1]), limit);
   measure_wake_ups(static_cast<unsigned>(std::atoi(argv[2])));
+} catch (const std::exception& failure) {
+  return tell(failure);
 }

@@ -2,7 +2,9 @@
 #define BENCH_PROCESS_H
 
 #include <csignal>
+#include <cstdio>
 #include <ctime>
+#include <exception>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -32,8 +34,16 @@ inline double seconds_now(clockid_t clock = CLOCK_MONOTONIC)
   return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
+/// Tell why a measurement has failed. Returns the exit status of the program.
+inline int tell(const std::exception& failure)
+{
+  std::fprintf(stderr, "%s\n", failure.what());
+  return 1;
+}
+
 /// A process under measurement, whose standard error stream is read. Its environment has nothing but what it is given.
-/// Failures are thrown: a row without its process has nothing to measure. The destructor kills what still runs.
+/// Failures are thrown: a row without its process has nothing to measure. The destructor kills what still runs, so that
+/// every main has to catch what is thrown and tell() it: nobody unwinds the stack for an exception that is not caught.
 class Process
 {
 public:

@@ -5,8 +5,10 @@
 #include "bench/process.h"
 
 int main(int argc, char** argv)
-{
+try {
   Process process(Words(argv + 1, argv + argc));
   process.wait_for("is started.");
   process.end();
+} catch (const std::exception& failure) {
+  return tell(failure);
 }

@@ -29,7 +29,7 @@ static void start_and_end(Subject& subject)
 }
 
 int main(int, char** argv)
-{
+try {
   const int rounds = std::atoi(argv[1]);
   const Words reporter{"-S",
                        "dynamic Reporter Service_Object * " BENCH_LIBRARIES "/libbench_services.so:_make_Reporter()"};
@@ -58,4 +58,6 @@ int main(int, char** argv)
     print_figures("start", "to the exit, ms", subject.name, subject.ended, required.ended);
   for (const Subject& subject : subjects)
     print_figures("start", "processor time, ms", subject.name, subject.cpu, required.cpu);
+} catch (const std::exception& failure) {
+  return tell(failure);
 }
