@@ -1,55 +1,18 @@
-// Measures an echo of 64 bytes in the program with every kind of reactor, in a bare host, and in servers on other
-// libraries: the processor time that the server takes for a request, and the rate. Each connection waits for its answer
-// before it asks again. Then the latency at a fixed rate: a request is due at its time whether or not the answers to
-// earlier ones are there, and its latency counts from that time.
+// Measures an echo of 64 bytes in the program with every kind of reactor and 1, 2 and 4 threads, in bare hosts with the
+// same, and in servers on other libraries: the processor time that the server takes for a request, and the rate. Each
+// connection waits for its answer before it asks again. Then the latency at a fixed rate.
 //
 //   dispatch_row ROUNDS MSEC [PEER]
 
 #include "bench/figures.h"
-#include "bench/process.h"
+#include "bench/own_processor.h"
+#include "bench/session.h"
 
-#include <cstdint>
 #include <cstdlib>
-#include <deque>
 #include <map>
-#include <memory>
 #include <utility>
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
-
-enum { REQUEST_SIZE = 64, LATENCY_RATE = 5000, LATENCY_CONNECTIONS = 64 };
-
-struct Server
-{
-  const char* name;
-  Words words; // the port follows, or the directive of the service
-  bool is_host;
-};
-
-static const Server SERVERS[] = {
-    {"raw epoll", {BENCH_DIR "/epoll_echo"}, false},
-    {"raw epoll, 2 threads", {BENCH_DIR "/epoll_echo"}, false},
-    {"raw epoll, 4 threads", {BENCH_DIR "/epoll_echo"}, false},
-    {"libevent", {BENCH_DIR "/libevent_echo"}, false},
-    {"libuv", {BENCH_DIR "/libuv_echo"}, false},
-    {"Asio", {BENCH_DIR "/asio_echo"}, false},
-    {"Asio, 2 threads", {BENCH_DIR "/asio_echo"}, false},
-    {"Asio, 4 threads", {BENCH_DIR "/asio_echo"}, false},
-    {"bare select", {BENCH_DIR "/bare_host", "select", "1"}, true},
-    {"bare dev_poll", {BENCH_DIR "/bare_host", "dev_poll", "1"}, true},
-    {"bare dev_poll, 4 threads", {BENCH_DIR "/bare_host", "dev_poll", "4"}, true},
-    {"bare priority", {BENCH_DIR "/bare_host", "priority", "1"}, true},
-    {"bare tp, 4 threads", {BENCH_DIR "/bare_host", "tp", "4"}, true},
-    {"starter select", {BENCH_STARTER, "--reactor", "select"}, true},
-    {"starter priority", {BENCH_STARTER, "--reactor", "priority"}, true},
-    {"starter dev_poll", {BENCH_STARTER, "--reactor", "dev_poll"}, true},
-    {"starter dev_poll, 2 threads", {BENCH_STARTER, "--reactor", "dev_poll", "--threads", "2"}, true},
-    {"starter dev_poll, 4 threads", {BENCH_STARTER, "--reactor", "dev_poll", "--threads", "4"}, true},
-    {"starter tp, 2 threads", {BENCH_STARTER, "--reactor", "tp", "--threads", "2"}, true},
-    {"starter tp, 4 threads", {BENCH_STARTER, "--reactor", "tp", "--threads", "4"}, true}};
+enum { LATENCY_RATE = 5000, LATENCY_CONNECTIONS = 64 };
 
 struct Load
 {
@@ -60,183 +23,131 @@ struct Load
 
 static const Load LOADS[] = {{"1", 1, 0}, {"8", 8, 0}, {"64", 64, 0}, {"512", 512, 0}, {"16 busy, 500 idle", 16, 500}};
 
-static std::uint16_t free_port(int& fd, sockaddr_in& at)
+static const std::pair<const char*, double> PERCENTILES[] = {{"median", 0.5}, {"99 %", 0.99}, {"99.9 %", 0.999}};
+
+static const char* const REFERENCE = "raw epoll";
+
+static std::string with_threads(const std::string& name, unsigned threads)
 {
-  fd = socket(AF_INET, SOCK_STREAM, 0);
-  at = {};
-  at.sin_family = AF_INET;
-  at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof at;
-  if (bind(fd, reinterpret_cast<sockaddr*>(&at), sizeof at) != 0 ||
-      getsockname(fd, reinterpret_cast<sockaddr*>(&at), &size) != 0)
-    throw std::runtime_error("no free port");
-  return ntohs(at.sin_port);
+  return threads < 2 ? name : name + ", " + std::to_string(threads) + " threads";
 }
 
-// A server with connections to it, all of which have been answered once.
-class Session
+static Server peer(const char* name, const char* program, unsigned threads = 1)
 {
-public:
-  Session(const Server& server, std::size_t connections);
-  ~Session()
-  {
-    for (const int fd : fds_)
-      close(fd);
-    close(epoll_);
-  }
-
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
-
-  // Asks on the first `busy` connections for the time, and adds the rate and the processor time for a request.
-  void ask(std::size_t busy, double seconds, std::vector<double>& rate, std::vector<double>& usec);
-
-  // Asks at the fixed rate, and adds the latencies in microseconds.
-  void ask_at_rate(double seconds, std::vector<double>& usec);
-
-private:
-  void request(int fd) const
-  {
-    static const char text[REQUEST_SIZE] = {};
-    if (send(fd, text, sizeof text, MSG_NOSIGNAL) != sizeof text)
-      throw std::runtime_error("the server has gone: " + process_->log());
-  }
-
-  std::size_t receive(int fd) const
-  {
-    char buf[4096];
-    const ssize_t n = recv(fd, buf, sizeof buf, 0);
-    if (n <= 0)
-      throw std::runtime_error("the server has gone: " + process_->log());
-    return static_cast<std::size_t>(n);
-  }
-
-  std::unique_ptr<Process> process_;
-  std::vector<int> fds_;
-  int epoll_ = -1;
-};
-
-Session::Session(const Server& server, std::size_t connections) : epoll_(epoll_create1(EPOLL_CLOEXEC))
-{
-  int probe = -1;
-  sockaddr_in at;
-  const std::string port = std::to_string(free_port(probe, at));
-  close(probe);
-
-  Words words = server.words;
-  if (server.is_host) {
-    words = words + Words{"-S", "dynamic Echo Service_Object * " BENCH_LIBRARIES "/libbench_services.so:_make_Echo()"};
-  } else {
-    const std::string name = server.name;
-    const std::size_t comma = name.find(", ");
-    words = words + Words{port, comma == std::string::npos ? "1" : name.substr(comma + 2, 1)};
-  }
-  process_ = std::make_unique<Process>(words, Words{"ECHO_PORT=" + port});
-  process_->wait_for("is started.");
-
-  for (std::size_t n = 0; n < connections; ++n) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    fds_.push_back(fd);
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) != 0)
-      throw std::runtime_error("cannot connect: " + process_->log());
-    const int on = 1;
-    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    request(fd);
-    for (std::size_t got = 0; got < REQUEST_SIZE;)
-      got += receive(fd);
-    epoll_event event = {};
-    event.events = EPOLLIN;
-    event.data.u64 = n;
-    epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event);
-  }
+  return {with_threads(name, threads), {std::string(BENCH_DIR "/") + program}, threads, false};
 }
 
-void Session::ask(std::size_t busy, double seconds, std::vector<double>& rate, std::vector<double>& usec)
+// A host stands beside the bare host with the same reactor, so that whatever disturbs the one disturbs the other.
+static void add_hosts(std::vector<Server>& servers, const std::string& kind, unsigned threads)
 {
-  const double cpu = process_->cpu_seconds();
-  const double start = seconds_now();
-  for (std::size_t n = 0; n < busy; ++n)
-    request(fds_[n]);
-
-  std::size_t answers = 0;
-  for (std::size_t open = busy; open > 0;) {
-    epoll_event events[64];
-    const int count = epoll_wait(epoll_, events, 64, -1);
-    const bool is_over = seconds_now() - start >= seconds;
-    for (int i = 0; i < count; ++i) {
-      const int fd = fds_[events[i].data.u64];
-      (void)receive(fd); // so few bytes come in one piece
-      ++answers;
-      if (is_over)
-        --open;
-      else
-        request(fd);
-    }
-  }
-  rate.push_back(static_cast<double>(answers) / (seconds_now() - start));
-  usec.push_back(1e6 * (process_->cpu_seconds() - cpu) / static_cast<double>(answers));
+  const std::string count = std::to_string(threads);
+  servers.push_back({with_threads("bare " + kind, threads), {BENCH_DIR "/bare_host", kind, count}, threads, true});
+  servers.push_back({with_threads("starter " + kind, threads),
+                     {BENCH_STARTER, "--reactor", kind, "--threads", count},
+                     threads,
+                     true});
 }
 
-void Session::ask_at_rate(double seconds, std::vector<double>& usec)
+static std::vector<Server> all_servers()
 {
-  std::vector<std::deque<double>> due(fds_.size()); // of the requests that are not answered yet
-  std::vector<std::size_t> bytes(fds_.size());
-  const double start = seconds_now();
-  const std::size_t total = static_cast<std::size_t>(seconds * LATENCY_RATE);
-
-  for (std::size_t asked = 0, answered = 0; answered < total;) {
-    for (; asked < total && start + static_cast<double>(asked) / LATENCY_RATE <= seconds_now(); ++asked) {
-      const std::size_t at = asked % fds_.size();
-      due[at].push_back(start + static_cast<double>(asked) / LATENCY_RATE);
-      request(fds_[at]);
-    }
-    epoll_event events[64];
-    const int count = epoll_wait(epoll_, events, 64, 0); // never sleeps: the next request would be late
-    for (int i = 0; i < count; ++i) {
-      const std::size_t at = events[i].data.u64;
-      for (bytes[at] += receive(fds_[at]); bytes[at] >= REQUEST_SIZE; bytes[at] -= REQUEST_SIZE) {
-        usec.push_back(1e6 * (seconds_now() - due[at].front()));
-        due[at].pop_front();
-        ++answered;
-      }
-    }
-  }
-}
-
-int main(int argc, char** argv)
-{
-  const int rounds = std::atoi(argv[1]);
-  const double seconds = 1e-3 * std::atoi(argv[2]);
   std::vector<Server> servers;
-  for (const Server& server : SERVERS)
-    if (argc < 4 || std::string(server.name).find(argv[3]) != std::string::npos || &server == SERVERS)
+  for (const unsigned threads : {1U, 2U, 4U})
+    servers.push_back(peer(REFERENCE, "epoll_echo", threads));
+  servers.push_back(peer("libevent", "libevent_echo"));
+  servers.push_back(peer("libev", "libev_echo"));
+  servers.push_back(peer("libuv", "libuv_echo"));
+  for (const unsigned threads : {1U, 2U, 4U})
+    servers.push_back(peer("Asio", "asio_echo", threads));
+  for (const char* const kind : {"select", "priority", "dev_poll"})
+    for (const unsigned threads : {1U, 2U, 4U})
+      add_hosts(servers, kind, threads);
+  for (const unsigned threads : {2U, 4U}) // the program refuses this reactor with one thread
+    add_hosts(servers, "tp", threads);
+  return servers;
+}
+
+// Returns raw epoll and the servers whose names contain `text`.
+static std::vector<Server> chosen_servers(const std::string& text)
+{
+  std::vector<Server> servers;
+  std::size_t found = 0;
+  for (const Server& server : all_servers()) {
+    const bool is_chosen = server.name.find(text) != std::string::npos;
+    found += is_chosen ? 1U : 0U;
+    if (is_chosen || server.name == REFERENCE)
       servers.push_back(server);
+  }
+  if (found == 0)
+    throw std::runtime_error("no server has \"" + text + "\" in its name");
+  return servers;
+}
 
-  using Samples = std::map<std::pair<std::string, std::string>, std::vector<double>>;
-  Samples usec;
-  Samples rate;
-  Samples latency;
-  for (int n = 0; n < rounds; ++n)
-    for (const Server& server : servers) {
-      std::fprintf(stderr, "dispatch: round %d of %d, %s\n", n + 1, rounds, server.name);
-      for (const Load& load : LOADS)
-        Session(server, load.busy + load.idle)
-            .ask(load.busy, seconds, rate[{load.name, server.name}], usec[{load.name, server.name}]);
-      Session(server, LATENCY_CONNECTIONS).ask_at_rate(seconds, latency[{"", server.name}]);
-    }
+// The samples of the rounds, by what was measured and the server.
+using Samples = std::map<std::pair<std::string, std::string>, std::vector<double>>;
 
+// The load generator never sleeps here, so that it would keep a server waiting that shares its processor.
+static void measure_latency(const Server& server, double seconds, Samples& latency)
+{
+  Own_Processor own;
+  Session session(server, LATENCY_CONNECTIONS);
+  own.take();
+  const std::vector<double> usec = session.latencies_at(LATENCY_RATE, seconds);
+  for (const auto& [text, q] : PERCENTILES)
+    latency[{text, server.name}].push_back(quantile(usec, q));
+}
+
+// Prints what the program takes compared with the bare host that has the same reactor and threads.
+static void print_host_ratios(const Load& load, const std::vector<Server>& servers, Samples& usec)
+{
+  for (const Server& server : servers) {
+    const std::string host = "bare " + server.name.substr(server.name.find(' ') + 1);
+    if (server.words[0] == BENCH_STARTER && usec.count({load.name, host}) != 0)
+      print_figures("dispatch", std::string(load.name) + " connections: times the processor time of a bare host",
+                    server.name, ratios_of(usec[{load.name, server.name}], usec[{load.name, host}]));
+  }
+}
+
+static void print_all(const std::vector<Server>& servers, Samples& usec, Samples& rate, Samples& latency)
+{
   for (const Load& load : LOADS)
     for (const Server& server : servers)
       print_figures("dispatch", std::string(load.name) + " connections: processor time for a request, us", server.name,
-                    usec[{load.name, server.name}], usec[{load.name, SERVERS[0].name}]);
+                    usec[{load.name, server.name}], usec[{load.name, REFERENCE}]);
+  for (const Load& load : LOADS)
+    print_host_ratios(load, servers, usec);
   for (const Load& load : LOADS)
     for (const Server& server : servers)
       print_figures("dispatch", std::string(load.name) + " connections: requests for each second", server.name,
-                    rate[{load.name, server.name}], rate[{load.name, SERVERS[0].name}]);
-  for (const Server& server : servers) {
-    const std::vector<double>& all = latency[{"", server.name}];
-    for (const auto& [text, q] : {std::pair("median", 0.5), std::pair("99 %", 0.99), std::pair("99.9 %", 0.999)})
+                    rate[{load.name, server.name}], rate[{load.name, REFERENCE}]);
+  for (const auto& [text, q] : PERCENTILES)
+    for (const Server& server : servers)
       print_figures("latency", std::string(text) + " at 5,000 requests for each second, us", server.name,
-                    {quantile(all, q)}, {quantile(latency[{"", SERVERS[0].name}], q)});
+                    latency[{text, server.name}], latency[{text, REFERENCE}]);
+}
+
+int main(int argc, char** argv)
+try {
+  const int rounds = std::atoi(argv[1]);
+  const double seconds = 1e-3 * std::atoi(argv[2]);
+  const std::vector<Server> servers = chosen_servers(argc > 3 ? argv[3] : "");
+
+  Samples usec;
+  Samples rate;
+  Samples latency;
+  for (int n = 0; n < rounds; ++n) {
+    for (const Load& load : LOADS)
+      for (const Server& server : servers) {
+        std::fprintf(stderr, "dispatch: round %d of %d, %s connections, %s\n", n + 1, rounds, load.name,
+                     server.name.c_str());
+        Session(server, load.busy + load.idle)
+            .ask(load.busy, seconds, rate[{load.name, server.name}], usec[{load.name, server.name}]);
+      }
+    for (const Server& server : servers) {
+      std::fprintf(stderr, "dispatch: round %d of %d, latency, %s\n", n + 1, rounds, server.name.c_str());
+      measure_latency(server, 2 * seconds, latency);
+    }
   }
+  print_all(servers, usec, rate, latency);
+} catch (const std::exception& failure) {
+  return tell(failure);
 }
