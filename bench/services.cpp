@@ -1,7 +1,8 @@
-// The services that hosts load under measurement: one that does nothing, one that reports, one that echoes, and one
-// with ten thousand timers.
+// The services that hosts load under measurement: one that does nothing, one that reports, one that echoes, one with
+// ten thousand timers, and one that sends keep-alives.
 
 #include "bench/figures.h"
+#include "bench/notify.h"
 
 #include <ace/Acceptor.h>
 #include <ace/INET_Addr.h>
@@ -128,3 +129,22 @@ private:
   std::atomic<std::size_t> recorded_{0};
 };
 ACE_FACTORY_DEFINE(ACE_Local_Service, Timers)
+
+// Sends a keep-alive each second, as the program does it for a watchdog. A bare host with this service is compared with
+// the program.
+struct Keeper : Silent
+{
+  int init(int, char**) override
+  {
+    const ACE_Time_Value second(1);
+    notify(KEEP_ALIVE_BASE);
+    return ACE_Reactor::instance()->schedule_timer(this, nullptr, second, second) == -1 ? -1 : 0;
+  }
+
+  int handle_timeout(const ACE_Time_Value&, const void*) override
+  {
+    notify("WATCHDOG=1\n");
+    return 0;
+  }
+};
+ACE_FACTORY_DEFINE(ACE_Local_Service, Keeper)
