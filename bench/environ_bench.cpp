@@ -71,6 +71,7 @@ static void get_env_r_copy(benchmark::State& state)
   side_by_side(state, CALLS, own, unlocked, by_rwlock, by_mutex);
 }
 BENCHMARK(get_env_r_copy)
+    ->ArgNames({"threads", "variables", "length"})
     ->Args({1, 20, 8})
     ->Args({1, 20, 100})
     ->Args({1, 100, 8})

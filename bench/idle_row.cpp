@@ -98,17 +98,18 @@ static void measure_memory(int rounds, const char* limit)
   }
 }
 
-// All processes wait at the same time.
-static void measure_wake_ups(unsigned seconds)
+// All processes wait at the same time, a number of copies of each.
+static void measure_wake_ups(int copies, unsigned seconds)
 {
   const Words watchdog{"LIBSYSTEMD_FILENAME=" BENCH_LIBRARIES "/libbench_client.so"};
   std::vector<std::pair<std::string, std::unique_ptr<Process>>> processes;
-  for (const Kind& kind : KINDS) {
-    const Words words = Words{BENCH_STARTER} + kind.starter;
-    processes.emplace_back("bare " + std::string(kind.name), start(Words{BENCH_DIR "/bare_host"} + kind.bare, {}));
-    processes.emplace_back("starter " + std::string(kind.name), start(words, {}));
-    processes.emplace_back("starter " + std::string(kind.name) + ", watchdog of 30 s", start(words, watchdog));
-  }
+  for (int n = 0; n < copies; ++n)
+    for (const Kind& kind : KINDS) {
+      const Words words = Words{BENCH_STARTER} + kind.starter;
+      processes.emplace_back("bare " + std::string(kind.name), start(Words{BENCH_DIR "/bare_host"} + kind.bare, {}));
+      processes.emplace_back("starter " + std::string(kind.name), start(words, {}));
+      processes.emplace_back("starter " + std::string(kind.name) + ", watchdog of 30 s", start(words, watchdog));
+    }
 
   std::vector<double> before;
   for (const auto& [name, process] : processes)
@@ -118,16 +119,20 @@ static void measure_wake_ups(unsigned seconds)
       std::fprintf(stderr, "idle: wake-ups, %u of %u seconds\n", n, seconds);
     sleep(1);
   }
+
+  std::map<std::string, std::vector<double>> a_minute;
   for (std::size_t n = 0; n < processes.size(); ++n)
-    print_figures("idle", "wake-ups a minute", processes[n].first,
-                  {(switches_of(*processes[n].second) - before[n]) * 60 / seconds});
+    a_minute[processes[n].first].push_back((switches_of(*processes[n].second) - before[n]) * 60 / seconds);
+  for (const auto& [name, samples] : a_minute)
+    print_figures("idle", "wake-ups a minute", name, samples);
 }
 
 int main(int, char** argv)
 try {
+  const int rounds = std::atoi(argv[1]);
   for (const char* const limit : {"1024", "4096", "20000"})
-    measure_memory(std::atoi(argv[1]), limit);
-  measure_wake_ups(static_cast<unsigned>(std::atoi(argv[2])));
+    measure_memory(rounds, limit);
+  measure_wake_ups(std::min(rounds, 3), static_cast<unsigned>(std::atoi(argv[2])));
 } catch (const std::exception& failure) {
   return tell(failure);
 }

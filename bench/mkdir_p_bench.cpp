@@ -54,4 +54,10 @@ static void mkdir_p_levels(benchmark::State& state)
   prepared_side_by_side(state, 1, prepare, own, by_hand, by_library);
   fs::remove_all(root);
 }
-BENCHMARK(mkdir_p_levels)->Args({1, 1})->Args({4, 1})->Args({16, 1})->Args({0, 8})->UseManualTime();
+BENCHMARK(mkdir_p_levels)
+    ->ArgNames({"new", "existing"})
+    ->Args({1, 1})
+    ->Args({4, 1})
+    ->Args({16, 1})
+    ->Args({0, 8})
+    ->UseManualTime();

@@ -64,6 +64,7 @@ static void natoi_to(benchmark::State& state)
 }
 
 BENCHMARK_TEMPLATE(natoi_to, unsigned long long)
+    ->ArgNames({"digits", "to"})
     ->Args({1, 10})
     ->Args({11, 19})
     ->Args({1, 1})
@@ -77,13 +78,14 @@ BENCHMARK_TEMPLATE(natoi_to, unsigned long long)
     ->Args({16, 16})
     ->Args({19, 19})
     ->UseManualTime();
-BENCHMARK_TEMPLATE(natoi_to, long long)->Args({1, 10})->Args({11, 18})->UseManualTime();
-BENCHMARK_TEMPLATE(natoi_to, unsigned)->Args({1, 9})->UseManualTime();
+BENCHMARK_TEMPLATE(natoi_to, long long)->ArgNames({"digits", "to"})->Args({1, 10})->Args({11, 18})->UseManualTime();
+BENCHMARK_TEMPLATE(natoi_to, unsigned)->ArgNames({"digits", "to"})->Args({1, 9})->UseManualTime();
 BENCHMARK_TEMPLATE(natoi_to, int)
+    ->ArgNames({"digits", "to"})
     ->Args({1, 9})
     ->Args({1, 1})
     ->Args({4, 4})
     ->Args({7, 7})
     ->Args({9, 9})
     ->UseManualTime();
-BENCHMARK_TEMPLATE(natoi_to, short)->Args({1, 4})->UseManualTime();
+BENCHMARK_TEMPLATE(natoi_to, short)->ArgNames({"digits", "to"})->Args({1, 4})->UseManualTime();

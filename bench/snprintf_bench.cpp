@@ -75,7 +75,15 @@ static void snprintf_t_text(benchmark::State& state)
                          })};
   side_by_side(state, CALLS, own, by_hand, asprintf_of(name, value), by_fmt, concatenation_of(name, value));
 }
-BENCHMARK(snprintf_t_text)->Arg(10)->Arg(100)->Arg(1000)->Arg(4000)->Arg(16000)->Arg(65536)->UseManualTime();
+BENCHMARK(snprintf_t_text)
+    ->ArgName("length")
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Arg(4000)
+    ->Arg(16384)
+    ->Arg(65536)
+    ->UseManualTime();
 
 // Does by hand what string_sprintf does for an empty string.
 __attribute__((format(printf, 2, 3))) static void format_in_two_passes(std::string& text, const char* fmt, ...)
@@ -119,7 +127,15 @@ static void string_sprintf_text(benchmark::State& state)
                          })};
   side_by_side(state, CALLS, own, by_hand, asprintf_of(name, value), by_fmt, concatenation_of(name, value));
 }
-BENCHMARK(string_sprintf_text)->Arg(10)->Arg(100)->Arg(1000)->Arg(4000)->Arg(16000)->Arg(65536)->UseManualTime();
+BENCHMARK(string_sprintf_text)
+    ->ArgName("length")
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Arg(4000)
+    ->Arg(16384)
+    ->Arg(65536)
+    ->UseManualTime();
 
 // A text in a string that is used again, as a walk through a directory does it.
 static void string_sprintf_again(benchmark::State& state)
@@ -140,4 +156,4 @@ static void string_sprintf_again(benchmark::State& state)
                           })};
   side_by_side(state, CALLS, own, by_hand);
 }
-BENCHMARK(string_sprintf_again)->Arg(10)->Arg(100)->Arg(1000)->UseManualTime();
+BENCHMARK(string_sprintf_again)->ArgName("length")->Arg(10)->Arg(100)->Arg(1000)->UseManualTime();

@@ -1,14 +1,16 @@
-# Turns the results of Google Benchmark into lines of the table: the time of our own way, and for each other way how many
-# times as long ours takes.
+# Turns the results of Google Benchmark into lines of the table: the time of one call in each of the ways that a
+# benchmark compares. The ratio says how many times as long as this way the support library takes. The counters that
+# this reads are those of bench/side_by_side.h.
 def quantile(q): sort | .[((length - 1) * q + 0.5) | floor];
-def quartiles: [quantile(0.25), quantile(0.5), quantile(0.75)] | map(. * 1000 | round / 1000);
+def middle: quantile(0.5) | . * 1000 | round / 1000;
+def sentence: sub("/manual_time"; "") | sub("/repeats:[0-9]+"; "") | gsub("/(?<argument>[a-z]+):"; ", \(.argument) ")
+  | gsub(", to "; " to ") | gsub("/"; " ");
 
-["name", "family_index", "per_family_instance_index", "run_name", "run_type", "repetitions", "repetition_index",
- "threads", "iterations", "real_time", "cpu_time", "time_unit", "label"] as $standard
-| [.benchmarks[] | select(.run_type == "iteration")] | group_by(.name)[]
-| . as $runs | ($runs[0].name | sub("/manual_time"; "") | sub("/repeats:[0-9]+"; "")) as $name
-| (["library", "time, \($runs[0].time_unit)", $name] + ([$runs[].real_time] | quartiles) + ["-"]),
-  (($runs[0] | keys - $standard)[] as $way
-   | [$runs[][$way]] as $ratios
-   | ["library", "ratio to \($way)", $name] + ($ratios | quartiles) + [$ratios | quartiles[1]])
+[.benchmarks[] | select(.run_type == "iteration")] | group_by([.family_index, .per_family_instance_index])[]
+| . as $runs | ($runs[0].name | sentence) as $name
+| [$runs[0] | keys[] | select(endswith(":ns")) | rtrimstr(":ns")] as $ways
+| ($ways | sort_by(. as $way | $runs[0] | has($way)))[] as $way
+| ([$runs[] | .[$way] // 1] | middle) as $ratio
+| ["library", "time of a call, ns", "\($name): \($way)"] + (["q1", "ns", "q3"] | map("\($way):\(.)" as $of | [$runs[][$of]] | middle))
+  + [$ratio]
 | @tsv
