@@ -9,6 +9,7 @@
 #include "starter/loop_turns.h"
 #include "starter/signals.h"
 
+#include <ace/Dev_Poll_Reactor.h>
 #include <ace/OS_NS_Thread.h>
 #include <ace/Thread_Manager.h>
 
@@ -24,8 +25,7 @@ static ACE_Reactor* create_reactor(const char* type, unsigned n)
     return nullptr;
   }
 
-  ACE_Reactor* const reactor =
-      maker == make_reactor<ACE_Dev_Poll_Reactor> ? make_reactor<Counting_Dev_Poll_Reactor>() : maker();
+  ACE_Reactor* const reactor = maker == make_reactor<ACE_Dev_Poll_Reactor> ? make_counting_dev_poll_reactor() : maker();
   if (!reactor) {
     LOG_RECORD(LM_ERROR, "Failed to create '%s' reactor\n", type);
     return nullptr;

@@ -1,8 +1,8 @@
 #include "starter/counting_dev_poll_reactor.h"
 
-#include "scrt/make_reactor.h"
-
+#include <ace/Dev_Poll_Reactor.h>
 #include <ace/Event_Handler.h>
+#include <ace/Handle_Set.h>
 #include <ace/Reactor.h>
 #include <gtest/gtest.h>
 
@@ -13,6 +13,7 @@
 #include <ostream>
 #include <string>
 #include <thread>
+#include <typeinfo>
 
 #include <unistd.h>
 
@@ -125,7 +126,7 @@ std::string removal_name(const testing::TestParamInfo<Removal>& info)
 class counting_dev_poll_reactor : public testing::TestWithParam<Removal>
 {
 protected:
-  const std::unique_ptr<ACE_Reactor> reactor_{make_reactor<Counting_Dev_Poll_Reactor>()};
+  const std::unique_ptr<ACE_Reactor> reactor_{make_counting_dev_poll_reactor()};
 };
 class any_dev_poll_reactor : public testing::Test
 {
@@ -139,7 +140,7 @@ protected:
   }
 
   int fds_[2];
-  const std::unique_ptr<ACE_Reactor> reactor_{make_reactor<Counting_Dev_Poll_Reactor>()};
+  const std::unique_ptr<ACE_Reactor> reactor_{make_counting_dev_poll_reactor()};
 };
 } // namespace
 
@@ -189,6 +190,19 @@ TEST_F(any_dev_poll_reactor, leaves_an_event_handler_without_a_count_to_its_owne
   ASSERT_EQ(0, reactor_->register_handler(fds_[0], handler, MASK));
 
   EXPECT_EQ(0, reactor_->remove_handler(fds_[0], MASK)); // its handle_close deletes it
+}
+
+TEST_F(any_dev_poll_reactor, is_one_of_the_framework_for_services_that_ask)
+{
+  EXPECT_EQ(typeid(ACE_Dev_Poll_Reactor), typeid(*reactor_->implementation()));
+}
+
+TEST_F(any_dev_poll_reactor, has_all_functions_of_the_framework)
+{
+  ACE_Reactor_Impl& reactor = *reactor_->implementation();
+
+  EXPECT_EQ(-1, reactor.ready_ops(fds_[0], MASK, ACE_Reactor::GET_MASK)); // which the framework leaves out
+  reactor.dump();                                                         // the last one of the class
 }
 
 TEST_F(any_dev_poll_reactor, fails_for_a_descriptor_that_it_does_not_know)
