@@ -15,6 +15,7 @@
 
 #include <cerrno>
 
+#include <malloc.h>
 #include <semaphore.h>
 
 static ACE_Reactor* create_reactor(const char* type, unsigned n)
@@ -98,6 +99,8 @@ static void run_in_pool(unsigned threads)
 
 void run_event_loop(unsigned threads)
 {
+  // The process may wait for a long time now: the system gets back what start-up, the services' included, has freed.
+  (void)malloc_trim(0); // tells whether there was any
   serve_terminations();
 
   if (threads < 2)

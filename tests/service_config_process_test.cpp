@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 namespace fs = std::filesystem;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -505,6 +506,25 @@ TEST(service_config_process, leaves_a_file_that_cannot_be_opened_any_more_to_the
   end_after(starter, "process_directives: No such file or directory");
 
   EXPECT_THAT(failures_to_read(starter), IsEmpty());
+}
+
+// Many paths take many pieces of memory, of which most are free when the configurator is open.
+TEST(service_config_process, gives_memory_that_loading_has_used_back_to_the_system)
+{
+  NEEDS(can_trace(), "strace and the right to trace processes");
+  const Temp_Dir dir;
+  for (int n = 0; n < 500; ++n)
+    dir.write(std::to_string(n) + ".conf", "");
+  const Syscall_Trace trace("madvise");
+  Start_Options options;
+  trace.apply_to(options);
+
+  Starter_Process starter({"-f", dir.path()}, options);
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  starter.send(SIGTERM);
+  ASSERT_EQ(0, starter.wait_status()) << starter.log();
+
+  EXPECT_THAT(trace.calls(starter.pid()), Contains(HasSubstr("MADV_DONTNEED")));
 }
 
 TEST(service_config_process, goes_on_without_services_when_there_is_no_memory_for_the_arguments)
