@@ -2,9 +2,9 @@
 #define STARTER_OPEN_SERVICE_CONFIG_H
 
 #include "starter/configuration.h"
+#include "starter/service_config_argv.h"
 
 #include <ace/ACE.h>
-#include <ace/ARGV.h>
 #include <ace/Dirent.h>
 #include <ace/Get_Opt.h>
 #include <ace/OS_NS_string.h>
@@ -36,23 +36,6 @@ inline bool is_safe_to_substitute(const char* text)
 
   return true;
 }
-
-/// The framework's argument vector, which remembers whether a text could not be added. Texts are not copied.
-class Service_Config_Argv : public ACE_ARGV
-{
-public:
-  /// Without `substitute`, variables stay as they are.
-  explicit Service_Config_Argv(bool substitute = true) : ACE_ARGV(substitute) {}
-
-  void append(const char* text, bool quote_arg = false) { is_whole_ = add(text, quote_arg) == 0 && is_whole_; }
-
-  /// The vector, or null when there was no memory for all of it. Once, when everything has been added: asked again
-  /// after a failure, the framework hands out a vector that lacks its end.
-  char** whole_argv() { return is_whole_ ? argv() : nullptr; }
-
-private:
-  bool is_whole_ = true;
-};
 
 /// Add an option letter, as "-x", and its value. A value that the framework would not survive is dropped with its
 /// letter, like any malformed option.

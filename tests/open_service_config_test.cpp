@@ -541,7 +541,7 @@ private:
 // Expects a lack of memory to be told to the callback, with whatever was short of it.
 static void expect_no_vector()
 {
-  Words words{"starter", "-k", "key", "-d"};
+  Words words{"starter", "-k", "a key", "-d"};
   std::vector<char*> argv = make_argv(words);
   int given_argc = -1;
   char** given_argv = argv.data();
@@ -573,7 +573,7 @@ TEST(open_service_config, hands_over_nothing_when_there_is_no_memory_for_the_que
   unsigned needed = 0;
   {
     const Short_Memory memory(plenty);
-    passed_for({"-k", "key", "-d"});
+    passed_for({"-k", "a key", "-d"});
     needed = plenty - memory.pieces();
   }
   ASSERT_LT(4u, needed);
@@ -583,6 +583,34 @@ TEST(open_service_config, hands_over_nothing_when_there_is_no_memory_for_the_que
     const Short_Memory memory(pieces);
     expect_no_vector();
   }
+}
+
+// Nothing in these texts is for the framework to change, so that there is no line.
+TEST(service_config_argv, is_null_when_there_is_no_memory_for_all_of_it)
+{
+  const Short_Memory memory(2); // one for the line, and one for the first texts
+  Service_Config_Argv args;
+
+  for (int n = 0; n < 100; ++n)
+    args.append("text");
+
+  EXPECT_EQ(nullptr, args.whole_argv());
+}
+
+TEST(service_config_argv, holds_plain_texts_before_and_after_one_that_the_framework_changes)
+{
+  Service_Config_Argv args;
+  Words expected;
+  for (int n = 0; n < 100; ++n) {
+    args.append(n == 50 ? "a'b c'd" : "text");
+    expected.push_back(n == 50 ? "ab cd" : "text");
+  }
+
+  char** const argv = args.whole_argv();
+
+  ASSERT_NE(nullptr, argv);
+  EXPECT_EQ(expected, Words(argv, argv + args.argc()));
+  EXPECT_EQ(nullptr, argv[args.argc()]);
 }
 
 // The framework copies the name of a variable of any length into a buffer of 4096 characters, including the final NUL.
