@@ -5,6 +5,7 @@
 #include "starter/interrupted.h"
 #include "starter/loop_control.h"
 #include "starter/thread_name.h"
+#include "starter/trace_modules.h"
 
 #include <ace/Reactor.h>
 #include <ace/Thread_Manager.h>
@@ -21,12 +22,13 @@
 
 enum { FAULT_GUARD_SEC = 5, MAX_EXIT_FAULTS = 16, TRACE_SIZE = 65536 };
 
-// The fault that ends the process: its thread, 0 while there is none, what it was, whether that has been logged, and
-// how often that has been tried without a back trace.
+// The fault that ends the process: its thread, 0 while there is none, what it was, whether that has been logged,
+// whether the modules of its back trace are being logged, and how often the fault has been tried without a back trace.
 static std::atomic<pid_t> faulting_thread;
 static int fault_signo;
 static char fault_thread_name[THREAD_NAME_SIZE];
 static std::atomic<bool> fault_logged;
+static std::atomic<bool> is_naming_modules;
 static std::atomic<int> short_records;
 static int exit_faults; // of the faulting thread, while exit handlers run
 
@@ -95,6 +97,24 @@ static void hand_alarm_to_faulting_thread()
   _exit(0);
 }
 
+// The exit handlers take the framework down while threads of a pool still run its loop, and threads of services may
+// still run. Both need these objects: without them they fault too, with locks that the exit waits for.
+static void keep_threads_going()
+{
+  if (has_loop_threads() && has_reactor())
+    ACE_Reactor::instance(ACE_Reactor::instance(), false);
+  ACE_Thread_Manager::instance(ACE_Thread_Manager::instance()); // one that is set this way is not deleted
+}
+
+[[noreturn]] static void leave()
+{
+  is_naming_modules = false;
+  keep_threads_going();
+  // Status 0 for a fault too, and no core image: supervisors restart the process in any case and take the record
+  // as the account of what happened.
+  std::exit(0);
+}
+
 // The first fault of the process writes the record and leaves; this is where every later one ends. It waits for the
 // first one, unless it shows that the first one cannot get on: it is on the same thread, or it is the alarm.
 [[noreturn]] static void end_later_fault(int signo)
@@ -108,18 +128,13 @@ static void hand_alarm_to_faulting_thread()
       hand_alarm_to_faulting_thread();
     end_without_trace();
   }
+  if (signo != SIGALRM && is_naming_modules) {
+    guard_fault(FAULT_GUARD_SEC);
+    leave(); // the memory of a module is not what it was; the fault itself has its record
+  }
   if (signo != SIGALRM)
     leave_again(signo);
   _exit(0); // an exit handler hangs
-}
-
-// The exit handlers take the framework down while threads of a pool still run its loop, and threads of services may
-// still run. Both need these objects: without them they fault too, with locks that the exit waits for.
-static void keep_threads_going()
-{
-  if (has_loop_threads() && has_reactor())
-    ACE_Reactor::instance(ACE_Reactor::instance(), false);
-  ACE_Thread_Manager::instance(ACE_Thread_Manager::instance()); // one that is set this way is not deleted
 }
 
 void sig_abnormal_terminate(int signo)
@@ -136,11 +151,9 @@ void sig_abnormal_terminate(int signo)
   LOG_RECORD(LM_ALERT, "Signal %d (%s) caught in [%s], the back trace:\n%?.\n", signo, strsignal(signo),
              fault_thread_name);
   fault_logged = true;
-
-  keep_threads_going();
-  // Status 0 for a fault too, and no core image: supervisors restart the process in any case and take the record
-  // as the account of what happened.
-  std::exit(0);
+  is_naming_modules = true;
+  log_trace_modules();
+  leave();
 }
 
 // Whether there is memory for a back trace, which the framework takes for granted.
