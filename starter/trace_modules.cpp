@@ -95,7 +95,7 @@ static Bytes find_build_id(const dl_find_object& module)
 
 static void format_build_id(Bytes id, char (&text)[2 * MAX_BUILD_ID + 1])
 {
-  std::strcpy(text, "none");
+  (void)std::snprintf(text, sizeof text, "none");
   for (std::size_t i = 0; i < std::min<std::size_t>(id.size, MAX_BUILD_ID); ++i)
     (void)std::snprintf(text + 2 * i, 3, "%02x", id.data[i]);
 }
