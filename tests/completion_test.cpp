@@ -23,13 +23,15 @@ static std::string shell_quoted(const std::string& text)
 }
 
 // The words that bash offers for the last one of `words`, sorted.
-static std::vector<std::string> offered_by_bash(const std::vector<std::string>& words)
+static std::vector<std::string> offered_by_bash(const std::vector<std::string>& words,
+                                                const std::string& file = "starter.bash",
+                                                const std::string& function = "_starter")
 {
-  std::string script = ". " TESTS_COMPLETION_DIR "/starter.bash; COMP_WORDS=(";
+  std::string script = ". " TESTS_COMPLETION_DIR "/" + file + "; COMP_WORDS=(";
   for (const std::string& word : words)
     script += " \"" + word + '"';
-  script += "); COMP_CWORD=" + std::to_string(words.size() - 1) +
-            "; _starter; for reply in \"${COMPREPLY[@]}\"; do printf \"%s\\n\" \"$reply\"; done";
+  script += "); COMP_CWORD=" + std::to_string(words.size() - 1) + "; " + function +
+            "; for reply in \"${COMPREPLY[@]}\"; do printf \"%s\\n\" \"$reply\"; done";
 
   std::vector<std::string> offered = lines_of(output_of("bash --norc -c " + shell_quoted(script)));
   std::sort(offered.begin(), offered.end());
@@ -118,4 +120,48 @@ TEST(completion, finishes_options_and_their_values_in_zsh)
                                                        {"starter --user=nobod", "starter --user=nobody"}};
   for (const auto& [line, completed] : cases)
     EXPECT_EQ(completed, completed_by_zsh(line));
+}
+
+// ---- starter-trace
+
+static std::vector<std::string> offered_for_traces(std::vector<std::string> words)
+{
+  words.insert(words.begin(), "starter-trace");
+  return offered_by_bash(words, "starter-trace.bash", "_starter_trace");
+}
+
+// The options in the usage of starter-trace, as they are typed.
+static std::set<std::string> options_of_trace()
+{
+  const std::string usage = output_of(TESTS_TRACE " --help");
+  static const std::regex option("(?:^|[ \\[])(--?[a-z][a-z-]*)");
+  std::set<std::string> options;
+  for (std::sregex_iterator i(usage.begin(), usage.end(), option); i != std::sregex_iterator(); ++i)
+    options.insert((*i)[1]);
+  return options;
+}
+
+TEST(completion, offers_the_options_of_starter_trace)
+{
+  const std::vector<std::string> offered = offered_for_traces({"-"});
+  EXPECT_EQ(9u, offered.size());
+  EXPECT_EQ(options_of_trace(), std::set<std::string>(offered.begin(), offered.end()));
+
+  const std::string text = read_file(TESTS_COMPLETION_DIR "/_starter-trace");
+  for (const std::string& name : offered)
+    EXPECT_NE(std::string::npos, text.find(name)) << name;
+}
+
+TEST(completion, finds_logs_and_directories_for_starter_trace)
+{
+  const Temp_Dir dir;
+  dir.write("one two.log", "");
+  dir.write("one.d/x.log", "");
+
+  EXPECT_THAT(offered_for_traces({dir / "one"}), ElementsAre(dir / "one two.log", dir / "one.d"));
+  EXPECT_THAT(offered_for_traces({"--debug-dir", "=", dir / "one"}), ElementsAre(dir / "one.d"));
+  EXPECT_THAT(offered_for_traces({"--since", "y"}), ElementsAre("yesterday"));
+  NEEDS(has_zsh_with_terminal(), "zsh with pseudo-terminals of its module zsh/zpty");
+  EXPECT_EQ("starter-trace --debug-dir=", completed_by_zsh("starter-trace --deb"));
+  EXPECT_EQ("starter-trace --json " + dir / "one.d/x.log", completed_by_zsh("starter-trace --json " + dir / "one.d/"));
 }
