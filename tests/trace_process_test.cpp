@@ -286,11 +286,13 @@ TEST_F(starter_trace, finds_the_debug_information_of_the_build_that_ran_although
 
 TEST_F(starter_trace, takes_the_files_as_they_are_if_the_log_names_no_modules_and_says_so)
 {
-  const Ended traced = trace(without_modules(log_of("11")));
+  const Ended traced = trace(without_modules(log_of("6", {"--reactor", "select"})));
 
-  EXPECT_EQ(expected_frames("SIGSEGV"), library_frames(traced.output)) << traced.output;
+  EXPECT_EQ(expected_frames("SIGABRT"), library_frames(traced.output)) << traced.output;
   EXPECT_THAT(traced.output,
               HasSubstr("\n" + library_ + " is taken for the file that ran, as the log does not tell its build-id.\n"));
+  // Also where the table of symbols has versions behind the names, as that of the C library's debug information has.
+  EXPECT_THAT(traced.output, Not(HasSubstr("not the file that ran")));
 }
 
 // The rest of the functions has moved.

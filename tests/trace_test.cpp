@@ -67,9 +67,9 @@ TEST(trace_log_line, reads_every_form_of_a_frame)
 
 TEST(trace_log_line, takes_nothing_else_for_a_frame)
 {
-  for (const char* const text :
-       {"", "[", "]", "[]", "[0x]", "[0xg]", "[0x1", "0x1]", "[0x10000000000000000]", "x [0x1]", "(+0x1) [0x2]",
-        "/x.so(+1) [0x2]", "/x.so(f) [0x2]", "/x.so+0x1) [0x2]", "/x.so(+0x1) [2]", "/x.so(+0x1) [0x2] ."})
+  for (const char* const text : {"", "[", "]", "[]", "[0x]", "[0xg]", "[0x1", "0x1]", "[0x10000000000000000]",
+                                 "x [0x1]", "(+0x1) [0x2]", "/x.so(+1) [0x2]", "/x.so(f) [0x2]", "/x.so+0x1) [0x2]",
+                                 "/x.so(+0x1) [2]", "/x.so(+0x1) [0x2] .", "/x.so(+0x1g) [0x2]", "/x.so(+0x1) [0x2g]"})
     EXPECT_FALSE(parse_frame(text)) << text;
 }
 
