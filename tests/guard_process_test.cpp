@@ -154,6 +154,34 @@ TEST_P(guard_loop, reports_no_more_than_five_stalls_a_minute)
   EXPECT_EQ(5u, starter.count(IS_BACK)) << starter.log();
 }
 
+TEST_P(guard_loop, tells_other_services_how_many_stalls_there_were_and_how_many_threads_hang)
+{
+  Hanger_Commands commands;
+  Starter_Process starter(commands.make_args(GetParam().args, "-t 50"));
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  EXPECT_TRUE(commands.tells(starter, "The guard tells 0 stalls, and 0 threads that hang.")) << starter.log();
+
+  for (const std::string n : {"1", "2"}) {
+    const unsigned count = static_cast<unsigned>(std::stoul(n));
+    ASSERT_TRUE(commands.hang(starter, HANGS[0])) << starter.log();
+    ASSERT_TRUE(starter.wait_for_record("\n.\n", count)) << starter.log();
+    EXPECT_TRUE(commands.tells(starter, "The guard tells " + n + " stalls, and 1 threads that hang.")) << starter.log();
+
+    ASSERT_TRUE(commands.release(starter)) << starter.log();
+    ASSERT_TRUE(starter.wait_for_record(IS_BACK, count)) << starter.log();
+    EXPECT_TRUE(commands.tells(starter, "The guard tells " + n + " stalls, and 0 threads that hang.")) << starter.log();
+
+    ASSERT_TRUE(starter.wait_for_event_loop());
+    starter.send(SIGHUP);
+    ASSERT_TRUE(starter.wait_for_record("and reconfiguring ...", count)) << starter.log();
+    ASSERT_TRUE(starter.wait_for_event_loop());
+    EXPECT_TRUE(commands.tells(starter, "The guard tells " + n + " stalls, and 0 threads that hang.", 2))
+        << starter.log();
+  }
+  starter.send(SIGTERM);
+  EXPECT_EQ(0, starter.wait_status()) << starter.log();
+}
+
 // ---- Callbacks that do not hang
 
 TEST_P(guard_loop, reports_nothing_of_a_process_that_is_idle_and_leaves_its_waits_alone)

@@ -1,9 +1,12 @@
 // This service tells which loop threads hang in a callback: see starter-guard(8).
 
+#include "companions/guard/guard.h"
+
 #include "companions/guard/guard_thread.h"
 #include "companions/guard/judge.h"
 #include "companions/guard/program_note.h"
 #include "companions/guard/sampler.h"
+#include "companions/guard/stalls.h"
 #include "companions/guard/watch.h"
 
 #include "scrt/log.h"
@@ -12,13 +15,14 @@
 #include <ace/Service_Object.h>
 #include <ace/svc_export.h>
 
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 
 enum { MIN_LIMIT_MSEC = 20, MAX_LIMIT_MSEC = 3600000 };
 
-static bool is_loaded; // a second guard in the process would have to share its thread with the first
+static std::atomic<bool> is_loaded; // a second guard in the process would have to share its thread with the first
 
 /// The configuration file loads this service. Its arguments are described in starter-guard(8).
 class Guard : public ACE_Service_Object
@@ -115,6 +119,18 @@ int Guard::fini()
   stop_guard_thread();
   is_loaded = false;
   return 0;
+}
+
+// ---- For other services
+
+unsigned long starter_guard_stalls()
+{
+  return count_stalls();
+}
+
+unsigned starter_guard_stalled_threads()
+{
+  return is_loaded ? count_stalled_threads() : 0;
 }
 
 ACE_FACTORY_DEFINE(ACE_Svc, Guard)

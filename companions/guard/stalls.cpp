@@ -4,13 +4,15 @@
 #include "companions/guard/symbols.h"
 #include "scrt/log.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdio>
 
 enum { MAX_RECORDS = 5, RECORDS_MSEC = 60000, TRACE_SIZE = 3500 }; // the framework cuts a record at 4 KiB
 
 // They outlive a reload.
-static unsigned long stalls;
+static std::atomic<unsigned long> stalls;
+static std::atomic<unsigned> stalled_threads;
 static long record_times[MAX_RECORDS]; // of the latest records; 0 for none
 
 // Whole lines, the innermost function first.
@@ -46,12 +48,13 @@ static bool may_record()
 bool report_stall(pid_t tid, const char* thread_name, long msec, const Sample* sample, bool counts)
 {
   ++stalls;
+  ++stalled_threads;
   if (!may_record())
     return false;
 
   char count[48] = "";
   if (counts)
-    (void)std::snprintf(count, sizeof count, ", stall %lu of this process", stalls);
+    (void)std::snprintf(count, sizeof count, ", stall %lu of this process", stalls.load());
   if (!sample) {
     LOG_RECORD(LM_WARNING, "Thread %d [%C] has been in one callback for %d ms%C, and takes no sample of its stack\n",
                tid, thread_name, static_cast<int>(msec), count);
@@ -65,7 +68,20 @@ bool report_stall(pid_t tid, const char* thread_name, long msec, const Sample* s
   return true;
 }
 
-void report_return(pid_t tid, const char* thread_name, long msec)
+void report_return(pid_t tid, const char* thread_name, long msec, bool is_recorded)
 {
-  LOG_RECORD(LM_INFO, "Thread %d [%C] is back after %d ms in one callback\n", tid, thread_name, static_cast<int>(msec));
+  --stalled_threads;
+  if (is_recorded)
+    LOG_RECORD(LM_INFO, "Thread %d [%C] is back after %d ms in one callback\n", tid, thread_name,
+               static_cast<int>(msec));
+}
+
+unsigned long count_stalls()
+{
+  return stalls;
+}
+
+unsigned count_stalled_threads()
+{
+  return stalled_threads;
 }

@@ -106,8 +106,8 @@ void Watch::begin_stall(Thread& thread, long since, const Sample* sample)
 
 void Watch::end_stall(Thread& thread)
 {
-  if (thread.is_stalled && thread.is_recorded)
-    report_return(thread.tid, thread.name, now_ - thread.stalled);
+  if (thread.is_stalled)
+    report_return(thread.tid, thread.name, now_ - thread.stalled, thread.is_recorded);
   thread.is_stalled = false;
 }
 

@@ -1,6 +1,9 @@
 // A service whose callbacks hang on command. Its first argument is a FIFO. A letter in it has the callback that reads
 // it hang: 's' asleep, 'c' computing, 'm' for a mutex, 'r' in a read, 'a' in the allocator, which the preloaded library
-// slow_malloc makes slow. The callback hangs until the letter 'g' comes from the second FIFO.
+// slow_malloc makes slow. The callback hangs until the letter 'g' comes from the second FIFO. The letter 'n' there has
+// the service write the numbers that the guard tells other services.
+
+#include "companions/guard/guard.h"
 
 #include <ace/Event_Handler.h>
 #include <ace/Log_Msg.h>
@@ -89,6 +92,25 @@ void set_slow_malloc_over(bool is_over)
     *slow = is_over;
 }
 
+template <typename T>
+T* find_in_guard(void* guard, const char* name)
+{
+  return guard ? reinterpret_cast<T*>(::dlsym(guard, name)) : nullptr;
+}
+
+void write_numbers()
+{
+  void* const guard = ::dlopen("libstarter_guard.so", RTLD_NOLOAD | RTLD_LAZY);
+  auto* const stalls = find_in_guard<decltype(starter_guard_stalls)>(guard, "starter_guard_stalls");
+  auto* const threads = find_in_guard<decltype(starter_guard_stalled_threads)>(guard, "starter_guard_stalled_threads");
+
+  if (stalls && threads)
+    ACE_DEBUG((LM_INFO, "The guard tells %u stalls, and %u threads that hang.\n", static_cast<unsigned>(stalls()),
+               threads()));
+  else
+    ACE_DEBUG((LM_INFO, "There is no guard that tells its numbers.\n"));
+}
+
 // The thread holds the mutex until the release comes, and again from the end of the callback on.
 void* release(void*)
 {
@@ -96,8 +118,9 @@ void* release(void*)
     held.lock();
     is_ready = true;
     char byte = 0;
-    while (::read(release_fd, &byte, 1) != 1)
-      ;
+    while (::read(release_fd, &byte, 1) != 1 || byte == 'n')
+      if (byte == 'n')
+        write_numbers();
     is_ready = false;
     if (byte == 'q') {
       held.unlock();

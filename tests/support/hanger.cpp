@@ -43,6 +43,11 @@ bool Hanger_Commands::release(Starter_Process& starter)
   return ::write(release_, "g", 1) == 1 && starter.wait_for_record("A callback goes on.", before + 1);
 }
 
+bool Hanger_Commands::tells(Starter_Process& starter, const std::string& record, unsigned count)
+{
+  return ::write(release_, "n", 1) == 1 && starter.wait_for_record(record, count);
+}
+
 Start_Options with_slow_allocator()
 {
   Start_Options options;

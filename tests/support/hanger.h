@@ -50,6 +50,10 @@ public:
   /// Let the callback go on, and wait until it does. False when it does not.
   bool release(Starter_Process& starter);
 
+  /// Have the service write the numbers of the guard, and wait until the log has the line `record` `count` times. False
+  /// when it does not get there.
+  bool tells(Starter_Process& starter, const std::string& record, unsigned count = 1);
+
 private:
   Temp_Dir dir_;
   int hang_;
