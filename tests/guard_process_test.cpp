@@ -1,5 +1,7 @@
+#include "tests/support/command.h"
 #include "tests/support/hanger.h"
 #include "tests/support/logged.h"
+#include "tests/support/scoped_env.h"
 #include "tests/support/signal_records.h"
 
 #include <gmock/gmock.h>
@@ -291,6 +293,26 @@ TEST(guard, refuses_wrong_arguments_with_one_error_record)
                                             "companions/guard/guard.cpp"}))
         << starter.log();
   }
+}
+
+// Such a program is older than the service.
+TEST(guard, refuses_a_program_that_has_no_note_of_its_turns)
+{
+  Temp_Dir dir;
+  const std::string old = dir / "starter";
+  (void)output_of("objcopy -R .note.starter " + starter_executable() + ' ' + old + " && chmod 755 " + old);
+  const Scoped_Env executable("STARTER_EXECUTABLE", old.c_str());
+  Starter_Process starter({"-f", dir.write("x.conf", companion_directive("guard"))}, probed());
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  EXPECT_EQ(1u, starter.threads().size());
+  starter.send(SIGTERM);
+  ASSERT_EQ(0, starter.wait_status()) << starter.log();
+
+  EXPECT_THAT(records_with(starter, "guard"),
+              testing::ElementsAre(Logged{
+                  LM_ERROR, -1, "Failed to start the guard: this program does not tell the turns of its loop threads\n",
+                  "companions/guard/guard.cpp"}))
+      << starter.log();
 }
 
 TEST(guard, refuses_a_second_guard_and_keeps_the_first)

@@ -17,28 +17,6 @@
 #include <string>
 #include <vector>
 
-// A real machine lets 512 messages wait in a socket, and systemd sees to that. This one has the kernel's default,
-// except for sockets that are made in a namespace of their own.
-static const char JOURNALD_UNIT[] = R"([Unit]
-DefaultDependencies=no
-[Service]
-Type=notify
-ExecStart=/usr/bin/unshare --net --mount sh -c "mount -o remount,bind,rw /proc/sys && \
-  echo 512 >/proc/sys/net/unix/max_dgram_qlen && exec /lib/systemd/systemd-journald"
-)";
-
-// Nothing is dropped by the journal itself, and nothing leaves the machine.
-static const char JOURNALD_CONF[] = R"([Journal]
-Storage=volatile
-RateLimitIntervalSec=0
-RuntimeMaxUse=2G
-RuntimeKeepFree=1M
-ReadKMsg=no
-Audit=no
-ForwardToWall=no
-ForwardToSyslog=no
-)";
-
 class journal_boot : public Systemd_Fixture
 {
 protected:
@@ -52,12 +30,9 @@ protected:
     unit += test_settings() + "StandardOutput=append:" + machine_.dir() / "out" +
             "\nExecStart=" + starter_executable() + " -f " + machine_.dir() / "x.conf" + '\n';
     machine_.add_unit("test.service", unit);
-    machine_.add_unit("journald.service", JOURNALD_UNIT);
+    machine_.add_journal();
     ASSERT_TRUE(machine_.boot());
-
-    const std::string conf = machine_.dir().write("journald.conf", JOURNALD_CONF);
-    ASSERT_TRUE(machine_.succeeds("mkdir -p /run/systemd/journald.conf.d /run/systemd/journal && cp " + conf +
-                                  " /run/systemd/journald.conf.d/test.conf && systemctl start journald.service"));
+    ASSERT_TRUE(machine_.start_journal());
   }
 
   // The entries that the program has sent itself.

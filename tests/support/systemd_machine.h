@@ -31,6 +31,12 @@ public:
   /// Provide the unit `name`; before boot(). "test.target" is what is booted to, an empty one unless provided.
   void add_unit(const std::string& name, const std::string& content) const { dir_.write("units/" + name, content); }
 
+  /// Provide the unit journald.service, systemd's journal; before boot(). It keeps all entries, in memory.
+  void add_journal() const;
+
+  /// Start the journal; after boot(). Returns whether it serves.
+  bool start_journal() const;
+
   /// Start systemd and wait until it serves. False when that takes a minute; see console().
   bool boot();
 
