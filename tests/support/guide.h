@@ -27,6 +27,7 @@ std::string script_of(const std::vector<Block>& blocks, const std::string& kind)
 unsigned expect_promised_output(const std::vector<Block>& blocks, const std::string& kind, const std::string& output);
 
 /// The test fails unless each line of `expected` is part of a line of `output`, in order and whatever the numbers.
+/// Three dots in a line of `expected` stand for any text.
 void expect_lines(const std::string& expected, const std::string& output);
 
 #endif // TESTS_SUPPORT_GUIDE_H
