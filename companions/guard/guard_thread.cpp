@@ -1,6 +1,7 @@
 #include "companions/guard/guard_thread.h"
 
 #include "companions/guard/clock.h"
+#include "companions/join_until.h"
 
 #include <atomic>
 #include <cerrno>
@@ -112,7 +113,7 @@ void stop_guard_thread()
   run->is_over = true;
   (void)sem_post(&run->wake);
   const timespec until = at_msec(now_msec() + STOP_MSEC);
-  if (pthread_clockjoin_np(run->thread, nullptr, CLOCK_MONOTONIC, &until) == 0)
+  if (join_until(run->thread, until) == 0)
     delete run;
   else
     (void)pthread_detach(run->thread); // it still uses its run

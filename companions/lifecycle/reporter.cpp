@@ -1,5 +1,7 @@
 #include "companions/lifecycle/reporter.h"
 
+#include "companions/join_until.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -71,7 +73,7 @@ void Reporter::stop()
   timespec until{};
   (void)::clock_gettime(CLOCK_MONOTONIC, &until);
   until.tv_sec += END_PATIENCE.count();
-  if (pthread_clockjoin_np(thread_, nullptr, CLOCK_MONOTONIC, &until) != 0)
+  if (join_until(thread_, until) != 0)
     (void)pthread_detach(thread_); // its code and this object stay as long as the process
 }
 
