@@ -24,16 +24,31 @@ using ::testing::HasSubstr;
 static constexpr int PATIENCE_MSEC = 60000;
 static const std::string LISTENS = "Echo listens on 127.0.0.1:";
 
+static sockaddr_in address_of(const char* host, int port)
+{
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<in_port_t>(port));
+  EXPECT_EQ(1, inet_pton(AF_INET, host, &address.sin_addr));
+  return address;
+}
+
+static bool can_connect(int port, const char* host)
+{
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const sockaddr_in address = address_of(host, port);
+  const bool can = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  close(fd);
+  return can;
+}
+
 // A connection to the service; every call of it gives up after a minute.
 class Client
 {
 public:
-  explicit Client(int port) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+  explicit Client(int port, const char* host = "127.0.0.1") : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
   {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<in_port_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const sockaddr_in address = address_of(host, port);
     EXPECT_EQ(0, connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address));
     fcntl(fd_, F_SETFL, O_NONBLOCK);
   }
@@ -296,7 +311,7 @@ TEST(echo_process, gives_its_port_back_when_it_stops)
   EXPECT_TRUE(second.wait_for_record(LISTENS + std::to_string(port) + '.')) << second.log();
 }
 
-TEST(echo_process, refuses_a_port_that_it_cannot_have)
+TEST(echo_process, refuses_an_address_and_a_port_that_it_cannot_have)
 {
   Start_Options options;
   options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
@@ -305,10 +320,14 @@ TEST(echo_process, refuses_a_port_that_it_cannot_have)
   ASSERT_NE("0", taken) << running.starter().log();
   const std::tuple<std::string, std::string> cases[] = {
       {"-p " + taken, "Failed to listen on 127.0.0.1:" + taken + ", errno=98, Address already in use\n"},
-      {"-p 65536", "Failed to start echo: it takes -p PORT, 0 to 65535\n"},
-      {"-p 7x", "Failed to start echo: it takes -p PORT, 0 to 65535\n"},
-      {"-p", "Failed to start echo: it takes -p PORT, 0 to 65535\n"},
-      {"-q", "Failed to start echo: it takes -p PORT, 0 to 65535\n"}};
+      {"-p 65536", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
+      {"-p 7x", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
+      {"-a 192.0.2.1 -p " + taken,
+       "Failed to listen on 192.0.2.1:" + taken + ", errno=99, Cannot assign requested address\n"},
+      {"-a localhost", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
+      {"-a 127.0.0", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
+      {"-p", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
+      {"-q", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"}};
 
   for (const auto& [arguments, record] : cases) {
     SCOPED_TRACE(arguments);
@@ -317,6 +336,29 @@ TEST(echo_process, refuses_a_port_that_it_cannot_have)
 
     starter.send(SIGTERM);
     EXPECT_EQ(0, starter.wait_status()) << starter.log();
+  }
+}
+
+TEST(echo_process, listens_on_the_address_that_it_is_given)
+{
+  Start_Options options;
+  options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"127.0.0.2", "127.0.0.2", "127.0.0.1"}, {"0.0.0.0", "127.0.0.1", nullptr}, {"0.0.0.0", "127.0.0.3", nullptr}};
+
+  for (const auto& [address, reachable, other] : cases) {
+    SCOPED_TRACE(address);
+    Starter_Process starter(
+        {"-S", "dynamic Echo Service_Object * echo:_make_Echo() \"-a " + std::string(address) + " -p 0\""}, options);
+    const std::string listens = "Echo listens on " + std::string(address) + ':';
+    ASSERT_TRUE(starter.wait_for_record(listens)) << starter.log();
+    const std::string log = starter.log();
+    const int port = std::stoi(log.substr(log.find(listens) + listens.size()));
+
+    EXPECT_EQ("hello", Client(port, reachable).exchange("hello"));
+    if (other) {
+      EXPECT_FALSE(can_connect(port, other));
+    }
   }
 }
 

@@ -1,6 +1,6 @@
-// This is a TCP echo service on the loopback interface: whatever a client sends comes back. The service is written for
-// a reactor with any number of loop threads: none of its calls blocks a loop thread, and a client costs one buffer,
-// however little the client reads.
+// This is a TCP echo service, on the loopback interface unless its arguments tell otherwise: whatever a client sends
+// comes back. The service is written for a reactor with any number of loop threads: none of its calls blocks a loop
+// thread, and a client costs one buffer, however little the client reads.
 //
 // The reactor owns the event handlers registered with it, by their reference counts. The service may end while loop
 // threads are busy with its clients (a hang-up signal reloads the service): a session therefore closes its socket when
@@ -25,6 +25,7 @@
 #include <set>
 #include <vector>
 
+#include <arpa/inet.h>
 #include <sys/socket.h>
 
 enum { DEFAULT_PORT = 7007, BUFFER_SIZE = 16384, ACCEPT_PAUSE_SEC = 1 };
@@ -40,8 +41,8 @@ public:
     reference_counting_policy().value(Reference_Counting_Policy::ENABLED);
   }
 
-  /// Listen on `port` of the loopback interface, 0 for any free port. Returns 0, or -1 with errno.
-  int open(unsigned short port);
+  /// Listen on `address`, whose port may be 0 for any free port. Returns 0, or -1 with errno.
+  int open(const ACE_INET_Addr& address);
 
   /// Returns the port that the listener listens on.
   unsigned short port() const;
@@ -159,9 +160,8 @@ int Session::handle_close(ACE_HANDLE, ACE_Reactor_Mask)
 
 // ---- The listener
 
-int Listener::open(unsigned short port)
+int Listener::open(const ACE_INET_Addr& address)
 {
-  const ACE_INET_Addr address(port, "127.0.0.1");
   // The framework's own queue length is 5: clients that come at once would wait for the kernel to try again.
   if (acceptor_.open(address, 1, PF_INET, SOMAXCONN) == -1 || acceptor_.enable(ACE_NONBLOCK) == -1 ||
       acceptor_.enable(ACE_CLOEXEC) == -1)
@@ -266,7 +266,8 @@ std::size_t Listener::stop()
 
 // ---- The service
 
-/// The configuration file loads this service. Its argument "-p PORT" names the port, 0 for any free port.
+/// The configuration file loads this service. Its argument "-a ADDRESS" gives the IPv4 address that the service listens
+/// on, 0.0.0.0 for all of the machine; "-p PORT" names the port, 0 for any free port.
 class Echo : public ACE_Service_Object
 {
 public:
@@ -278,33 +279,48 @@ private:
   Listener* listener_ = nullptr;
 };
 
-static bool parse_port(int argc, ACE_TCHAR* argv[], unsigned short& port)
+static bool parse_port(const char* text, unsigned short& port)
 {
-  ACE_Get_Opt opt(argc, argv, "p:", 0);
-  for (int c; (c = opt()) != -1;) {
-    char* end = nullptr;
-    const unsigned long value = c == 'p' ? std::strtoul(opt.opt_arg(), &end, 10) : 0;
-    if (c != 'p' || end == opt.opt_arg() || *end || value > 65535)
+  char* end = nullptr;
+  const unsigned long value = std::strtoul(text, &end, 10);
+  port = static_cast<unsigned short>(value);
+  return end != text && !*end && value <= 65535;
+}
+
+// A name would have to be looked up, which may take long and may find another machine's address.
+static bool is_address(const char* text)
+{
+  in_addr address;
+  return inet_pton(AF_INET, text, &address) == 1;
+}
+
+// Takes the address of the option -a and the port of the option -p, if they are given.
+static bool parse_arguments(int argc, ACE_TCHAR* argv[], const char*& host, unsigned short& port)
+{
+  ACE_Get_Opt opt(argc, argv, "a:p:", 0);
+  for (int c; (c = opt()) != -1;)
+    if (c == 'a' && is_address(opt.opt_arg()))
+      host = opt.opt_arg();
+    else if (c != 'p' || !parse_port(opt.opt_arg(), port))
       return false;
-    port = static_cast<unsigned short>(value);
-  }
   return true;
 }
 
 int Echo::init(int argc, ACE_TCHAR* argv[])
 {
+  const char* host = "127.0.0.1";
   unsigned short port = DEFAULT_PORT;
-  if (!parse_port(argc, argv, port))
-    ACE_ERROR_RETURN((LM_ERROR, "Failed to start echo: it takes -p PORT, 0 to 65535\n"), -1);
+  if (!parse_arguments(argc, argv, host, port))
+    ACE_ERROR_RETURN((LM_ERROR, "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"), -1);
 
   listener_ = new (std::nothrow) Listener(ACE_Reactor::instance());
   if (!listener_)
     return -1;
   holder_ = listener_;
-  if (listener_->open(port) == -1)
-    ACE_ERROR_RETURN((LM_ERROR, "Failed to listen on 127.0.0.1:%d, errno=%d, %m\n", port, errno), -1);
+  if (listener_->open(ACE_INET_Addr(port, host)) == -1)
+    ACE_ERROR_RETURN((LM_ERROR, "Failed to listen on %C:%d, errno=%d, %m\n", host, port, errno), -1);
 
-  ACE_DEBUG((LM_INFO, "Echo listens on 127.0.0.1:%d.\n", listener_->port()));
+  ACE_DEBUG((LM_INFO, "Echo listens on %C:%d.\n", host, listener_->port()));
   return 0;
 }
 
