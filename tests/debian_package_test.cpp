@@ -75,10 +75,10 @@ TEST_F(debian_package, is_found_without_fault_by_lintian)
   EXPECT_EQ("", output_of("lintian --allow-root --fail-on error,warning " + deb_ + ' ' + dev_deb_));
 }
 
-TEST_F(debian_package, is_one_of_four)
+TEST_F(debian_package, is_made_with_the_others)
 {
   EXPECT_THAT(packages_->names(),
-              UnorderedElementsAre("libscrt-dev", "starter", "starter-companions", "starter-trace"));
+              UnorderedElementsAre("libscrt-dev", "starter", "starter-companions", "starter-pacemaker", "starter-trace"));
 }
 
 TEST_F(debian_package, has_what_an_operator_needs_and_nothing_of_the_support_library)
