@@ -1,6 +1,7 @@
 // The test does what the guides tell an operator to do, in the words of the guides: in a machine of its own that
 // systemd has booted, with the package as CPack makes it.
 
+#include "tests/support/changeable_system.h"
 #include "tests/support/command.h"
 #include "tests/support/debian_packages.h"
 #include "tests/support/guide.h"
@@ -27,24 +28,12 @@ protected:
     NEEDS(has_tool("dbus-daemon"), "dbus, for systemd-run");
     NEEDS(can_overlay(), "the right to mount file systems over others");
 
-    for (const char* const target :
-         {"sysinit.target", "basic.target", "shutdown.target", "network.target", "multi-user.target"})
-      machine_.add_unit(target, "[Unit]\nDefaultDependencies=no\n");
-    add_system_services();
+    add_system_units(machine_);
     ASSERT_TRUE(machine_.boot()) << machine_.console();
 
-    ASSERT_NO_FATAL_FAILURE(must_succeed("mkdir /run/own && mount -t tmpfs tmpfs /run/own"));
-    for (const std::string dir : {"etc", "usr", "var"})
-      must_succeed("mkdir -p /run/own/" + dir + "/upper /run/own/" + dir + "/work && mount -t overlay -o lowerdir=/" +
-                   dir + ",upperdir=/run/own/" + dir + "/upper,workdir=/run/own/" + dir + "/work overlay /" + dir);
+    ASSERT_NO_FATAL_FAILURE(make_changeable(machine_));
     // A container forbids packages to start and stop services; this is a machine.
     must_succeed("rm -rf /usr/sbin/policy-rc.d /etc/starter");
-    // The directory of the test, which is in /tmp, stays where it is.
-    const std::string path = machine_.dir().path();
-    must_succeed("mkdir /run/test && mount --bind " + path + " /run/test && mount -t tmpfs -o mode=1777 tmpfs /tmp &&" +
-                 " mkdir -p " + path + " && mount --bind /run/test " + path);
-    // The package puts its template where systemd looks for units in this machine.
-    must_succeed("mount --bind " + machine_.dir() / "units" + " /usr/lib/systemd/system");
     must_succeed("systemctl start systemd-journald.service dbus.service");
 
     fs::create_directory(machine_.dir() / "operator");
@@ -83,19 +72,6 @@ protected:
   Systemd_Machine machine_;
 
 private:
-  void add_system_services() const
-  {
-    machine_.add_unit("systemd-journald.service",
-                      "[Unit]\nDefaultDependencies=no\n[Service]\nType=notify\nStandardOutput=null\n"
-                      "ExecStart=/lib/systemd/systemd-journald\n");
-    machine_.add_unit("dbus.socket",
-                      "[Unit]\nDefaultDependencies=no\n[Socket]\nListenStream=/run/dbus/system_bus_socket\n");
-    machine_.add_unit("dbus.service", "[Unit]\nDefaultDependencies=no\nRequires=dbus.socket\n"
-                                      "[Service]\nType=notify\nNotifyAccess=main\n"
-                                      "ExecStart=/usr/bin/dbus-daemon --system --address=systemd: --nofork"
-                                      " --nopidfile --systemd-activation --syslog-only\n");
-  }
-
   // An operator answers yes to apt, and takes more time for the next command than the program and the journal take to
   // log what a command has caused.
   static constexpr char PACE[] = R"(

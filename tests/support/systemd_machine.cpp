@@ -27,7 +27,7 @@ own=$home/starter-test-$$
 mkdir $own
 echo $$ >$own/cgroup.procs
 
-setpriv --pdeathsig KILL unshare --pid --fork --kill-child --mount --uts --ipc --cgroup sh -c "$INNER_SCRIPT" sh "$@" || :
+setpriv --pdeathsig KILL unshare --pid --fork --kill-child --mount --uts --ipc --cgroup $4 sh -c "$INNER_SCRIPT" sh "$@" || :
 
 echo $$ >$home/cgroup.procs
 until find $own -depth -type d -exec rmdir {} + 2>/dev/null; do sleep 0.01; done
@@ -68,7 +68,7 @@ mount --bind $dir $dir
 mount -o remount,bind,rw $dir
 
 mv $dir/pid.new $dir/pid
-exec env -i container=test PATH=/usr/sbin:/usr/bin:/sbin:/bin SYSTEMD_UNIT_PATH=$dir/units \
+exec env -i container=test PATH=/usr/sbin:/usr/bin:/sbin:/bin SYSTEMD_UNIT_PATH=$dir/units:/run/systemd/system \
   $init --system --unit=test.target --log-target=console --log-color=no --show-status=no
 )";
 
@@ -99,7 +99,7 @@ bool Systemd_Machine::is_installed()
   return access(INIT, X_OK) == 0;
 }
 
-Systemd_Machine::Systemd_Machine()
+Systemd_Machine::Systemd_Machine(Network network) : network_(network)
 {
   add_unit("test.target", "[Unit]\nDefaultDependencies=no\n");
 
@@ -121,6 +121,18 @@ Systemd_Machine::~Systemd_Machine()
   ended_ = true;
   reader_.join();
   close(console_fd_);
+}
+
+// The parent of process 1 ends with it, after the kernel has ended all others of the machine. The shell outside still
+// has to clean up.
+void Systemd_Machine::power_off()
+{
+  const pid_t init = init_;
+  init_ = -1;
+  kill(init, SIGKILL);
+  (void)wait_until([init] { return kill(init, 0) != 0; });
+  waitpid(outer_, nullptr, 0);
+  outer_ = -1;
 }
 
 // Reads all the time, because a full terminal would hold systemd back.
@@ -164,7 +176,8 @@ void Systemd_Machine::start()
   setenv("INNER_SCRIPT", INNER_SCRIPT, 1);
   unsetenv("LD_PRELOAD");
   execlp("unshare", "unshare", "--mount", "--propagation", "private", "sh", "-c", OUTER_SCRIPT, "sh",
-         dir_.path().c_str(), console.c_str(), INIT, static_cast<char*>(nullptr));
+         dir_.path().c_str(), console.c_str(), INIT, network_ == Network::OWN ? "--net" : "",
+         static_cast<char*>(nullptr));
   _exit(127);
 }
 

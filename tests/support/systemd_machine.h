@@ -16,7 +16,10 @@
 class Systemd_Machine
 {
 public:
-  Systemd_Machine();
+  /// The network that processes of the machine see: that of the test, or one of their own, without a connection.
+  enum class Network { SHARED, OWN };
+
+  explicit Systemd_Machine(Network network = Network::SHARED);
   ~Systemd_Machine();
 
   Systemd_Machine(const Systemd_Machine&) = delete;
@@ -40,6 +43,13 @@ public:
   /// Start systemd and wait until it serves. False when that takes a minute; see console().
   bool boot();
 
+  /// Cut the power, once boot() has returned: no process of the machine is left when this function returns. After that,
+  /// the machine can only be destroyed.
+  void power_off();
+
+  /// The process id that the machine's process 1 has outside; -1 before boot().
+  pid_t pid() const { return init_; }
+
   /// Run the shell command `command` in the machine. Returns its standard output without the last newline.
   std::string run(const std::string& command) const;
 
@@ -54,6 +64,7 @@ private:
   void read_console();
   std::string make_command(const std::string& command) const;
 
+  const Network network_;
   Temp_Dir dir_;
   int console_fd_ = -1;
   pid_t outer_ = -1; ///< the shell outside the machine that starts it and cleans up
