@@ -68,7 +68,7 @@ mount --bind $dir $dir
 mount -o remount,bind,rw $dir
 
 mv $dir/pid.new $dir/pid
-exec env -i container=test PATH=/usr/sbin:/usr/bin:/sbin:/bin SYSTEMD_UNIT_PATH=$dir/units:/run/systemd/system \
+exec env -i container=test PATH=/usr/sbin:/usr/bin:/sbin:/bin SYSTEMD_UNIT_PATH=$dir/units:/run/systemd/system:/etc/systemd/system \
   $init --system --unit=test.target --log-target=console --log-color=no --show-status=no
 )";
 
