@@ -116,19 +116,17 @@ protected:
         write_answers(what, begin);
     }
     expect_consistency();
-    print(what, gaps);
+    print(what, "without an answer for", gaps);
   }
 
-  static unsigned other_than(unsigned node) { return (node + 1) % Cluster::SIZE; }
-
-  static std::unique_ptr<Debian_Packages> packages_;
-  static std::unique_ptr<Cluster> cluster_;
-  static std::unique_ptr<Instances> instances_;
-  static std::unique_ptr<Prober> prober_;
-
-private:
-  static void add_files();
-  static void configure();
+  static void print(const std::string& what, const char* measured, std::vector<double> times)
+  {
+    std::sort(times.begin(), times.end());
+    const auto percentile = [&](std::size_t percent) { return times[(times.size() * percent + 99) / 100 - 1]; };
+    std::printf("%s: %zu runs, %s p50 %.2f s, p95 %.2f s, at most %.2f s\n", what.c_str(), times.size(), measured,
+                percentile(50), percentile(95), times.back());
+    std::fflush(stdout);
+  }
 
   // All machines are in the cluster, and the service answers. Machines that are off are booted again.
   static void wait_until_healthy()
@@ -150,21 +148,23 @@ private:
     ASSERT_TRUE(wait_until([&] { return instances_->active() != -1 && prober_->has_answer_since(now); }));
   }
 
+  static unsigned other_than(unsigned node) { return (node + 1) % Cluster::SIZE; }
+
+  static std::unique_ptr<Debian_Packages> packages_;
+  static std::unique_ptr<Cluster> cluster_;
+  static std::unique_ptr<Instances> instances_;
+  static std::unique_ptr<Prober> prober_;
+
+private:
+  static void add_files();
+  static void configure();
+
   static void expect_consistency()
   {
     EXPECT_EQ(0u, instances_->doubled());
     EXPECT_EQ(0u, prober_->wrong());
     EXPECT_EQ(0u, prober_->too_long());
     EXPECT_LT(100u, instances_->looks());
-  }
-
-  static void print(const std::string& what, std::vector<double> gaps)
-  {
-    std::sort(gaps.begin(), gaps.end());
-    const auto percentile = [&](std::size_t percent) { return gaps[(gaps.size() * percent + 99) / 100 - 1]; };
-    std::printf("%s: %zu runs, without an answer for p50 %.2f s, p95 %.2f s, at most %.2f s\n", what.c_str(),
-                gaps.size(), percentile(50), percentile(95), gaps.back());
-    std::fflush(stdout);
   }
 
   static void write_answers(const std::string& what, Clock::time_point begin)
@@ -283,4 +283,29 @@ TEST_F(cluster, starts_the_service_on_another_machine_when_its_machine_dies)
 TEST_F(cluster, kills_a_machine_that_is_cut_off_before_the_service_starts_on_another)
 {
   repeat("partition", true, [](unsigned active) { cluster_->cut_off(active); });
+}
+
+// The test also shows that two instances would be seen. Without a quorum a machine stops the service, and takes as long
+// for that as the others take to start it.
+TEST_F(cluster, has_two_instances_without_fencing)
+{
+  ASSERT_NO_FATAL_FAILURE(wait_until_healthy());
+  ASSERT_TRUE(cluster_->any_machine().succeeds("crm configure property stonith-enabled=false"));
+  std::vector<double> times;
+  for (unsigned run = 0; run < runs(); ++run) {
+    ASSERT_NO_FATAL_FAILURE(wait_until_healthy());
+    const unsigned before = static_cast<unsigned>(instances_->active());
+    const double doubled = instances_->doubled_time().count();
+    cluster_->cut_off(before);
+    ASSERT_TRUE(wait_until([&] { return instances_->processes(before).empty() && instances_->active() != -1; }));
+    times.push_back(instances_->doubled_time().count() - doubled);
+    cluster_->power_off(before);
+  }
+  print("partition without fencing", "two instances for", times);
+
+  ASSERT_NO_FATAL_FAILURE(wait_until_healthy());
+  ASSERT_TRUE(cluster_->any_machine().succeeds("crm configure property no-quorum-policy=ignore"));
+  const unsigned before = instances_->doubled();
+  cluster_->cut_off(static_cast<unsigned>(instances_->active()));
+  EXPECT_TRUE(wait_until([&] { return instances_->doubled() > before; }));
 }

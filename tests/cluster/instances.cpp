@@ -2,7 +2,6 @@
 
 #include "tests/support/temp_dir.h"
 
-#include <chrono>
 #include <sstream>
 #include <utility>
 
@@ -58,9 +57,16 @@ bool Instances::is_doubled() const
 
 void Instances::watch()
 {
+  auto last = std::chrono::steady_clock::now();
   while (!ended_) {
-    doubled_ += is_doubled();
+    const bool doubled = is_doubled();
+    const auto now = std::chrono::steady_clock::now();
+    if (doubled) {
+      ++doubled_;
+      doubled_nsec_ += std::chrono::nanoseconds(now - last).count();
+    }
     ++looks_;
+    last = now;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }

@@ -2,6 +2,7 @@
 #define TESTS_CLUSTER_INSTANCES_H
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -32,6 +33,9 @@ public:
   /// The number of moments at which two machines had processes of the unit.
   unsigned doubled() const { return doubled_; }
 
+  /// The time for which two machines had processes of the unit, in all.
+  std::chrono::duration<double> doubled_time() const { return std::chrono::nanoseconds(doubled_nsec_); }
+
   /// The number of moments that were looked at.
   unsigned looks() const { return looks_; }
 
@@ -43,6 +47,7 @@ private:
   std::vector<std::string> paths_;
   mutable std::mutex mutex_; ///< guards paths_
   std::atomic<unsigned> doubled_{0};
+  std::atomic<std::chrono::nanoseconds::rep> doubled_nsec_{0};
   std::atomic<unsigned> looks_{0};
   std::atomic<bool> ended_{false};
   std::thread thread_;
