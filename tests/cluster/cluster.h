@@ -25,7 +25,7 @@ public:
   static constexpr char ADDRESS[] = "198.51.100.10"; ///< the one that moves with the service
   static constexpr unsigned short PORT = 7007;
 
-  explicit Cluster(const std::vector<std::string>& packages);
+  explicit Cluster(const std::vector<std::string>& packages = {});
 
   /// Let all machines have the file `path` with this `content`, from the next boot on.
   void add_file(const std::string& path, const std::string& content, const std::string& owner = "root:root",
@@ -50,7 +50,7 @@ public:
   /// The file that lists the processes of the unit `name`, which is an instance of starter@, on `node`.
   std::string processes_file(unsigned node, const std::string& name) const;
 
-  /// The socket of the power switch, which the fence agent is given.
+  /// The socket of the power switch, which the fence agent knows.
   static std::string socket() { return "/mnt/power"; }
 
   static std::string name_of(unsigned node) { return "node" + std::to_string(node + 1); }

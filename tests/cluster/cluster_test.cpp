@@ -4,11 +4,11 @@
 // is a directory: the answers of the first run of each kind go into a file there.
 
 #include "tests/cluster/cluster.h"
+#include "tests/cluster/cluster_needs.h"
 #include "tests/cluster/instances.h"
 #include "tests/cluster/prober.h"
 #include "tests/support/command.h"
 #include "tests/support/debian_packages.h"
-#include "tests/support/requirements.h"
 #include "tests/support/wait_until.h"
 
 #include <gmock/gmock.h>
@@ -39,7 +39,7 @@ class cluster : public testing::Test
 protected:
   static void SetUpTestSuite()
   {
-    if (missing())
+    if (missing_for_cluster())
       return;
     packages_ = std::make_unique<Debian_Packages>();
     cluster_ = std::make_unique<Cluster>(
@@ -64,7 +64,7 @@ protected:
     packages_.reset();
   }
 
-  void SetUp() override { NEEDS(!missing(), missing()); }
+  void SetUp() override { NEEDS(!missing_for_cluster(), missing_for_cluster()); }
 
   void TearDown() override
   {
@@ -77,19 +77,6 @@ protected:
                     << '\n';
   }
 
-  // What this machine lacks; null when it has all.
-  static const char* missing()
-  {
-    return !is_root()                         ? "root, for namespaces of its own"
-           : !Systemd_Machine::is_installed() ? "systemd"
-           : !has_tool("dbus-daemon")         ? "dbus"
-           : !has_tool("corosync")            ? "corosync"
-           : !has_tool("pacemakerd")          ? "pacemaker"
-           : !has_tool("crm")                 ? "crmsh"
-           : !can_overlay()                   ? "the right to mount file systems over others"
-                                              : nullptr;
-  }
-
   // Let `happen` befall the machine on which the service is active, and wait until the service is there again: on
   // another machine if it `moves`. Each time the times of the client are noted.
   void repeat(const std::string& what, bool moves, const std::function<void(unsigned)>& happen)
@@ -98,22 +85,18 @@ protected:
     for (unsigned run = 0; run < runs(); ++run) {
       SCOPED_TRACE(what + ", run " + std::to_string(run));
       ASSERT_NO_FATAL_FAILURE(wait_until_healthy());
-      const int before = instances_->active();
-      const std::vector<pid_t> processes = instances_->processes(static_cast<unsigned>(before));
+      const bool is_drawn = run == 0 && answers_dir();
+      if (is_drawn)
+        let_a_second_pass();
+
       const Clock::time_point begin = Clock::now();
-
-      happen(static_cast<unsigned>(before));
-      const bool is_back = wait_until([&] {
-        const int now = instances_->active();
-        return now != -1 && (moves ? now != before : instances_->processes(static_cast<unsigned>(now)) != processes);
-      });
-      ASSERT_TRUE(is_back);
-      const Clock::time_point there = Clock::now();
-      ASSERT_TRUE(wait_until([&] { return prober_->has_answer_since(there); }));
-
+      ASSERT_NO_FATAL_FAILURE(survive(moves, happen));
       gaps.push_back(prober_->longest_gap_since(begin).count());
-      if (run == 0)
+
+      if (is_drawn) {
+        let_a_second_pass();
         write_answers(what, begin);
+      }
     }
     expect_consistency();
     print(what, "without an answer for", gaps);
@@ -156,6 +139,22 @@ protected:
   static std::unique_ptr<Prober> prober_;
 
 private:
+  static void survive(bool moves, const std::function<void(unsigned)>& happen)
+  {
+    const auto before = static_cast<unsigned>(instances_->active());
+    const std::vector<pid_t> processes = instances_->processes(before);
+
+    happen(before);
+
+    ASSERT_TRUE(wait_until([&] {
+      const int now = instances_->active();
+      return now != -1 &&
+             (moves ? now != static_cast<int>(before) : instances_->processes(static_cast<unsigned>(now)) != processes);
+    }));
+    const Clock::time_point there = Clock::now();
+    ASSERT_TRUE(wait_until([&] { return prober_->has_answer_since(there); }));
+  }
+
   static void add_files();
   static void configure();
 
@@ -167,12 +166,22 @@ private:
     EXPECT_LT(100u, instances_->looks());
   }
 
-  static void write_answers(const std::string& what, Clock::time_point begin)
+  static const char* answers_dir()
   {
     const char* const dir = std::getenv("STARTER_CLUSTER_ANSWERS");
-    if (!dir || !*dir)
-      return;
-    std::ofstream file(dir + ("/" + what));
+    return dir && *dir ? dir : nullptr;
+  }
+
+  // The second before an event and the one after its end belong to the picture.
+  static void let_a_second_pass()
+  {
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
+    EXPECT_TRUE(wait_until([&] { return prober_->has_answer_since(end); }));
+  }
+
+  static void write_answers(const std::string& what, Clock::time_point begin)
+  {
+    std::ofstream file(answers_dir() + ("/" + what));
     for (const Prober::Result& one : prober_->results())
       if (one.begin > begin - std::chrono::seconds(1))
         file << duration<double>(one.begin - begin).count() << ' '
@@ -242,15 +251,16 @@ void cluster::configure()
     return cluster_->any_machine().run("crm_mon -1 2>/dev/null | grep -c 'Online: . node1 node2 node3 .'") == "1";
   }));
   // The monitor of the component comes too late for any test: the agent has to tell of the death of the process.
-  const std::string configuration = "primitive power stonith:fence_machine params socket=" + Cluster::socket() +
-                                    " pcmk_host_list=\"node1 node2 node3\" op monitor interval=60s\n"
-                                    "primitive address ocf:heartbeat:IPaddr2 params ip=" +
-                                    Cluster::ADDRESS +
-                                    " cidr_netmask=24 op monitor interval=10s timeout=20s\n"
-                                    "primitive echo ocf:starter:component params component=echo"
-                                    " op start timeout=100s op stop timeout=45s op monitor interval=600s timeout=20s\n"
-                                    "group service address echo\n"
-                                    "rsc_defaults resource-stickiness=1\n";
+  const std::string configuration =
+      std::string("primitive power stonith:fence_machine params pcmk_host_list=\"node1 node2 node3\""
+                  " op monitor interval=60s\n"
+                  "primitive address ocf:heartbeat:IPaddr2 params cidr_netmask=24 ip=") +
+      Cluster::ADDRESS +
+      " op monitor interval=10s timeout=20s\n"
+      "primitive echo ocf:starter:component params component=echo"
+      " op start timeout=100s op stop timeout=45s op monitor interval=600s timeout=20s\n"
+      "group service address echo\n"
+      "rsc_defaults resource-stickiness=1\n";
   Systemd_Machine& machine = cluster_->any_machine();
   const std::string output =
       machine.run("crm configure load update " + machine.dir().write("crm", configuration) + " 2>&1 || echo failed");

@@ -1,9 +1,9 @@
 // The resource agent in a machine with systemd, called as Pacemaker calls it. There is no cluster.
 
 #include "tests/cluster/cluster.h"
+#include "tests/cluster/cluster_needs.h"
 #include "tests/support/command.h"
 #include "tests/support/debian_packages.h"
-#include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
 #include "tests/support/wait_until.h"
 
@@ -27,7 +27,7 @@ class component_agent : public testing::Test
 protected:
   static void SetUpTestSuite()
   {
-    if (missing())
+    if (missing_for_cluster())
       return;
     packages_ = std::make_unique<Debian_Packages>();
     cluster_ = std::make_unique<Cluster>(
@@ -43,7 +43,7 @@ protected:
 
   void SetUp() override
   {
-    NEEDS(!missing(), missing());
+    NEEDS(!missing_for_cluster(), missing_for_cluster());
     since_ = run("date +@%s.%N");
     configure(dynamic_directive("Talker", "talker", "_make_Talker"));
   }
@@ -58,19 +58,6 @@ protected:
         "systemctl stop --no-block starter@demo; systemctl kill -s KILL starter@demo; systemctl stop starter@demo;"
         " systemctl disable starter@demo; rm -rf /run/starter-pacemaker /run/systemd/system/starter@demo.service.d"
         " /usr/local/bin/starterctl /etc/starter; systemctl daemon-reload; systemctl reset-failed");
-  }
-
-  // What this machine lacks; null when it has all.
-  static const char* missing()
-  {
-    return !is_root()                         ? "root, for namespaces of its own"
-           : !Systemd_Machine::is_installed() ? "systemd"
-           : !has_tool("dbus-daemon")         ? "dbus, for systemd-run"
-           : !has_tool("crm_resource")        ? "pacemaker-cli-utils"
-           : !has_tool("ocf-tester")          ? "resource-agents"
-           : !has_tool("xmllint")             ? "libxml2-utils"
-           : !can_overlay()                   ? "the right to mount file systems over others"
-                                              : nullptr;
   }
 
   static std::string run(const std::string& command) { return cluster_->machine(0).run(command); }
@@ -161,7 +148,7 @@ TEST_F(component_agent, leaves_restarts_to_pacemaker_however_many_there_are)
     ASSERT_EQ(SUCCESS, act("start")) << i;
     EXPECT_EQ("no", show("Restart"));
     (void)run("systemctl kill -s KILL starter@demo");
-    EXPECT_TRUE(wait_until([] { return show("ActiveState") == "failed"; }));
+    ASSERT_TRUE(wait_until([] { return show("ActiveState") == "failed"; }));
     EXPECT_EQ(NOT_RUNNING, act("monitor"));
   }
 }

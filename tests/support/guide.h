@@ -7,6 +7,8 @@
 /// A block of a guide, which is fenced by three backticks with a word after them:
 ///   sh          commands, for one shell that goes through the whole guide
 ///   shell       commands of root on a machine with systemd that has nothing of this project yet, for one shell too
+///   every       commands of root on every machine of a cluster
+///   one         commands of root on one machine of the cluster
 ///   text        lines that the commands before it write, in this order, whatever their numbers
 ///   WORD PATH   the content of the file PATH
 struct Block
