@@ -2,9 +2,9 @@
 
 #include "companions/guard/guard.h"
 
+#include "companions/common/program_note.h"
 #include "companions/guard/guard_thread.h"
 #include "companions/guard/judge.h"
-#include "companions/guard/program_note.h"
 #include "companions/guard/sampler.h"
 #include "companions/guard/stalls.h"
 #include "companions/guard/watch.h"

@@ -1,13 +1,12 @@
 #include "companions/guard/guard_thread.h"
 
+#include "companions/common/own_thread.h"
 #include "companions/guard/clock.h"
 #include "companions/join_until.h"
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
-#include <initializer_list>
 #include <new>
 
 #include <pthread.h>
@@ -67,20 +66,6 @@ static void* watch_loops(void* arg)
   return nullptr;
 }
 
-static int make_thread(Run& r)
-{
-  sigset_t all_but_faults;
-  sigset_t before;
-  sigfillset(&all_but_faults);
-  for (const int fault : {SIGILL, SIGSEGV, SIGFPE, SIGBUS, SIGABRT})
-    sigdelset(&all_but_faults, fault);
-
-  (void)pthread_sigmask(SIG_SETMASK, &all_but_faults, &before); // a thread begins with the mask of its maker
-  const int error = pthread_create(&r.thread, nullptr, watch_loops, &r);
-  (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return error;
-}
-
 int start_guard_thread(const Watch_Options& options, starter_loops_t loops)
 {
   static bool is_told; // at the exit of the process
@@ -96,7 +81,7 @@ int start_guard_thread(const Watch_Options& options, starter_loops_t loops)
   run->loops = loops;
   (void)sem_init(&run->wake, 0, 0); // cannot fail with these arguments
 
-  if (const int error = make_thread(*run); error != 0) {
+  if (const int error = make_own_thread(run->thread, watch_loops, run); error != 0) {
     delete run;
     run = nullptr;
     errno = error;

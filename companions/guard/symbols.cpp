@@ -1,6 +1,6 @@
 #include "companions/guard/symbols.h"
 
-#include "companions/guard/program_note.h"
+#include "companions/common/program_note.h"
 
 #include <ace/Reactor.h>
 

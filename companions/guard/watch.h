@@ -1,7 +1,7 @@
 #ifndef COMPANIONS_GUARD_WATCH_H
 #define COMPANIONS_GUARD_WATCH_H
 
-#include "companions/guard/program_note.h"
+#include "companions/common/program_note.h"
 #include "companions/guard/sample.h"
 #include "companions/guard/sampler.h"
 #include "companions/guard/thread_call.h"

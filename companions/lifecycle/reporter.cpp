@@ -1,11 +1,11 @@
 #include "companions/lifecycle/reporter.h"
 
+#include "companions/common/own_thread.h"
 #include "companions/join_until.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 
@@ -28,21 +28,6 @@ void* Reporter::run(void* arg)
   return nullptr;
 }
 
-// A thread begins with the mask of its maker.
-static int make_thread(pthread_t& thread, void* (*run)(void*), void* arg)
-{
-  sigset_t all_but_faults;
-  sigset_t before;
-  sigfillset(&all_but_faults);
-  for (const int fault : {SIGILL, SIGSEGV, SIGFPE, SIGBUS, SIGABRT})
-    sigdelset(&all_but_faults, fault);
-
-  (void)pthread_sigmask(SIG_SETMASK, &all_but_faults, &before); // cannot fail with these arguments
-  const int error = pthread_create(&thread, nullptr, run, arg);
-  (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return error;
-}
-
 int Reporter::start(const char* address)
 {
   if (socket_.open(address) != 0)
@@ -51,7 +36,7 @@ int Reporter::start(const char* address)
   is_ended_ = false;
   int error = pthread_getcpuclockid(pthread_self(), &main_clock_);
   if (error == 0)
-    error = make_thread(thread_, run, this);
+    error = make_own_thread(thread_, run, this);
   if (error != 0) {
     errno = error;
     return -1;

@@ -1,7 +1,7 @@
 #ifndef COMPANIONS_LIFECYCLE_REPORTER_H
 #define COMPANIONS_LIFECYCLE_REPORTER_H
 
-#include "companions/lifecycle/last_failure.h"
+#include "companions/common/last_failure.h"
 #include "companions/lifecycle/notify_socket.h"
 
 #include <atomic>

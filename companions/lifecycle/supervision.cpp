@@ -1,7 +1,7 @@
 #include "companions/lifecycle/supervision.h"
 
-#include "companions/lifecycle/loop_watch.h"
-#include "companions/lifecycle/signal_chain.h"
+#include "companions/common/loop_watch.h"
+#include "companions/common/signal_chain.h"
 
 #include <ace/OS_Errno.h>
 

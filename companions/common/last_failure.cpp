@@ -1,4 +1,4 @@
-#include "companions/lifecycle/last_failure.h"
+#include "companions/common/last_failure.h"
 
 #include <ace/Log_Msg.h>
 #include <ace/Log_Record.h>

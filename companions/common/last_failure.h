@@ -1,5 +1,5 @@
-#ifndef COMPANIONS_LIFECYCLE_LAST_FAILURE_H
-#define COMPANIONS_LIFECYCLE_LAST_FAILURE_H
+#ifndef COMPANIONS_COMMON_LAST_FAILURE_H
+#define COMPANIONS_COMMON_LAST_FAILURE_H
 
 #include <ace/Log_Msg_Callback.h>
 
@@ -35,4 +35,4 @@ private:
   std::atomic<char> text_[MAX_SIZE] = {};
 };
 
-#endif // COMPANIONS_LIFECYCLE_LAST_FAILURE_H
+#endif // COMPANIONS_COMMON_LAST_FAILURE_H

@@ -1,4 +1,4 @@
-#include "companions/guard/program_note.h"
+#include "companions/common/program_note.h"
 
 #include <cstddef>
 #include <cstdint>

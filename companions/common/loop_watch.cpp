@@ -1,4 +1,4 @@
-#include "companions/lifecycle/loop_watch.h"
+#include "companions/common/loop_watch.h"
 
 #include <ace/DLL.h>
 #include <ace/Dev_Poll_Reactor.h>

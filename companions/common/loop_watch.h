@@ -1,5 +1,5 @@
-#ifndef COMPANIONS_LIFECYCLE_LOOP_WATCH_H
-#define COMPANIONS_LIFECYCLE_LOOP_WATCH_H
+#ifndef COMPANIONS_COMMON_LOOP_WATCH_H
+#define COMPANIONS_COMMON_LOOP_WATCH_H
 
 #include <ace/Event_Handler.h>
 
@@ -38,4 +38,4 @@ private:
   bool is_started_ = false;
 };
 
-#endif // COMPANIONS_LIFECYCLE_LOOP_WATCH_H
+#endif // COMPANIONS_COMMON_LOOP_WATCH_H

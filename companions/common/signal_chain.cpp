@@ -1,4 +1,4 @@
-#include "companions/lifecycle/signal_chain.h"
+#include "companions/common/signal_chain.h"
 
 static bool has_handler(const struct sigaction& action)
 {

@@ -1,5 +1,5 @@
-#ifndef COMPANIONS_GUARD_PROGRAM_NOTE_H
-#define COMPANIONS_GUARD_PROGRAM_NOTE_H
+#ifndef COMPANIONS_COMMON_PROGRAM_NOTE_H
+#define COMPANIONS_COMMON_PROGRAM_NOTE_H
 
 /// The function of the program that tells the threads in the loop and their turns: see starter/loop_turns.h.
 using starter_loops_t = unsigned (*)(int* tids, unsigned long* turns, unsigned size);
@@ -8,4 +8,4 @@ using starter_loops_t = unsigned (*)(int* tids, unsigned long* turns, unsigned s
 /// lock of the dynamic loader.
 starter_loops_t find_starter_loops();
 
-#endif // COMPANIONS_GUARD_PROGRAM_NOTE_H
+#endif // COMPANIONS_COMMON_PROGRAM_NOTE_H
