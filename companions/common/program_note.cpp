@@ -1,13 +1,25 @@
 #include "companions/common/program_note.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include <link.h>
 
 static const char NOTE_NAME[] = "starter";
-enum { NOTE_TYPE = 1 };
+enum Note_Type { LOOPS_NOTE = 1, VERSION_NOTE = 2 };
+
+namespace
+{
+/// The note that is looked for, and its descriptor when it is found.
+struct Search
+{
+  Note_Type type;
+  std::string_view descriptor;
+};
+} // namespace
 
 // Name and descriptor of a note begin at multiples of four bytes.
 static std::size_t padded(std::size_t size)
@@ -17,46 +29,62 @@ static std::size_t padded(std::size_t size)
 
 static bool is_ours(const ElfW(Nhdr) & header, const char* name)
 {
-  return header.n_type == NOTE_TYPE && header.n_descsz == sizeof(std::int64_t) && header.n_namesz == sizeof NOTE_NAME &&
-         std::memcmp(name, NOTE_NAME, sizeof NOTE_NAME) == 0;
+  return header.n_namesz == sizeof NOTE_NAME && std::memcmp(name, NOTE_NAME, sizeof NOTE_NAME) == 0;
 }
 
-// The function that a note of ours leads to, null if there is none among the notes from `note` to `end`.
-static starter_loops_t find_in_notes(const char* note, const char* end)
+static void find_in_notes(Search& search, const char* note, const char* end)
 {
   while (end - note >= static_cast<std::ptrdiff_t>(sizeof(ElfW(Nhdr)))) {
     ElfW(Nhdr) header;
     std::memcpy(&header, note, sizeof header);
     const char* const name = note + sizeof header;
     const char* const descriptor = name + padded(header.n_namesz);
-    if (is_ours(header, name)) {
-      std::int64_t distance;
-      std::memcpy(&distance, descriptor, sizeof distance);
-      return reinterpret_cast<starter_loops_t>(reinterpret_cast<std::uintptr_t>(descriptor) +
-                                               static_cast<std::uintptr_t>(distance));
+    if (is_ours(header, name) && header.n_type == search.type) {
+      search.descriptor = {descriptor, header.n_descsz};
+      return;
     }
     note = descriptor + padded(header.n_descsz);
   }
-  return nullptr;
 }
 
 // The loader calls this for the executable first; the result 1 keeps it from going on with the libraries.
-static int look_at_program(dl_phdr_info* info, std::size_t, void* result)
+static int look_at_program(dl_phdr_info* info, std::size_t, void* arg)
 {
-  starter_loops_t& found = *static_cast<starter_loops_t*>(result);
+  Search& search = *static_cast<Search*>(arg);
 
-  for (int i = 0; i < info->dlpi_phnum && !found; ++i) {
+  for (int i = 0; i < info->dlpi_phnum && !search.descriptor.data(); ++i) {
     const ElfW(Phdr)& segment = info->dlpi_phdr[i];
     const char* const begin = reinterpret_cast<const char*>(info->dlpi_addr + segment.p_vaddr);
     if (segment.p_type == PT_NOTE)
-      found = find_in_notes(begin, begin + segment.p_memsz);
+      find_in_notes(search, begin, begin + segment.p_memsz);
   }
   return 1;
 }
 
+// The descriptor of the note, null if there is none.
+static std::string_view find_note(Note_Type type)
+{
+  Search search = {type, {}};
+  (void)::dl_iterate_phdr(look_at_program, &search);
+  return search.descriptor;
+}
+
 starter_loops_t find_starter_loops()
 {
-  starter_loops_t found = nullptr;
-  (void)::dl_iterate_phdr(look_at_program, &found);
-  return found;
+  const std::string_view descriptor = find_note(LOOPS_NOTE);
+  std::int64_t distance;
+  if (descriptor.size() != sizeof distance)
+    return nullptr;
+
+  std::memcpy(&distance, descriptor.data(), sizeof distance);
+  return reinterpret_cast<starter_loops_t>(reinterpret_cast<std::uintptr_t>(descriptor.data()) +
+                                           static_cast<std::uintptr_t>(distance));
+}
+
+Program_Version find_program_version()
+{
+  const std::string_view texts = find_note(VERSION_NOTE);
+  if (texts.empty() || texts.back() != '\0' || std::count(texts.begin(), texts.end(), '\0') != 2)
+    return {"unknown", "unknown"};
+  return {texts.data(), texts.data() + texts.find('\0') + 1};
 }
