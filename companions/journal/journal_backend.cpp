@@ -1,8 +1,8 @@
 #include "companions/journal/journal_backend.h"
 
+#include "companions/common/log_record.h"
 #include "companions/journal/standard_error.h"
 
-#include <ace/Log_Category.h>
 #include <ace/Log_Msg.h>
 #include <ace/Log_Record.h>
 #include <ace/OS_Errno.h>
@@ -16,20 +16,6 @@
 #include <unistd.h>
 
 enum { THREAD_NAME_SIZE = 16 }; // the kernel's limit, with the null character
-
-namespace
-{
-/// Holds the lock of the framework's log, which may be taken again by the thread that holds it.
-class Log_Lock
-{
-public:
-  Log_Lock() { (void)ACE_LOG_MSG->acquire(); } // fails only for a lock that does not exist
-  ~Log_Lock() { (void)ACE_LOG_MSG->release(); }
-
-  Log_Lock(const Log_Lock&) = delete;
-  Log_Lock& operator=(const Log_Lock&) = delete;
-};
-} // namespace
 
 // ---- To the journal and back
 
@@ -167,14 +153,6 @@ bool Journal_Backend::send(ACE_Log_Record& record)
   if (!is_sent)
     lost_ += lost + 1;
   return is_sent;
-}
-
-// Records that are made elsewhere and handed to the log come by without a look at their priority.
-static bool is_enabled(const ACE_Log_Record& record)
-{
-  const ACE_Log_Priority priority = static_cast<ACE_Log_Priority>(record.type());
-  return (!record.category() || record.category()->log_priority_enabled(priority)) &&
-         ACE_LOG_MSG->log_priority_enabled(priority);
 }
 
 // Whether standard error is to get a record from here, because the framework does not write it there. A record comes
