@@ -170,7 +170,7 @@ TEST(architecture, lets_no_folder_include_what_its_rule_leaves_out)
       }
   }
 
-  EXPECT_EQ((Paths{"bench", "check", "companions", "examples", "scrt", "starter", "tests", "trace"}), folders);
+  EXPECT_EQ((Paths{"bench", "check", "companions", "examples", "metrics", "scrt", "starter", "tests", "trace"}), folders);
 }
 
 TEST(architecture, keeps_the_notifier_apart_from_the_rest_of_the_program)

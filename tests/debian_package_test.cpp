@@ -78,7 +78,8 @@ TEST_F(debian_package, is_found_without_fault_by_lintian)
 TEST_F(debian_package, is_made_with_the_others)
 {
   EXPECT_THAT(packages_->names(),
-              UnorderedElementsAre("libscrt-dev", "starter", "starter-companions", "starter-pacemaker", "starter-trace"));
+              UnorderedElementsAre("libscrt-dev", "libstarter-metrics-dev", "libstarter-metrics0", "starter",
+                                   "starter-companions", "starter-pacemaker", "starter-trace"));
 }
 
 TEST_F(debian_package, has_what_an_operator_needs_and_nothing_of_the_support_library)
