@@ -20,6 +20,7 @@ std::string companion_directive(const std::string& name, const char* params)
   const std::string library = public_path(TESTS_COMPANION_LIBRARY_DIR "/libstarter_" + name + ".so");
   std::string conf = read_file(TESTS_COMPANION_SOURCE_DIR "/" + name + '/' + name + ".conf.in");
   conf = std::regex_replace(conf, std::regex("@COMPANION_LIBRARY@"), library);
+  conf = std::regex_replace(conf, std::regex(":9464"), ":0"); // tests run in parallel: a free port
   if (params)
     conf = std::regex_replace(conf, std::regex("\"[^\"\n]*\"\n$"), '"' + std::string(params) + "\"\n");
   return conf;
