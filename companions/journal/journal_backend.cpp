@@ -30,8 +30,10 @@ void Journal_Backend::divert_records(Echo echo)
   const Log_Lock lock;
 
   const u_long flags = ACE_LOG_MSG->flags();
-  ACE_Log_Msg_Backend* const backend = ACE_LOG_MSG->msg_backend(this);
-  former_backend_ = flags & ACE_Log_Msg::CUSTOM && backend != this ? backend : nullptr;
+  if (!is_behind_) { // or else it is called already, and to call the one in front would never end
+    ACE_Log_Msg_Backend* const backend = ACE_LOG_MSG->msg_backend(this);
+    former_backend_ = flags & ACE_Log_Msg::CUSTOM && backend != this ? backend : nullptr;
+  }
   had_standard_error_ = (flags & ACE_Log_Msg::STDERR) != 0;
   echo_ = echo;
   is_installed_ = true;
@@ -65,7 +67,8 @@ void Journal_Backend::restore_records()
   is_installed_ = false;
   if (had_standard_error_)
     ACE_LOG_MSG->set_flags(ACE_Log_Msg::STDERR);
-  if (!is_in_front())
+  is_behind_ = is_behind_ || !is_in_front();
+  if (is_behind_)
     return;
   if (former_backend_)
     (void)ACE_LOG_MSG->msg_backend(former_backend_); // it returns this object

@@ -49,6 +49,7 @@ private:
 
   Journal_Socket socket_;
   bool is_installed_ = false;
+  bool is_behind_ = false; ///< somebody has put a backend in front of this one, which stays where it is from then on
   bool had_standard_error_ = false;
   ACE_Log_Msg_Backend* former_backend_ = nullptr; // null unless it was in use
   Echo echo_ = Echo::LOST;
