@@ -3,11 +3,15 @@
 #include <ace/OS_Errno.h>
 
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstring>
+#include <system_error>
 
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -34,6 +38,9 @@ static int listen_at(int fd, const sockaddr* address, socklen_t length)
 // Whether there is a socket that nobody listens to, as a process leaves it that was killed.
 static bool is_left_over(const sockaddr_un& address)
 {
+  struct stat file; // connect(2) has the same answer for a file that is no socket
+  if (::lstat(address.sun_path, &file) != 0 || !S_ISSOCK(file.st_mode))
+    return false;
   const int fd = make_socket(AF_UNIX);
   if (fd == -1)
     return false;
@@ -85,6 +92,14 @@ static std::string host_of(const std::string& address, std::size_t colon)
   return host.find(':') == std::string::npos ? host : "";
 }
 
+static bool is_port(const char* text)
+{
+  const char* const end = text + std::strlen(text);
+  std::uint16_t port;
+  const auto [stop, error] = std::from_chars(text, end, port);
+  return error == std::errc() && stop == end;
+}
+
 static std::string name_of(int fd)
 {
   sockaddr_storage address = {};
@@ -116,7 +131,7 @@ int Listener::open_port(const char* text)
   hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
-  if (host.empty() || colon + 1 == address.size() ||
+  if (host.empty() || !is_port(text + colon + 1) ||
       ::getaddrinfo(host.c_str(), text + colon + 1, &hints, &found) != 0) {
     errno = EINVAL;
     return -1;
