@@ -26,13 +26,21 @@ protected:
   static void SetUpTestSuite()
   {
     dir_ = std::make_unique<Temp_Dir>();
-    (void)output_of("umask 022 && " CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR
-                    " --component starter-companions --prefix " +
-                    dir_->path());
+    for (const char* const component : {"libstarter-metrics0", "starter-companions"})
+      (void)output_of("umask 022 && " CMAKE_PROGRAM " --install " PROJECT_BUILD_DIR " --component " +
+                      std::string(component) + " --prefix " + dir_->path());
   }
 
   static void TearDownTestSuite() { dir_.reset(); }
 
+  // The library of the metrics is where the dynamic loader looks only if the prefix is one of the system.
+  static std::string library_path()
+  {
+    const std::string file = without_newline(output_of("find " + dir_->path() + " -name libstarter-metrics.so.0"));
+    return file.substr(0, file.rfind('/'));
+  }
+
+  static std::string checker() { return "LD_LIBRARY_PATH=" + library_path() + " " TESTS_CHECKER " -q -f "; }
   static std::string conf_dir() { return *dir_ / "share/starter/companions"; }
 
   static std::unique_ptr<Temp_Dir> dir_;
@@ -54,8 +62,8 @@ TEST_F(installed_companions, have_a_page_of_one_screen_and_a_manual_page_each)
 TEST_F(installed_companions, have_configuration_files_without_a_finding)
 {
   for (const std::string& name : companion_names())
-    EXPECT_EQ("", output_of(TESTS_CHECKER " -q -f " + conf_dir() + '/' + name + ".conf"));
-  EXPECT_EQ("", output_of(TESTS_CHECKER " -q -f " + conf_dir()));
+    EXPECT_EQ("", output_of(checker() + conf_dir() + '/' + name + ".conf"));
+  EXPECT_EQ("", output_of(checker() + conf_dir()));
 }
 
 TEST_F(installed_companions, are_all_that_is_installed)
@@ -69,7 +77,9 @@ TEST_F(installed_companions, are_all_that_is_installed)
 // A directive that loads nothing is silent, so the library itself is looked for.
 TEST_F(installed_companions, are_loaded_by_their_files)
 {
-  Starter_Process starter({"-f", conf_dir()});
+  Start_Options options;
+  options.env["LD_LIBRARY_PATH"] = library_path();
+  Starter_Process starter({"-f", conf_dir()}, options);
   ASSERT_TRUE(starter.wait_for_event_loop());
 
   const std::string maps = read_file("/proc/" + std::to_string(starter.pid()) + "/maps");
