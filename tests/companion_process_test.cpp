@@ -102,8 +102,8 @@ TEST_P(companion, exports_nothing_but_its_factory_and_the_functions_of_its_heade
 {
   const std::string library = companion_directive(GetParam());
   const std::size_t path = library.rfind(" * ") + 3;
-  const std::string symbols =
-      output_of("nm -D --defined-only " + library.substr(path, library.rfind(":_make_") - path) + " | grep -v ' [VWwu] '");
+  const std::string symbols = output_of(
+      "nm -D --defined-only " + library.substr(path, library.rfind(":_make_") - path) + " | grep -v ' [VWwu] '");
 
   std::vector<std::string> names;
   for (const std::string& line : lines_of(symbols))
