@@ -7,16 +7,17 @@
 #include "starter/host_phase.h"
 #include "starter/loop_control.h"
 #include "starter/loop_turns.h"
+#include "starter/main_call.h"
 #include "starter/signals.h"
 
 #include <ace/Dev_Poll_Reactor.h>
 #include <ace/OS_NS_Thread.h>
 #include <ace/Thread_Manager.h>
 
+#include <atomic>
 #include <cerrno>
 
 #include <malloc.h>
-#include <semaphore.h>
 
 static ACE_Reactor* create_reactor(const char* type, unsigned n)
 {
@@ -51,19 +52,27 @@ ACE_Reactor* get_reactor(const char* type, unsigned n, unsigned& threads)
   return reactor;
 }
 
-// The loop is left, and entered again, when a signal interrupts its wait, and for a hang-up.
+// Until there is neither a hang-up nor a call left.
+static void serve_main_thread()
+{
+  do
+    serve_hang_ups();
+  while (serve_main_call());
+}
+
+// The loop is left, and entered again, when a signal interrupts its wait, for a hang-up, and for a call.
 static void run_in_main_thread()
 {
   set_host_phase(LOOP);
   ACE_Reactor::instance()->owner(ACE_OS::thr_self());
 
-  for (serve_hang_ups(); !is_loop_ended(); serve_hang_ups()) {
+  for (serve_main_thread(); !is_loop_ended(); serve_main_thread()) {
     hang_bell();
     run_counted_loop(*ACE_Reactor::instance());
   }
 }
 
-static sem_t ended_threads; // counts those of the pool that have left the loop
+static std::atomic<unsigned> ended_threads; // those of the pool that have left the loop
 
 // A loop thread of the pool. It does not come back to a loop that returned early, unlike the main thread's: kept.
 static void* event_loop(void* arg)
@@ -72,13 +81,13 @@ static void* event_loop(void* arg)
 
   reactor->owner(ACE_OS::thr_self());
   run_counted_loop(*reactor);
-  (void)sem_post(&ended_threads); // cannot fail with so few threads
+  ++ended_threads;
+  wake_main_thread();
   return nullptr;
 }
 
 static void run_in_pool(unsigned threads)
 {
-  (void)sem_init(&ended_threads, 0, 0); // cannot fail with these arguments
   hang_bell();
 
   set_host_phase(SPAWNING);
@@ -91,9 +100,8 @@ static void run_in_pool(unsigned threads)
   // The main thread holds nothing while it waits here, so that a hang-up may reconfigure the services where it meets
   // it. The thread manager, which also waits for the threads that are there when some could not be made, has a lock.
   set_host_phase(POOL);
-  serve_hang_ups();
-  for (unsigned n = 0; group != -1 && n < threads;)
-    n += sem_wait(&ended_threads) == 0 ? 1 : 0; // a signal interrupts it
+  for (serve_main_thread(); group != -1 && ended_threads < threads; serve_main_thread())
+    rest_main_thread();
   ACE_Thread_Manager::instance()->wait();
 }
 

@@ -29,6 +29,9 @@ static Signal_Timer patience(SIGHUP);
 // Hang-ups of other threads that the main thread has not been told of yet.
 static std::atomic<int> passed_on;
 
+static std::atomic<unsigned> begun_reloads;
+static std::atomic<unsigned> ended_reloads;
+
 static void log_hang_up(int signo)
 {
   const Handler_Memory_Guard memory;
@@ -42,8 +45,10 @@ static void reconfigure()
   is_due = 0;
   if (is_termination_caught())
     return; // services are finalised next, and none is initialised any more
+  ++begun_reloads;
   if (is_reload_possible())
     ACE_Service_Config::reconfigure();
+  ++ended_reloads;
 }
 
 // The loop comes to it after the callback that runs. One that does not end within a second is interrupted.
@@ -67,7 +72,12 @@ static void handle_hang_up()
     break;
   case LOADING:
   case SPAWNING:
+  case POOL_PAUSE:
     is_due = 1;
+    break;
+  case LOOP_PAUSE:
+    is_due = 1;
+    (void)leave_event_loop(); // the loop counts as left until the services have been reconfigured
     break;
   case LOOP:
     leave_to_loop();
@@ -144,10 +154,28 @@ void serve_hang_ups()
 {
   // In this order: a hang-up that comes between the two has the loop left again.
   for (stay_in_event_loop(); is_due; stay_in_event_loop()) {
+    const Service_Pause pause;
     patience.stop();
     raise_hang_up();
     pack_service_repository();
-    if (get_host_phase() == LOOP)
+    if (!has_loop_threads())
       forget_stale_event();
   }
 }
+
+void starter_reloads(unsigned* begun, unsigned* ended)
+{
+  *ended = ended_reloads;
+  *begun = begun_reloads;
+}
+
+// The note that leads services to the function: see starter/loop_turns.cpp.
+asm(R"(
+  .pushsection .note.starter, "a", @note
+  .balign 4
+  .long 8, 8, 3
+  .asciz "starter"
+0:
+  .quad starter_reloads - 0b
+  .popsection
+)");

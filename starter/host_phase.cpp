@@ -19,11 +19,21 @@ Host_Phase get_host_phase()
   return host_phase;
 }
 
+Service_Pause::Service_Pause() : former_(host_phase)
+{
+  set_host_phase(former_ == LOOP ? LOOP_PAUSE : POOL_PAUSE);
+}
+
+Service_Pause::~Service_Pause()
+{
+  set_host_phase(former_);
+}
+
 bool has_loop_threads()
 {
   const Host_Phase phase = host_phase;
 
-  return phase == SPAWNING || phase == POOL;
+  return phase == SPAWNING || phase == POOL || phase == POOL_PAUSE;
 }
 
 bool is_main_thread()

@@ -12,6 +12,8 @@ enum Host_Phase {
   LOOP,        ///< it runs the event loop
   SPAWNING,    ///< it makes the threads that run the event loop
   POOL,        ///< it only waits for the threads that run the event loop
+  LOOP_PAUSE,  ///< it changes services between two callbacks of its event loop
+  POOL_PAUSE,  ///< it changes services instead of waiting for the threads that run the event loop
   ENDING       ///< the event loop is over; services are finalised
 };
 
@@ -25,6 +27,21 @@ bool has_loop_threads();
 
 /// Whether the calling thread is the one that has told its phase last.
 bool is_main_thread();
+
+/// While it lives, services are changed: a hang-up that arrives is due after that. In the phases LOOP and POOL. Main
+/// thread.
+class Service_Pause
+{
+public:
+  Service_Pause();
+  ~Service_Pause();
+
+  Service_Pause(const Service_Pause&) = delete;
+  Service_Pause& operator=(const Service_Pause&) = delete;
+
+private:
+  const Host_Phase former_;
+};
 
 /// Send the signal `signo` to the main thread.
 void signal_main_thread(int signo);

@@ -9,7 +9,7 @@
 #include <link.h>
 
 static const char NOTE_NAME[] = "starter";
-enum Note_Type { LOOPS_NOTE = 1, VERSION_NOTE = 2 };
+enum Note_Type { LOOPS_NOTE = 1, VERSION_NOTE = 2, RELOADS_NOTE = 3, CALL_NOTE = 4 };
 
 namespace
 {
@@ -69,16 +69,33 @@ static std::string_view find_note(Note_Type type)
   return search.descriptor;
 }
 
-starter_loops_t find_starter_loops()
+// The descriptor is the distance from itself to the function.
+template <typename Function>
+static Function find_function(Note_Type type)
 {
-  const std::string_view descriptor = find_note(LOOPS_NOTE);
+  const std::string_view descriptor = find_note(type);
   std::int64_t distance;
   if (descriptor.size() != sizeof distance)
     return nullptr;
 
   std::memcpy(&distance, descriptor.data(), sizeof distance);
-  return reinterpret_cast<starter_loops_t>(reinterpret_cast<std::uintptr_t>(descriptor.data()) +
-                                           static_cast<std::uintptr_t>(distance));
+  return reinterpret_cast<Function>(reinterpret_cast<std::uintptr_t>(descriptor.data()) +
+                                    static_cast<std::uintptr_t>(distance));
+}
+
+starter_loops_t find_starter_loops()
+{
+  return find_function<starter_loops_t>(LOOPS_NOTE);
+}
+
+starter_reloads_t find_starter_reloads()
+{
+  return find_function<starter_reloads_t>(RELOADS_NOTE);
+}
+
+starter_call_t find_starter_call()
+{
+  return find_function<starter_call_t>(CALL_NOTE);
 }
 
 Program_Version find_program_version()

@@ -11,6 +11,18 @@ using starter_loops_t = unsigned (*)(int* tids, unsigned long* turns, unsigned s
 /// Find that function. Null for a program that has no such note.
 starter_loops_t find_starter_loops();
 
+/// The function of the program that tells how many reloads there have been: see starter/hang_up.h.
+using starter_reloads_t = void (*)(unsigned* begun, unsigned* ended);
+
+/// Find that function. Null for a program that has no such note.
+starter_reloads_t find_starter_reloads();
+
+/// The function of the program that has a function called in the main thread: see starter/main_call.h.
+using starter_call_t = int (*)(void (*function)(void*), void* argument);
+
+/// Find that function. Null for a program that has no such note.
+starter_call_t find_starter_call();
+
 /// The version and the revision of the program, such as "0.1.0" and "41c878c215a1": see starter/version_note.h. Both
 /// texts are "unknown" for a program that has no such note, and live as long as the process.
 struct Program_Version
