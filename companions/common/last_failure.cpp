@@ -10,18 +10,19 @@ enum { MAX_TRIES = 100 }; // the writer may have been stopped in the middle
 
 void Last_Failure::install()
 {
-  ACE_Log_Msg_Callback* const present = ACE_LOG_MSG->msg_callback();
-  if (present == this)
-    return;
+  if (is_installed_)
+    return; // perhaps behind somebody who gets the records first, and hands them on
 
+  is_installed_ = true;
   former_ = ACE_LOG_MSG->msg_callback(this);
   ACE_LOG_MSG->set_flags(ACE_Log_Msg::MSG_CALLBACK);
 }
 
 void Last_Failure::remove()
 {
-  if (ACE_LOG_MSG->msg_callback() != this)
+  if (!is_installed_ || ACE_LOG_MSG->msg_callback() != this)
     return;
+  is_installed_ = false;
   // The flag is the whole process's, and does nothing to a thread without a callback: it stays.
   (void)ACE_LOG_MSG->msg_callback(former_); // it returns this object
 }

@@ -30,6 +30,7 @@ public:
 
 private:
   ACE_Log_Msg_Callback* former_ = nullptr;
+  bool is_installed_ = false;
   std::atomic<unsigned> changes_{0}; // odd while the text changes
   std::atomic<std::size_t> size_{0};
   std::atomic<char> text_[MAX_SIZE] = {};
