@@ -4,22 +4,10 @@
 /// @file
 /// A thread takes a sample of its own stack, in the handler of a signal that it is sent for that.
 
+#include "companions/guard/reactor_memory.h"
 #include "companions/guard/sample.h"
 
-#include <cstddef>
-#include <cstdint>
-
 #include <sys/types.h>
-
-/// The memory of the process-wide reactor, by which a wait for events is known.
-struct Reactor_Memory
-{
-  std::uintptr_t begin = 0;
-  std::uintptr_t end = 0;
-  bool waits_in_select = false; ///< else in epoll_wait
-
-  bool holds(std::uintptr_t address) const { return address >= begin && address < end; }
-};
 
 /// Take a real-time signal that nobody uses, once for the process: its handler stays. Returns the number of the signal,
 /// or 0 when every real-time signal has a handler. Main thread.

@@ -144,21 +144,30 @@ std::size_t find_waiting_functions(Address_Range* ranges, std::size_t size)
   return count;
 }
 
+Code_Place find_place(std::uintptr_t ip)
+{
+  dl_find_object module;
+  if (!find_module(ip, module))
+    return {};
+
+  const link_map& map = *module.dlfo_link_map;
+  const Function function = find_function(read_table(map), ip);
+  return {*map.l_name ? map.l_name : program_invocation_name, ip - map.l_addr, function.name,
+          function.name ? ip - function.range.begin : 0};
+}
+
 std::size_t describe_address(std::uintptr_t ip, char* text, std::size_t size)
 {
   const unsigned long address = ip;
+  const Code_Place place = find_place(ip);
   int length;
-  dl_find_object module;
-  if (!find_module(ip, module))
+  if (!place.module)
     length = std::snprintf(text, size, "[%#lx]", address);
-  else {
-    const link_map& map = *module.dlfo_link_map;
-    const char* const library = *map.l_name ? map.l_name : program_invocation_name;
-    const Function function = find_function(read_table(map), ip);
-    length = function.name ? std::snprintf(text, size, "%s(%s+%#lx) [%#lx]", library, function.name,
-                                           static_cast<unsigned long>(ip - function.range.begin), address)
-                           : std::snprintf(text, size, "%s(+%#lx) [%#lx]", library,
-                                           static_cast<unsigned long>(ip - map.l_addr), address);
-  }
+  else if (place.function)
+    length = std::snprintf(text, size, "%s(%s+%#lx) [%#lx]", place.module, place.function,
+                           static_cast<unsigned long>(place.function_offset), address);
+  else
+    length =
+        std::snprintf(text, size, "%s(+%#lx) [%#lx]", place.module, static_cast<unsigned long>(place.offset), address);
   return length < 0 ? 0 : std::min(static_cast<std::size_t>(length), size - 1);
 }

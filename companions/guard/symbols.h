@@ -3,8 +3,8 @@
 
 /// @file
 /// Functions and their addresses. Those that find something take the lock of the dynamic loader, as the usual functions
-/// do. A stalled thread may hold it while it loads a library: describe_address() takes no lock and no memory. Any
-/// thread.
+/// do. A stalled thread may hold it while it loads a library: find_place() and describe_address() take no lock and no
+/// memory. Any thread.
 
 #include <cstddef>
 #include <cstdint>
@@ -35,6 +35,18 @@ Address_Range find_loop_function();
 /// reactors that are built on select is not among them, as the library does not export it. Fills the first
 /// elements of `ranges` and returns their number.
 std::size_t find_waiting_functions(Address_Range* ranges, std::size_t size);
+
+/// A place in the code of the process, with as much of it as is known.
+struct Code_Place
+{
+  const char* module = nullptr; ///< the path of the library or the program, which lives as long as this is loaded
+  std::uintptr_t offset = 0;    ///< in the module
+  const char* function = nullptr;
+  std::uintptr_t function_offset = 0; ///< in the function
+};
+
+/// Find the place of `ip`. Takes no lock and no memory.
+Code_Place find_place(std::uintptr_t ip);
 
 /// Write the place of `ip` as back traces name it, "library(function+0x1f) [0x7f...]", with as much of it as is known.
 /// Returns the number of bytes, without the NUL that ends them; the text is cut to `size` bytes.

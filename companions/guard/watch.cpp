@@ -6,14 +6,9 @@
 
 #include "companions/guard/clock.h"
 #include "companions/guard/judge.h"
+#include "companions/guard/reactor_memory.h"
 #include "companions/guard/stalls.h"
 #include "companions/guard/thread_call.h"
-
-#include <ace/Dev_Poll_Reactor.h>
-#include <ace/Priority_Reactor.h>
-#include <ace/Reactor.h>
-#include <ace/Select_Reactor.h>
-#include <ace/TP_Reactor.h>
 
 #include <algorithm>
 #include <csignal>
@@ -27,32 +22,11 @@ long Watch::period() const
   return std::max<long>(options_.limit_msec / LOOKS, MIN_PERIOD_MSEC);
 }
 
-template <typename T>
-static Reactor_Memory memory_of(T* reactor, bool waits_in_select)
-{
-  const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(dynamic_cast<void*>(reactor));
-
-  return {begin, begin + sizeof(T), waits_in_select};
-}
-
 // A service may have replaced the reactor. One of a kind that is not known here is not watched.
 bool Watch::find_reactor()
 {
-  ACE_Reactor_Impl* const impl = ACE_Reactor::instance()->implementation();
-  one_callback_ = true;
-  if (ACE_Dev_Poll_Reactor* const dev_poll = dynamic_cast<ACE_Dev_Poll_Reactor*>(impl))
-    reactor_ = memory_of(dev_poll, false);
-  else if (ACE_TP_Reactor* const tp = dynamic_cast<ACE_TP_Reactor*>(impl))
-    reactor_ = memory_of(tp, true);
-  else {
-    one_callback_ = false;
-    if (ACE_Priority_Reactor* const priority = dynamic_cast<ACE_Priority_Reactor*>(impl))
-      reactor_ = memory_of(priority, true);
-    else if (ACE_Select_Reactor* const select = dynamic_cast<ACE_Select_Reactor*>(impl))
-      reactor_ = memory_of(select, true);
-    else
-      return false;
-  }
+  if (!find_reactor_memory(reactor_, one_callback_))
+    return false;
   set_reactor_memory(reactor_);
   return true;
 }
