@@ -34,6 +34,7 @@ struct Directive
   Factory factory = OBJECT;
   std::string library;
   std::string symbol;
+  bool is_inactive = false; ///< the service is there, but suspended
   bool has_parameters = false;
   std::string parameters;
   String_Problem string_problem = String_Problem::NONE; ///< of the parameters

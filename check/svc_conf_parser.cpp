@@ -138,6 +138,7 @@ bool Parser::parse_dynamic(Directive& directive)
   if (!expect('*', "'*' after the type") || !parse_factory(directive))
     return false;
 
+  directive.is_inactive = token_.kind == Token::INACTIVE;
   if (!accept(Token::ACTIVE))
     (void)accept(Token::INACTIVE); // both may be left out
   parse_parameters(directive);
