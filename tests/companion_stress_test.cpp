@@ -65,11 +65,12 @@ protected:
 
   const Loop& loop() const { return std::get<Loop>(GetParam()); }
 
-  // A companion that notifies systemd has somebody who listens.
+  // A companion that notifies systemd has somebody who listens, and one that listens itself has a directory for that.
   Start_Options notifying() const
   {
     Start_Options options;
     options.env["NOTIFY_SOCKET"] = dir_ / "notify";
+    options.env["RUNTIME_DIRECTORY"] = dir_.path();
     return options;
   }
 
