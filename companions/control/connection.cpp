@@ -16,7 +16,8 @@ using nlohmann::json;
 enum { MAX_REQUEST_SIZE = 65536 }; // without the end of the line
 static constexpr std::chrono::seconds REQUEST_TIME(10);
 static constexpr std::chrono::seconds ANSWER_TIME(10);
-static constexpr std::chrono::minutes IDLE_TIME(5);
+static constexpr std::chrono::seconds IDLE_TIME(300);
+static constexpr std::chrono::seconds REFUSED_TIME(2);
 
 Connection::Connection(int fd, Process_View& view) : fd_(fd), view_(view) {}
 
@@ -30,12 +31,12 @@ short Connection::events() const
 {
   if (!out_.empty())
     return POLLOUT;
-  return job_ || is_at_end_ || is_refused_ ? 0 : POLLIN;
+  return job_ || is_at_end_ ? 0 : POLLIN;
 }
 
 bool Connection::is_over() const
 {
-  return is_gone_ || (out_.empty() && !job_ && (is_at_end_ || is_refused_));
+  return is_gone_ || (out_.empty() && !job_ && is_at_end_);
 }
 
 void Connection::answer_with(const json& answer)
@@ -57,6 +58,8 @@ void Connection::receive()
   char part[4096];
   const ssize_t size = ::recv(fd_, part, sizeof part, 0);
   if (size > 0) {
+    if (is_refused_)
+      return; // it is read only because a client that cannot send may not look at its answer
     if (in_.empty())
       since_ = Clock::now();
     in_.append(part, static_cast<std::size_t>(size));
@@ -105,6 +108,8 @@ void Connection::send()
       return;
     }
   }
+  if (is_refused_)
+    (void)::shutdown(fd_, SHUT_WR);
 }
 
 void Connection::look_at_time()
@@ -116,7 +121,7 @@ void Connection::look_at_time()
     is_gone_ = is_gone_ || time > ANSWER_TIME;
   else if (!in_.empty() && time > REQUEST_TIME)
     refuse("The request has not been sent to its end within 10 seconds.");
-  else if (time > IDLE_TIME)
+  else if (time > (is_refused_ ? REFUSED_TIME : IDLE_TIME))
     is_gone_ = true;
 }
 

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include <signal.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 using nlohmann::json;
@@ -17,6 +18,13 @@ Reload_Job::~Reload_Job()
 {
   if (step_ == Step::END)
     view_.capture().end();
+}
+
+// A hang-up as an operator sends it, but to the main thread in any case: while this one is still in the signal handler
+// of the reload before, a thread of a pool would take the signal, and could leave the loop for it.
+static void send_hang_up()
+{
+  (void)::syscall(SYS_tgkill, ::getpid(), ::getpid(), SIGHUP);
 }
 
 // While another reload is under way, the records would be a mixture.
@@ -31,7 +39,7 @@ bool Reload_Job::begin()
   unsigned ended;
   view_.reloads(begun_, ended);
   sent_ = Clock::now();
-  (void)::kill(::getpid(), SIGHUP); // as an operator sends it
+  send_hang_up();
   step_ = Step::END;
   return true;
 }
@@ -55,7 +63,7 @@ bool Reload_Job::is_given_up()
   const Clock::duration waited = Clock::now() - sent_;
   if (waited > AGAIN && !is_sent_again_) {
     is_sent_again_ = true;
-    (void)::kill(::getpid(), SIGHUP);
+    send_hang_up();
   }
   return waited > PATIENCE;
 }

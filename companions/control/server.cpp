@@ -156,6 +156,8 @@ void Server::accept_clients()
     connection.refuse("Only root and the user of the process may give commands.");
   else if (connections_.size() > MAX_CONNECTIONS)
     connection.refuse("There are too many connections.");
+  if (connections_.size() > 2 * MAX_CONNECTIONS)
+    connections_.pop_back();
 }
 
 void Server::wait_for_events()
