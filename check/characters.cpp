@@ -1,7 +1,5 @@
 #include "check/characters.h"
 
-#include "scrt/string_sprintf.h"
-
 #include <algorithm>
 
 namespace
@@ -52,14 +50,18 @@ bool is_first_of_several(char c)
 }
 } // namespace
 
+static std::string escape_byte(char c)
+{
+  static constexpr char DIGITS[] = "0123456789abcdef";
+  const unsigned value = static_cast<unsigned char>(c);
+  return {'\\', 'x', DIGITS[value / 16], DIGITS[value % 16]};
+}
+
 std::string escape_bytes(const std::string& text)
 {
   std::string result;
-  for (const char c : text) {
-    std::string escape;
-    string_sprintf(escape, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
-    result += is_plain(c) ? std::string(1, c) : escape;
-  }
+  for (const char c : text)
+    result += is_plain(c) ? std::string(1, c) : escape_byte(c);
   return result;
 }
 
@@ -79,4 +81,47 @@ std::string name_odd_character(const std::string& text)
 {
   const auto odd = std::find_if_not(text.begin(), text.end(), is_plain);
   return odd == text.end() ? "" : name_character(text, static_cast<std::size_t>(odd - text.begin()));
+}
+
+bool is_control_byte(unsigned char c)
+{
+  return c < 0x20 || c == 0x7f;
+}
+
+std::size_t utf8_length(const std::string& text, std::size_t at)
+{
+  const auto byte = [&](std::size_t i) { return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0U; };
+  const unsigned first = byte(0);
+  if (first < 0x80)
+    return 1;
+
+  const std::size_t length = first >= 0xc2 && first < 0xe0   ? 2
+                             : first >= 0xe0 && first < 0xf0 ? 3
+                             : first >= 0xf0 && first < 0xf5 ? 4
+                                                             : 0;
+  for (std::size_t i = 1; i < length; ++i)
+    if ((byte(i) & 0xc0) != 0x80)
+      return 0;
+
+  const unsigned second = byte(1);
+  const bool is_wrong = (first == 0xe0 && second < 0xa0) || (first == 0xed && second > 0x9f) ||
+                        (first == 0xf0 && second < 0x90) || (first == 0xf4 && second > 0x8f);
+  return is_wrong ? 0 : length;
+}
+
+std::string escape_controls(const std::string& text)
+{
+  std::string result;
+  for (std::size_t at = 0; at < text.size();) {
+    const unsigned char c = static_cast<unsigned char>(text[at]);
+    const std::size_t length = utf8_length(text, at);
+    const bool is_c1 = length == 2 && c == 0xc2 &&
+                       static_cast<unsigned char>(text[at + 1]) < 0xa0; // these code points are control characters too
+    if (length == 0 || is_control_byte(c) || is_c1)
+      result += escape_byte(text[at]);
+    else
+      result.append(text, at, length);
+    at += length == 0 || is_c1 ? 1 : length;
+  }
+  return result;
 }

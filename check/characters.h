@@ -13,4 +13,14 @@ std::string name_odd_character(const std::string& text);
 /// The text with each byte that is not printable ASCII as "\xhh". Any thread.
 std::string escape_bytes(const std::string& text);
 
+/// Whether the byte is an ASCII control character. Any thread.
+bool is_control_byte(unsigned char c);
+
+/// The length of the UTF-8 sequence at `at`, or 0 if there is none. Forms that are not the shortest ones, surrogates
+/// and code points that are too large are no UTF-8. Any thread.
+std::size_t utf8_length(const std::string& text, std::size_t at);
+
+/// The text with each byte as "\xhh" that a terminal would take for a command, or that is no UTF-8. Any thread.
+std::string escape_controls(const std::string& text);
+
 #endif // CHECK_CHARACTERS_H

@@ -1,16 +1,17 @@
 #include "check/report.h"
 
-#include "check/output_text.h"
+#include "check/characters.h"
+#include "check/json_string.h"
 
 std::string format_text(const Findings& findings)
 {
   std::string text;
   for (const Finding& finding : findings) {
-    text += finding.place.file.empty() ? "command line" : printable(finding.place.file);
+    text += finding.place.file.empty() ? "command line" : escape_controls(finding.place.file);
     if (finding.place.line > 0)
       text += ':' + std::to_string(finding.place.line);
     text += finding.is_error() ? ": " : ": warning: ";
-    text += std::string(finding.kind_name()) + ": " + printable(finding.message) + '\n';
+    text += std::string(finding.kind_name()) + ": " + escape_controls(finding.message) + '\n';
   }
   return text;
 }

@@ -1,6 +1,7 @@
 #include "trace/report.h"
 
-#include "check/output_text.h"
+#include "check/characters.h"
+#include "check/json_string.h"
 #include "trace/resolver.h"
 
 #include <algorithm>
@@ -72,7 +73,7 @@ static std::string numbered(std::size_t frame, const std::string& text)
 {
   std::string number = '#' + std::to_string(frame);
   number.resize(std::max<std::size_t>(number.size() + 1, 4), ' ');
-  return number + printable(text) + '\n';
+  return number + escape_controls(text) + '\n';
 }
 
 // The function as the symbols or the log tell it.
@@ -143,13 +144,13 @@ std::string format_notes(const Resolved_Trace& trace)
 {
   std::string text;
   for (const std::string& note : trace.notes)
-    text += printable(note) + ".\n";
+    text += escape_controls(note) + ".\n";
   return text;
 }
 
 std::string format_text(const Resolved_Trace& trace)
 {
-  std::string text = printable(trace.trace->title) + '\n';
+  std::string text = escape_controls(trace.trace->title) + '\n';
   for (std::size_t i = 0; i < trace.resolutions.size(); ++i)
     text += format_frame(trace, i);
   return text + format_notes(trace);
