@@ -107,7 +107,7 @@ TEST(architecture, has_a_line_for_every_folder)
 TEST(architecture, has_a_line_for_every_file_of_the_programs_and_the_library)
 {
   const Paths map = paths_in_map();
-  for (const std::string folder : {"check", "scrt", "starter", "trace"}) {
+  for (const std::string folder : {"check", "ctl", "scrt", "starter", "trace"}) {
     const Paths files = files_in(folder);
     EXPECT_LE(10u, files.size()) << folder;
     EXPECT_EQ(Paths(), without(files, map)) << folder;
@@ -170,7 +170,8 @@ TEST(architecture, lets_no_folder_include_what_its_rule_leaves_out)
       }
   }
 
-  EXPECT_EQ((Paths{"bench", "check", "companions", "examples", "metrics", "scrt", "starter", "tests", "trace"}), folders);
+  EXPECT_EQ((Paths{"bench", "check", "companions", "ctl", "examples", "metrics", "scrt", "starter", "tests", "trace"}),
+            folders);
 }
 
 TEST(architecture, keeps_the_notifier_apart_from_the_rest_of_the_program)
