@@ -34,7 +34,7 @@ private:
 /// An answer of the process.
 struct Answer
 {
-  Json json;
+  Json json = Json::object();
   bool is_done = false; ///< its member "ok"
   std::string error;    ///< its member "error", unless it is done
 };

@@ -24,7 +24,7 @@ static std::string find_checker()
     directories.push_back(directory);
 
   for (const std::string& directory : directories) {
-    const std::string checker = directory + "/starter-check";
+    std::string checker = directory + "/starter-check";
     if (access(checker.c_str(), X_OK) == 0)
       return checker;
   }

@@ -16,6 +16,7 @@ static constexpr std::size_t MAX_BYTES = 4U << 20;
 static std::vector<char*> pointers_to(std::vector<std::string>& texts)
 {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string& text : texts)
     pointers.push_back(text.data());
   pointers.push_back(nullptr);

@@ -44,8 +44,8 @@ static std::string format_status(const Json& answer, const std::string& word, Re
 
 static std::string format_health(const Json& answer, const std::string&, Reader& reader)
 {
-  const std::string word = name_health(reader.number(answer, "status"));
-  return format_table({{word + ": " + reader.text(answer, "text")}});
+  (void)reader.number(answer, "status"); // the text tells it too, but it has to be there
+  return format_table({{reader.text(answer, "text")}});
 }
 
 static std::string format_failures(const Json& answer, Reader& reader)
@@ -73,17 +73,25 @@ static std::string format_reload(const Json& answer, const std::string&, Reader&
   return format_table(rows);
 }
 
+static Rows make_frames(const Json& thread, Reader& reader)
+{
+  Rows rows;
+  for (const Json& frame : reader.list(thread, "frames")) {
+    const std::string module = reader.text(frame, "module"); // empty for code that is in no file
+    const std::string offset = reader.text(frame, "offset");
+    rows.push_back({"#" + std::to_string(rows.size()), reader.text(frame, "address"), reader.text(frame, "function"),
+                    module.empty() ? "" : module + '+' + offset});
+  }
+  return rows;
+}
+
 static std::string format_trace(const Json& answer, const std::string&, Reader& reader)
 {
   std::string text;
   for (const Json& thread : reader.list(answer, "threads")) {
     const std::string tid = std::to_string(reader.number(thread, "tid"));
     text += (text.empty() ? "" : "\n") + format_table({{"Thread " + tid + " (" + reader.text(thread, "name") + "):"}});
-    Rows rows;
-    for (const Json& frame : reader.list(thread, "frames"))
-      rows.push_back({"#" + std::to_string(rows.size()), reader.text(frame, "address"), reader.text(frame, "function"),
-                      reader.text(frame, "module") + '+' + reader.text(frame, "offset")});
-    text += format_table(rows);
+    text += format_table(make_frames(thread, reader));
   }
   return text;
 }
@@ -186,10 +194,4 @@ std::string make_request(const Command& command, const std::string& word)
   else if (command.member)
     request[command.member] = word;
   return request.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-const char* name_health(long long status)
-{
-  static constexpr const char* NAMES[] = {"OK", "WARNING", "CRITICAL"};
-  return status >= 0 && status < 3 ? NAMES[status] : "UNKNOWN";
 }

@@ -36,7 +36,4 @@ std::string check_argument(const Command& command, const std::string& word);
 /// The request as one line without a newline. Bytes of `word` that are no UTF-8 are replaced.
 std::string make_request(const Command& command, const std::string& word);
 
-/// The word before the text of a state of health: "OK", "WARNING", "CRITICAL", or "UNKNOWN" for all other numbers.
-const char* name_health(long long status);
-
 #endif // CTL_COMMANDS_H

@@ -17,14 +17,14 @@ static std::string remark(const std::string& text)
   return "starterctl: " + escape_controls(text) + '\n';
 }
 
-static bool is(const Arguments& arguments, const char* command)
+static bool is(const Command& command, const char* name)
 {
-  return arguments.command && std::strcmp(arguments.command->name, command) == 0;
+  return std::strcmp(command.name, name) == 0;
 }
 
 Outcome not_asked(const Arguments& arguments, const std::string& problem)
 {
-  const bool is_health = is(arguments, HEALTH_COMMAND);
+  const bool is_health = arguments.command && is(*arguments.command, HEALTH_COMMAND);
   const int status = is_health ? UNKNOWN : NOT_ASKED;
   if (arguments.is_json)
     return {status, make_line({{"ok", false}, {"error", problem}}), ""};
@@ -37,7 +37,7 @@ Outcome not_asked(const Arguments& arguments, const std::string& problem)
 
 static int status_of(const Arguments& arguments, const Answer& answer, Reader& reader)
 {
-  if (!is(arguments, HEALTH_COMMAND))
+  if (!is(*arguments.command, HEALTH_COMMAND))
     return answer.is_done ? DONE : REFUSED;
   const long long health = answer.is_done ? reader.number(answer.json, "status") : -1;
   const bool is_known = reader.problem().empty() && health >= 0 && health < UNKNOWN;
@@ -47,7 +47,7 @@ static int status_of(const Arguments& arguments, const Answer& answer, Reader& r
 // A reload that has lost services tells which.
 static std::string text_of(const Arguments& arguments, const Answer& answer, Reader& reader)
 {
-  const bool has_text = answer.is_done || is(arguments, RELOAD_COMMAND);
+  const bool has_text = answer.is_done || is(*arguments.command, RELOAD_COMMAND);
   return has_text ? arguments.command->format(answer.json, arguments.word, reader) : "";
 }
 
@@ -66,7 +66,7 @@ static Outcome tell(const Arguments& arguments, const std::string& line)
     return {status, make_harmless(line) + '\n', ""};
   if (!reader.problem().empty())
     return not_asked(arguments, not_understood + reader.problem());
-  if (!answer.is_done && is(arguments, HEALTH_COMMAND))
+  if (!answer.is_done && is(*arguments.command, HEALTH_COMMAND))
     return not_asked(arguments, answer.error);
   return {status, text, answer.is_done ? "" : remark(answer.error)};
 }
@@ -158,7 +158,7 @@ static Outcome list_components(const Arguments& arguments, const std::string& ru
 
 Outcome perform(const Arguments& arguments, const std::string& runtime_dir)
 {
-  if (is(arguments, LIST_COMMAND))
+  if (is(*arguments.command, LIST_COMMAND))
     return list_components(arguments, runtime_dir);
 
   std::string socket = arguments.socket;
@@ -169,7 +169,7 @@ Outcome perform(const Arguments& arguments, const std::string& runtime_dir)
     if (!problem.empty())
       return not_asked(arguments, problem);
   }
-  if (is(arguments, RELOAD_COMMAND))
+  if (is(*arguments.command, RELOAD_COMMAND))
     return reload(arguments, socket);
 
   const Deadline deadline = deadline_of(arguments);

@@ -130,11 +130,11 @@ TEST_F(starterctl_process, shows_the_services)
 TEST_F(starterctl_process, tells_the_health_by_a_line_and_the_status_of_a_monitoring_plug_in)
 {
   const std::tuple<const char*, int, const char*> cases[] = {
-      {R"({"ok":true,"status":0,"text":"all 3 services are active"})", 0, "OK: all 3 services are active\n"},
-      {R"({"ok":true,"status":1,"text":"a thread\u001b hangs"})", 1, "WARNING: a thread\\x1b hangs\n"},
-      {R"({"ok":true,"status":2,"text":"Echo is missing"})", 2, "CRITICAL: Echo is missing\n"},
-      {R"({"ok":true,"status":3,"text":"who knows"})", 3, "UNKNOWN: who knows\n"},
-      {R"({"ok":true,"status":-1,"text":"who knows"})", 3, "UNKNOWN: who knows\n"},
+      {R"({"ok":true,"status":0,"text":"OK: all services are active"})", 0, "OK: all services are active\n"},
+      {R"({"ok":true,"status":1,"text":"WARNING: a thread\u001b hangs"})", 1, "WARNING: a thread\\x1b hangs\n"},
+      {R"({"ok":true,"status":2,"text":"CRITICAL: Echo is missing"})", 2, "CRITICAL: Echo is missing\n"},
+      {R"({"ok":true,"status":3,"text":"who knows"})", 3, "who knows\n"},
+      {R"({"ok":true,"status":-1,"text":"who knows"})", 3, "who knows\n"},
       {R"({"ok":false,"error":"not for you"})", 3, "UNKNOWN: not for you\n"},
       {R"({"ok":true,"status":"0","text":"x"})", 3,
        "UNKNOWN: the answer of the process is not understood: the member 'status' is missing or is no number\n"},
@@ -178,13 +178,15 @@ TEST_F(starterctl_process, shows_the_back_traces)
 {
   control_.answer(R"({"ok":true,"threads":[{"tid":4711,"name":"starter","frames":[)"
                   R"({"address":"0x7f01","module":"/lib/libc.so.6","offset":"0x10c","function":"epoll_wait+0x5e"},)"
-                  R"({"address":"0x55aa01","module":"/usr/sbin/starter","offset":"0x2000","function":""}]},)"
+                  R"({"address":"0x55aa01","module":"/usr/sbin/starter","offset":"0x2000","function":""},)"
+                  R"({"address":"0x1","module":"","offset":"","function":""}]},)"
                   R"({"tid":4712,"name":"worker","frames":[]}]})");
 
   EXPECT_EQ((Told{0,
                   "Thread 4711 (starter):\n"
                   "#0  0x7f01    epoll_wait+0x5e  /lib/libc.so.6+0x10c\n"
                   "#1  0x55aa01                   /usr/sbin/starter+0x2000\n"
+                  "#2  0x1\n"
                   "\n"
                   "Thread 4712 (worker):\n",
                   ""}),
