@@ -77,10 +77,10 @@ static Rows make_frames(const Json& thread, Reader& reader)
 {
   Rows rows;
   for (const Json& frame : reader.list(thread, "frames")) {
-    const std::string module = reader.text(frame, "module"); // empty for code that is in no file
-    const std::string offset = reader.text(frame, "offset");
-    rows.push_back({"#" + std::to_string(rows.size()), reader.text(frame, "address"), reader.text(frame, "function"),
-                    module.empty() ? "" : module + '+' + offset});
+    std::string place = reader.text(frame, "module"); // empty for code that is in no file
+    place += (place.empty() ? "" : "+") + reader.text(frame, "offset");
+    rows.push_back(
+        {"#" + std::to_string(rows.size()), reader.text(frame, "address"), reader.text(frame, "function"), place});
   }
   return rows;
 }

@@ -86,15 +86,26 @@ TEST_F(debian_package, has_what_an_operator_needs_and_nothing_of_the_support_lib
 {
   const std::vector<std::string> files = lines_of(output_of("dpkg-deb --fsys-tarfile " + deb_ + " | tar t"));
 
-  for (const char* const file :
-       {"./usr/sbin/starter", "./usr/sbin/starter-check", "./usr/share/man/man8/starter-check.8.gz",
-        "./usr/share/bash-completion/completions/starter-check", "./usr/share/doc/starter/doc/operating.md",
-        "./usr/share/doc/starter/examples/timer/timer.cpp", "./usr/share/doc/starter/examples/own_threads.h",
-        "./usr/lib/systemd/system/starter@.service", "./usr/share/man/man8/starter.8.gz",
-        "./usr/share/man/man5/starter.conf.5.gz", "./usr/share/bash-completion/completions/starter",
-        "./usr/share/zsh/vendor-completions/_starter", "./usr/share/doc/starter/copyright",
-        "./usr/share/doc/starter/changelog.gz", "./usr/share/doc/starter/NEWS.md",
-        "./usr/share/doc/starter/examples/echo/conf.d/echo.conf"})
+  for (const char* const file : {"./usr/sbin/starter",
+                                 "./usr/sbin/starter-check",
+                                 "./usr/sbin/starterctl",
+                                 "./usr/share/man/man8/starterctl.8.gz",
+                                 "./usr/share/bash-completion/completions/starterctl",
+                                 "./usr/share/zsh/vendor-completions/_starterctl",
+                                 "./usr/share/man/man8/starter-check.8.gz",
+                                 "./usr/share/bash-completion/completions/starter-check",
+                                 "./usr/share/doc/starter/doc/operating.md",
+                                 "./usr/share/doc/starter/examples/timer/timer.cpp",
+                                 "./usr/share/doc/starter/examples/own_threads.h",
+                                 "./usr/lib/systemd/system/starter@.service",
+                                 "./usr/share/man/man8/starter.8.gz",
+                                 "./usr/share/man/man5/starter.conf.5.gz",
+                                 "./usr/share/bash-completion/completions/starter",
+                                 "./usr/share/zsh/vendor-completions/_starter",
+                                 "./usr/share/doc/starter/copyright",
+                                 "./usr/share/doc/starter/changelog.gz",
+                                 "./usr/share/doc/starter/NEWS.md",
+                                 "./usr/share/doc/starter/examples/echo/conf.d/echo.conf"})
     EXPECT_THAT(files, Contains(file));
   for (const std::string& file : files) {
     EXPECT_EQ(std::string::npos, file.find("scrt")) << file;
@@ -192,7 +203,7 @@ TEST_F(debian_package, has_guides_whose_links_lead_somewhere)
 
 TEST_F(debian_package, has_a_stripped_program_that_names_no_directory_of_the_build)
 {
-  for (const char* const program : {"starter", "starter-check"})
+  for (const char* const program : {"starter", "starter-check", "starterctl"})
     EXPECT_EQ("", output_of("nm " + *dir_ / "starter/usr/sbin/" + program + " 2>/dev/null")) << program;
   EXPECT_EQ("", output_of("! grep -rl -e " TESTS_SOURCE_DIR " -e " + packages_->build_dir() + ' ' + dir_->path()));
 }

@@ -17,7 +17,8 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
+#include <regex>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,7 +26,6 @@
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 static Deadline in_seconds(int seconds)
 {
@@ -164,6 +164,30 @@ TEST(starterctl_usage, names_every_command_with_its_argument)
   for (const Command& command : commands())
     EXPECT_THAT(USAGE,
                 HasSubstr(std::string("\n  ") + command.name + ' ' + (command.argument ? command.argument : "")));
+}
+
+// The names in the text that the first group of the pattern finds.
+static std::set<std::string> names_in(const std::string& text, const char* pattern)
+{
+  const std::regex regex(pattern);
+  std::set<std::string> names;
+  for (std::sregex_iterator i(text.begin(), text.end(), regex); i != std::sregex_iterator(); ++i)
+    names.insert((*i)[1]);
+  return names;
+}
+
+TEST(starterctl_manual, has_the_options_and_commands_of_the_usage)
+{
+  const std::string page = read_file(TESTS_MANUAL_PAGE);
+
+  const std::set<std::string> options = names_in(USAGE, "\n  -([a-z-]+) ");
+  EXPECT_EQ(8u, options.size());
+  EXPECT_EQ(options, names_in(page, "\n\\.It Fl ([a-z-]+)"));
+  EXPECT_EQ(options, names_in(page.substr(0, page.find("\n.Sh DESCRIPTION")), "Fl ([a-z-]+)"));
+
+  const std::set<std::string> names = names_in(USAGE, "\n  ([a-z][a-z-]*) ");
+  EXPECT_EQ(commands().size(), names.size());
+  EXPECT_EQ(names, names_in(page, "\n\\.It Cm ([a-z-]+)"));
 }
 
 // ---- Requests and answers
