@@ -6,7 +6,8 @@
 #include <cstring>
 #include <iterator>
 
-enum { QUESTION_SEC = 10, CHANGE_SEC = 60, RELOAD_SEC = 300 };
+// A change takes as long as the services take to start and to end. A trace waits for each thread.
+enum { QUESTION_SEC = 10, TRACE_SEC = 60, CHANGE_SEC = 300 };
 
 // ---- The answers as texts for people
 
@@ -145,7 +146,7 @@ const std::vector<Command>& commands()
       {"status", nullptr, nullptr, QUESTION_SEC, format_status},
       {"services", nullptr, nullptr, QUESTION_SEC, format_services},
       {HEALTH_COMMAND, nullptr, nullptr, QUESTION_SEC, format_health},
-      {RELOAD_COMMAND, nullptr, nullptr, RELOAD_SEC, format_reload},
+      {RELOAD_COMMAND, nullptr, nullptr, CHANGE_SEC, format_reload},
       {"suspend", "NAME", "name", CHANGE_SEC, format_suspend},
       {"resume", "NAME", "name", CHANGE_SEC, format_resume},
       {"remove", "NAME", "name", CHANGE_SEC, format_remove},
@@ -153,7 +154,7 @@ const std::vector<Command>& commands()
       {"load", "DIRECTIVE", "directive", CHANGE_SEC, format_load},
       {"log-level", "PRIORITY", "priority", QUESTION_SEC, format_log_level},
       {"debug", "on | off", "on", QUESTION_SEC, format_debug},
-      {"trace", nullptr, nullptr, QUESTION_SEC, format_trace},
+      {"trace", nullptr, nullptr, TRACE_SEC, format_trace},
   };
   return COMMANDS;
 }

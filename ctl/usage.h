@@ -13,7 +13,7 @@ constexpr char USAGE[] =
     "  -c COMPONENT         the component; it may be left out if only one runs\n"
     "  -s SOCKET            the path of a control socket, in place of a component\n"
     "  --json               write the answer as one line of JSON\n"
-    "  --timeout SECONDS    wait no longer; default 10, 60 for commands that change a service, 300 for reload\n"
+    "  --timeout SECONDS    wait no longer; default 10, 60 for trace, 300 for commands that change services\n"
     "  --force              of reload: do not ask starter-check before\n"
     "  --or-signal PID      of reload: send this process a hang-up if nobody listens at the socket\n"
     "  --help               write this text\n"

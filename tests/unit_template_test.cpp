@@ -1,6 +1,7 @@
 // The tests let systemd judge the installed unit template, and run instances of it under a real systemd.
 
 #include "tests/support/command.h"
+#include "tests/support/fake_control.h"
 #include "tests/support/requirements.h"
 #include "tests/support/starter_process.h"
 #include "tests/support/systemd_fixture.h"
@@ -14,6 +15,8 @@
 #include <sstream>
 #include <string>
 #include <tuple>
+
+#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 
@@ -54,7 +57,8 @@ protected:
   {
     NEEDS(Systemd_Machine::is_installed(), "systemd");
 
-    for (const char* const program : {"starter", "starter-check"}) // systemd only looks whether it may run them
+    for (const char* const program :
+         {"starter", "starter-check", "starterctl"}) // systemd only looks whether it may run them
       fs::create_symlink(starter_executable(), dir_ / program);
     dir_.write("starter@one.service", template_with(dir_.path(), "/etc/starter"));
   }
@@ -119,7 +123,9 @@ TEST(unit_template_text, names_the_paths_of_the_prefix_that_it_is_installed_to)
           "ExecStartPre=-" + std::string(sbin) + "starter-check --save-files",
           "ExecStart=" + std::string(sbin) + "starter --reactor ${STARTER_REACTOR} --threads ${STARTER_THREADS} -f " +
               config + "%i.d",
-          "ExecReload=" + std::string(sbin) + "starter-check --allow-warnings"})
+          "ExecReload=" + std::string(sbin) + "starter-check --allow-warnings",
+          "ExecReload=" + std::string(sbin) +
+              "starterctl -s %t/starter/%i/control.socket reload --force --or-signal $MAINPID"})
       EXPECT_THAT(text, HasSubstr('\n' + line));
   }
 }
@@ -144,6 +150,7 @@ protected:
               with_replaced(with_replaced(staller_directive(), service_library("staller"), "/run/test/libstaller.so"),
                             dir.path(), "/run/test"));
     fs::copy_file(TESTS_CHECKER, dir / "sbin/checker");
+    fs::copy_file(TESTS_STARTERCTL, dir / "sbin/starterctl");
     dir.write("sbin/starter-check", "#!/bin/sh\necho \"checked: $*.\" >&2\n"
                                     "/run/test/sbin/checker \"$@\" >&2 || exit\nexit $(cat /run/test/findings)\n");
     has_findings(false);
@@ -179,6 +186,9 @@ protected:
     ASSERT_TRUE(machine_.succeeds("systemctl start starter@staller.service"));
     pid_ = show("MainPID");
   }
+
+  // Has log() show what the commands of the unit write to standard output too.
+  std::string log_of_output() const { return "StandardOutput=append:" + machine_.dir() / "log" + '\n'; }
 
   // A field of the main process's status, such as "Uid".
   std::string field(const std::string& name) const
@@ -358,7 +368,7 @@ TEST_F(unit_template, keeps_a_component_up_while_keep_alives_come)
 
 TEST_F(unit_template, reloads_a_component)
 {
-  boot(FED_OFTEN);
+  boot(FED_OFTEN + log_of_output());
   ASSERT_NO_FATAL_FAILURE(start());
   ASSERT_TRUE(wait_until([&] { return threads() == "5"; })) << threads();
 
@@ -369,6 +379,35 @@ TEST_F(unit_template, reloads_a_component)
   EXPECT_TRUE(wait_for_keep_alives(2));
   EXPECT_EQ("active", show("ActiveState"));
   EXPECT_EQ(pid_, show("MainPID"));
+  EXPECT_THAT(log(), HasSubstr("Nobody listens at the control socket: the process " + pid_ + " has got a hang-up.\n"));
+}
+
+// A server of the test listens at the socket of the component.
+TEST_F(unit_template, reloads_a_component_by_its_control_socket)
+{
+  boot(log_of_output());
+  ASSERT_NO_FATAL_FAILURE(start());
+  const std::string socket = machine_.dir() / "control.socket";
+  Fake_Control control(socket);
+  ASSERT_EQ(0, chmod(socket.c_str(), 0777));
+  ASSERT_TRUE(machine_.succeeds("ln -s /run/test/control.socket /run/starter/staller/control.socket"));
+  const std::string reload = "systemctl reload starter@staller.service 2>/dev/null";
+
+  control.answer(R"({"ok":true,"ended":["Staller"],"started":["Staller"],"failed":[],"missing":[]})");
+  EXPECT_TRUE(machine_.succeeds(reload)) << log();
+  EXPECT_THAT(log(), HasSubstr("Ended:    Staller\nStarted:  Staller\n"));
+  EXPECT_THAT(control.requests(), testing::ElementsAre(R"({"command":"reload"})"));
+
+  control.answer(R"({"ok":false,"error":"It is missing.","ended":["Staller"],"missing":["Staller"]})");
+  EXPECT_FALSE(machine_.succeeds(reload));
+  EXPECT_THAT(log(), HasSubstr("Missing:  Staller\n"));
+  EXPECT_THAT(log(), HasSubstr("starterctl: It is missing.\n"));
+
+  has_findings(true);
+  EXPECT_FALSE(machine_.succeeds(reload));
+  EXPECT_EQ(2u, control.requests().size()) << "the checker has refused";
+  EXPECT_THAT(log(), Not(HasSubstr("Signal 1 ")));
+  EXPECT_EQ("active", show("ActiveState"));
 }
 
 // ---- The package's scripts, with components that run
