@@ -74,6 +74,7 @@ static std::string format_reload(const Json& answer, const std::string&, Reader&
   return format_table(rows);
 }
 
+// The function comes last, as its name in C++ may be long.
 static Rows make_frames(const Json& thread, Reader& reader)
 {
   Rows rows;
@@ -81,7 +82,7 @@ static Rows make_frames(const Json& thread, Reader& reader)
     std::string place = reader.text(frame, "module"); // empty for code that is in no file
     place += (place.empty() ? "" : "+") + reader.text(frame, "offset");
     rows.push_back(
-        {"#" + std::to_string(rows.size()), reader.text(frame, "address"), reader.text(frame, "function"), place});
+        {"#" + std::to_string(rows.size()), reader.text(frame, "address"), place, reader.text(frame, "function")});
   }
   return rows;
 }
@@ -90,9 +91,10 @@ static std::string format_trace(const Json& answer, const std::string&, Reader& 
 {
   std::string text;
   for (const Json& thread : reader.list(answer, "threads")) {
-    const std::string tid = std::to_string(reader.number(thread, "tid"));
-    text += (text.empty() ? "" : "\n") + format_table({{"Thread " + tid + " (" + reader.text(thread, "name") + "):"}});
-    text += format_table(make_frames(thread, reader));
+    const Rows frames = make_frames(thread, reader);
+    std::string title = "Thread " + std::to_string(reader.number(thread, "tid")) + " (";
+    title += reader.text(thread, "name") + (frames.empty() ? "): no back trace" : "):");
+    text += (text.empty() ? "" : "\n") + format_table({{title}}) + format_table(frames);
   }
   return text;
 }

@@ -184,11 +184,11 @@ TEST_F(starterctl_process, shows_the_back_traces)
 
   EXPECT_EQ((Told{0,
                   "Thread 4711 (starter):\n"
-                  "#0  0x7f01    epoll_wait+0x5e  /lib/libc.so.6+0x10c\n"
-                  "#1  0x55aa01                   /usr/sbin/starter+0x2000\n"
+                  "#0  0x7f01    /lib/libc.so.6+0x10c      epoll_wait+0x5e\n"
+                  "#1  0x55aa01  /usr/sbin/starter+0x2000\n"
                   "#2  0x1\n"
                   "\n"
-                  "Thread 4712 (worker):\n",
+                  "Thread 4712 (worker): no back trace\n",
                   ""}),
             tell("trace"));
 }
