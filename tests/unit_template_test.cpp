@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -408,6 +409,47 @@ TEST_F(unit_template, reloads_a_component_by_its_control_socket)
   EXPECT_EQ(2u, control.requests().size()) << "the checker has refused";
   EXPECT_THAT(log(), Not(HasSubstr("Signal 1 ")));
   EXPECT_EQ("active", show("ActiveState"));
+}
+
+// The checker runs as the account of the component, from whose file system the operator's is hidden in part.
+TEST_F(unit_template, obeys_the_operator_if_the_component_loads_the_companion)
+{
+  const Temp_Dir& dir = machine_.dir();
+  dir.write("etc/staller.d/00-control.conf",
+            "dynamic Control Service_Object * /run/test/libstarter_control.so:_make_Control() \"\"\n");
+  fs::copy_file(TESTS_CONTROL_LIBRARY, dir / "libstarter_control.so");
+  fs::create_directory(dir / "bin");
+  fs::copy_file(TESTS_STARTERCTL, dir / "bin/starterctl");
+  fs::copy_file(TESTS_CHECKER, dir / "bin/starter-check");
+  boot(log_of_output());
+  fs::permissions(dir / "bin", fs::perms(0755));
+  ASSERT_NO_FATAL_FAILURE(start());
+  const std::string starterctl = "/run/test/bin/starterctl -c staller ";
+  const std::string verdict = "Ended:    Control, Staller\nStarted:  Control, Staller";
+
+  EXPECT_EQ("staller", machine_.run("/run/test/bin/starterctl list"));
+  EXPECT_EQ("OK: all services of the configuration are active", machine_.run(starterctl + "health"));
+  EXPECT_EQ(verdict, machine_.run(starterctl + "reload 2>&1"));
+  EXPECT_TRUE(machine_.succeeds("systemctl reload starter@staller.service")) << log();
+  EXPECT_THAT(log(), HasSubstr(verdict + '\n'));
+
+  const std::string conf = dir / "etc/staller.d/staller.conf";
+  fs::permissions(conf, fs::perms(0600)); // which root could read
+  EXPECT_THAT(machine_.run(starterctl + "reload 2>&1"), HasSubstr("staller.conf: unreadable-file: "));
+  EXPECT_FALSE(machine_.succeeds("systemctl reload starter@staller.service"));
+  fs::permissions(conf, fs::perms(0644));
+
+  const std::string good = read_file(conf);
+  std::ofstream(conf) << with_replaced(good, "/fifo", "/missing");
+  EXPECT_FALSE(machine_.succeeds("systemctl reload starter@staller.service"));
+  EXPECT_THAT(log(), HasSubstr("Ended:    Control, Staller\nStarted:  Control\nFailed:   Staller ("));
+  EXPECT_THAT(log(), HasSubstr("\nMissing:  Staller\nstarterctl: Not every service "));
+  EXPECT_EQ("CRITICAL: missing: Staller", machine_.run(starterctl + "health"));
+
+  std::ofstream(conf) << good;
+  EXPECT_TRUE(machine_.succeeds("systemctl reload starter@staller.service")) << log();
+  EXPECT_EQ("OK: all services of the configuration are active", machine_.run(starterctl + "health"));
+  EXPECT_EQ(pid_, show("MainPID"));
 }
 
 // ---- The package's scripts, with components that run
