@@ -6,7 +6,7 @@
 #include <signal.h>
 
 static std::atomic<Host_Phase> host_phase{NOT_STARTED};
-static pthread_t main_thread; // set before the phase
+static std::atomic<pthread_t> main_thread; // set before the phase; loop threads read it while it is set anew
 
 void set_host_phase(Host_Phase phase)
 {
