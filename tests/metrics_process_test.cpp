@@ -289,6 +289,24 @@ TEST_P(metrics_of_each_loop, are_served_during_a_reload_with_the_services_of_bef
   end(starter);
 }
 
+TEST_P(metrics_of_each_loop, are_served_while_a_service_is_initialised_with_the_services_of_before)
+{
+  const std::string lingerer = dynamic_directive("Lingerer", "lingerer", "_make_Lingerer", "init work 2000");
+  Starter_Process starter(loaded_before(talker() + lingerer, GetParam().args));
+  const std::string address = metrics_address(starter);
+  ASSERT_TRUE(starter.wait_for_record("linger init.")) << starter.log();
+  EXPECT_EQ(0, value_of(scrape(address), "starter_services{state=\"active\"}")) << "nothing is known yet";
+  ASSERT_TRUE(wait_for_value(address, "starter_services{state=\"active\"}", 3)) << scrape(address);
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+
+  starter.send(SIGHUP);
+  ASSERT_TRUE(starter.wait_for_record("linger init.", 2)) << starter.log();
+  const std::string metrics = scrape(address);
+  EXPECT_EQ(1u, starter.count("lingered init.")) << "the scrape has waited for the reload";
+  EXPECT_EQ(3, value_of(metrics, "starter_services{state=\"active\"}"));
+  end(starter);
+}
+
 // ---- Clients
 
 static void allow_descriptors(rlim_t count)
