@@ -83,7 +83,7 @@ static std::string apply(const Change& change)
     return load_new(change);
 
   const ACE_Service_Type* const service = find_service(change.name);
-  if (const std::string reason = refuse(change, service); !reason.empty())
+  if (std::string reason = refuse(change, service); !reason.empty())
     return reason;
 
   int result = 0;

@@ -148,8 +148,8 @@ static std::string check_members(const json& request, const Command& command)
   if (command.kind == Member::NONE)
     return "";
 
-  const std::string needed = "The command '" + std::string(command.name) + "' needs the member '" + command.member +
-                             (command.kind == Member::TEXT ? "', a text." : "', true or false.");
+  std::string needed = "The command '" + std::string(command.name) + "' needs the member '" + command.member +
+                       (command.kind == Member::TEXT ? "', a text." : "', true or false.");
   const auto member = request.find(command.member);
   if (member == request.end() || (command.kind == Member::TEXT ? !member->is_string() : !member->is_boolean()))
     return needed;

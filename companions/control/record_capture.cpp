@@ -128,6 +128,8 @@ void Record_Capture::note_failure(const char* text, bool is_certain)
 void Record_Capture::note(const ACE_Log_Record& record)
 {
   const std::string_view text = record.msg_data();
+  if (text.find("work_pending_i: Interrupted system call") != text.npos)
+    return; // a reactor of the kind dev_poll writes it for each signal that interrupts its wait
   const auto fail = [this](std::string_view reason, bool is_certain) {
     char line[REASON_SIZE];
     copy(reason, line, sizeof line);
