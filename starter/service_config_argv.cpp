@@ -5,10 +5,11 @@
 #include <algorithm>
 #include <cstring>
 
-// Whether the framework's line would give the text back as it is. An empty one gets lost.
+// Whether the framework's line would give the text back as it is. An empty one gets lost. A hash mark at the start of
+// the line makes all of it a comment.
 static bool is_plain(const char* text)
 {
-  return *text && !std::strpbrk(text, "$\"'\\ \t\n\v\f\r");
+  return *text && !std::strpbrk(text, "#$\"'\\ \t\n\v\f\r");
 }
 
 void Service_Config_Argv::Free::operator()(const char** texts) const

@@ -597,6 +597,23 @@ TEST(service_config_argv, is_null_when_there_is_no_memory_for_all_of_it)
   EXPECT_EQ(nullptr, args.whole_argv());
 }
 
+// The framework takes its line for a comment.
+TEST(service_config_argv, is_empty_when_the_first_text_begins_with_a_hash_mark)
+{
+  for (const char* const text : {"plain", "in quotes and with blanks"}) {
+    SCOPED_TRACE(text);
+    Service_Config_Argv args;
+    args.append("#starter");
+    args.append(text, true);
+
+    char** const argv = args.whole_argv();
+
+    ASSERT_NE(nullptr, argv);
+    EXPECT_EQ(0, args.argc());
+    EXPECT_EQ(nullptr, argv[0]);
+  }
+}
+
 TEST(service_config_argv, holds_plain_texts_before_and_after_one_that_the_framework_changes)
 {
   Service_Config_Argv args;
