@@ -44,7 +44,7 @@ constexpr unsigned digit_value(C c)
 ///
 /// Makes one pass, allocates nothing, logs nothing. Any thread.
 template <typename T, typename U>
-T natoi(U beg, U end, U* eptr)
+inline T natoi(U beg, U end, U* eptr)
 {
   using int_type = typename std::make_signed<T>::type;
   using uint_type = typename std::make_unsigned<T>::type;
@@ -79,15 +79,18 @@ T natoi(U beg, U end, U* eptr)
   // So many digits cannot overflow, so that they need no comparison with the limit.
   int safe_digits = std::numeric_limits<T>::digits10 - 1;
   uint_type result = static_cast<uint_type>(v);
+  bool is_at_end = false; // `safe_digits` tells too, but costs a comparison more for every short text
   U p = first + 1;
   for (; safe_digits != 0 && p != end; --safe_digits, ++p) {
     v = digit_value(*p);
-    if (v > 9)
+    if (v > 9) {
+      is_at_end = true;
       break;
+    }
     result = static_cast<uint_type>(result * 10 + v);
   }
 
-  if (safe_digits == 0) {
+  if (!is_at_end) {
     // The limit is one more after a minus sign: it is the magnitude of the most negative value.
     const max_type type_max = static_cast<max_type>(std::numeric_limits<T>::max()) + (flag < 0 ? 1 : 0);
     const max_type q = type_max / 10;
