@@ -402,6 +402,13 @@ protected:
 
   Told tell(const std::string& arguments) const { return starterctl("-s " + socket_ + " reload " + arguments); }
 
+  // Puts a script in the place of the checker, in a directory for the path.
+  void write_checker(const std::string& script) const
+  {
+    const std::string checker = dir_.write("bin/starter-check", "#!/bin/sh\n" + script + '\n');
+    ASSERT_EQ(0, chmod(checker.c_str(), 0755));
+  }
+
   const Temp_Dir dir_;
   const std::string socket_ = dir_ / "control.socket";
   Fake_Control control_{socket_, false};
@@ -490,10 +497,8 @@ TEST_F(starterctl_reload, runs_the_checker_as_the_account_of_the_process)
 {
   NEEDS(is_root(), "root, to become another account");
   dir_.write("a.conf", dynamic_directive("A", "talker", "_make_Talker", "x"));
-  dir_.write("bin/starter-check", "#!/bin/sh\n"
-                                  "grep -E '^(Uid|Gid|Groups|NoNewPrivs|CapEff):' /proc/self/status >&2\n"
-                                  "echo \"$TEXT $1 $2 $3 $4\" >&2\npwd >&2\necho '{\"findings\":[]}'\n");
-  ASSERT_EQ(0, chmod((dir_ / "bin/starter-check").c_str(), 0755));
+  write_checker("grep -E '^(Uid|Gid|Groups|NoNewPrivs|CapEff):' /proc/self/status >&2\n"
+                "echo \"$TEXT $1 $2 $3 $4\" >&2\npwd >&2\necho '{\"findings\":[]}'");
   const Reloaded_Starter starter(control_, dir_, {"-f", dir_ / "a.conf"}, {{"TEXT", "text"}}, 65534);
   ASSERT_TRUE(starter.is_up()) << read_file(dir_ / "log");
 
@@ -506,6 +511,22 @@ TEST_F(starterctl_reload, runs_the_checker_as_the_account_of_the_process)
             told.output.substr(0, told.output.find("Gid")));
   EXPECT_THAT(told.output, AllOf(HasSubstr("CapEff:\\x090000000000000000\n"), HasSubstr("NoNewPrivs:\\x091\n"),
                                  HasSubstr("text --json --allow-warnings -f " + dir_ / "a.conf" + '\n' + dir_.path())));
+}
+
+// In the account of the process, the checker gets no other rights, and still the directory and the variables.
+TEST_F(starterctl_reload, needs_no_rights_of_root_in_the_account_of_the_process)
+{
+  NEEDS(is_root(), "root, to become another account");
+  dir_.write("a.conf", dynamic_directive("A", "talker", "_make_Talker", "x"));
+  write_checker("echo \"$TEXT\" >&2\npwd >&2\necho '{\"findings\":[]}'");
+  const Reloaded_Starter starter(control_, dir_, {"-f", dir_ / "a.conf"}, {{"TEXT", "text"}}, 65534);
+  ASSERT_TRUE(starter.is_up()) << read_file(dir_ / "log");
+  ASSERT_EQ(0, chmod(socket_.c_str(), 0777));
+
+  const Ended told = run("cd / && PATH=" + dir_ / "bin" + ":$PATH TEXT=own setpriv --reuid 65534 --clear-groups " +
+                         TESTS_STARTERCTL " -s " + socket_ + " reload");
+
+  EXPECT_EQ("Ended:    A\nStarted:  A\ntext\n" + dir_.path() + '\n', told.output);
 }
 
 TEST_F(starterctl_reload, is_refused_when_the_checker_cannot_say_anything)
@@ -521,8 +542,7 @@ TEST_F(starterctl_reload, is_refused_when_the_checker_cannot_say_anything)
       {"kill -9 $$", "starter-check has failed\n"},
       {"exec sleep 1000", "starter-check has not ended in time\n"}};
   for (const auto& [script, problem] : cases) {
-    dir_.write("bin/starter-check", std::string("#!/bin/sh\n") + script + '\n');
-    ASSERT_EQ(0, chmod((dir_ / "bin/starter-check").c_str(), 0755));
+    write_checker(script);
     const std::string arguments = " -s " + socket_ + " --timeout 3 reload";
     const Ended told = run("PATH=" + dir_ / "bin" + ":$PATH " TESTS_STARTERCTL + arguments);
 
