@@ -82,7 +82,8 @@ TEST(guide, refers_to_files_that_exist)
 }
 
 // One of the tests above follows each guide that has commands. package_boot_test follows the guides that speak to an
-// operator of a machine, cluster_guide_test the one about clusters, and debian_package_test the page of the examples.
+// operator of a machine, cluster_guide_test the one about clusters, demo_test what the demo of the companions prints,
+// and debian_package_test the page of the examples.
 TEST(guide, has_no_command_that_is_not_run)
 {
   using ::testing::AnyOf;
@@ -90,13 +91,15 @@ TEST(guide, has_no_command_that_is_not_run)
 
   for (const std::string& path : guides())
     for (const Block& block : blocks_of(read_file(path))) {
-      EXPECT_THAT(block.kind, AnyOf("sh", "shell", "every", "one", "text", "mermaid", "cpp", "cmake")) << path;
+      EXPECT_THAT(block.kind, AnyOf("sh", "shell", "every", "one", "text", "mermaid", "cpp", "cmake", "demo")) << path;
       if (block.kind == "sh") {
         EXPECT_THAT(path,
                     AnyOf(SOURCE_DIR "/README.md", EndsWith("/writing-a-service.md"), EndsWith("/foreign-services.md"),
                           EndsWith("/operating.md"), EndsWith("/examples/README.md")));
       } else if (block.kind == "shell") {
         EXPECT_THAT(path, AnyOf(EndsWith("/operating.md"), EndsWith("/installing.md")));
+      } else if (block.kind == "demo") {
+        EXPECT_THAT(path, EndsWith("/operating.md"));
       } else if (block.kind == "every" || block.kind == "one") {
         EXPECT_THAT(path, EndsWith("/cluster.md"));
       }

@@ -484,7 +484,12 @@ TEST_F(metrics_process, are_served_by_a_thread_that_takes_no_signal_but_faults)
 
   const pid_t tid = starter.threads().back();
   ASSERT_TRUE(wait_until([&] { return process_status_field(tid, "Name") == "metrics"; }));
-  const std::vector<int> blocked = signals_in_mask(process_status_field(tid, "SigBlk"));
+  // The thread blocks all signals for a moment when it looks for metrics.
+  std::vector<int> blocked;
+  ASSERT_TRUE(wait_until([&] {
+    blocked = signals_in_mask(process_status_field(tid, "SigBlk"));
+    return std::find(blocked.begin(), blocked.end(), SIGSEGV) == blocked.end();
+  }));
   for (const int signo : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR2, SIGALRM, SIGPIPE})
     EXPECT_THAT(blocked, testing::Contains(signo));
   for (const int fault : {SIGILL, SIGSEGV, SIGFPE, SIGBUS, SIGABRT})

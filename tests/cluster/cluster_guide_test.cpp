@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,6 +40,16 @@ protected:
       for (const char* const package : {"starter", "starter-pacemaker"})
         fs::copy(packages_.file(package), directory(i));
     }
+  }
+
+  void TearDown() override
+  {
+    for (unsigned i = 0; HasFailure() && i < Cluster::SIZE; ++i)
+      if (cluster_ && cluster_->is_on(i))
+        std::cerr << "---- node" << i + 1 << '\n'
+                  << cluster_->machine(i).run("crm_mon -1rf; journalctl -n 40 -u 'starter*'; tail -n 80 "
+                                              "/var/log/pacemaker/pacemaker.log")
+                  << '\n';
   }
 
   // The directory of the packages, where the operator is.
