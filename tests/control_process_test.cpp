@@ -103,7 +103,7 @@ json refusal(const std::string& sentence)
 TEST_P(control_of_each_loop, tells_the_status)
 {
   Start_Options options;
-  options.env["STARTER_COMPONENT"] = "demo";
+  options.env["COMPONENT"] = "demo";
   Starter_Process starter(with(talker("A"), GetParam().args), options);
   ASSERT_TRUE(wait_for_loop(starter, {"", {}, GetParam().threads + 1})) << starter.log();
   Control_Client client(path());

@@ -33,7 +33,6 @@ protected:
     dir_.write("demo.d/00-control.conf", companion_directive("control", ("-s " + socket_).c_str()));
     Start_Options options;
     options.env["COMPONENT"] = "demo";
-    options.env["STARTER_COMPONENT"] = "demo";
     options.env["LD_LIBRARY_PATH"] = TESTS_EXAMPLE_LIBRARY_DIR;
     std::vector<std::string> args = loop;
     args.insert(args.end(), {"-f", dir_ / "demo.d"});

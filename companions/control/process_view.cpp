@@ -33,7 +33,7 @@ bool Process_View::enter(std::string& reason)
     return false;
   }
 
-  const char* const component = std::getenv("STARTER_COMPONENT");
+  const char* const component = std::getenv("COMPONENT");
   component_ = component ? component : "";
   configuration_.remember_sources();
   last_failure_.install();
