@@ -1,24 +1,18 @@
 // The images of a component: what is in them, and what they do where images are run. The component is the echo service.
 
 #include "tests/support/command.h"
+#include "tests/support/component_image.h"
 #include "tests/support/container_room.h"
-#include "tests/support/debian_packages.h"
 #include "tests/support/requirements.h"
-#include "tests/support/systemd_machine.h"
-#include "tests/support/wait_until.h"
+#include "tests/support/temp_dir.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
-#include <vector>
+#include <utility>
 
-namespace fs = std::filesystem;
 using testing::HasSubstr;
-using testing::Not;
-
-static const char ECHO[] = "dynamic Echo Service_Object * echo:_make_Echo() \"-p 7007\"\n";
 
 // Waits until the container echo has started, and sets `pid` to its process.
 static const char WAIT_FOR_START[] = R"(
@@ -38,31 +32,17 @@ protected:
   {
     std::string missing;
     NEEDS(can_run_containers(missing), missing);
-    NEEDS(has_tool("buildah") && has_tool("mmdebstrap") && has_tool("mksquashfs"), "buildah, mmdebstrap, mksquashfs");
+    NEEDS(can_make_images(missing), missing);
   }
-
-  // Makes an image of the echo service with the options `options`. Returns its path.
-  std::string make(const std::string& options = "") const
-  {
-    dir_.write("files/etc/starter/component.d/echo.conf", ECHO);
-    fs::create_directories(dir_ / "files/usr/lib/x86_64-linux-gnu");
-    fs::copy(TESTS_BUILT_EXAMPLES_DIR "/libecho.so", dir_ / "files/usr/lib/x86_64-linux-gnu");
-    (void)output_of("TMPDIR=" + dir_.path() + " " TESTS_SOURCE_DIR "/scripts/image -d " + packages_.build_dir() +
-                    " -o " + dir_ / "image" + ' ' + options + " echo " + dir_ / "files");
-    return dir_ / "image";
-  }
-
-  const Debian_Packages packages_;
-  const Temp_Dir dir_;
 };
 } // namespace
 
 TEST_F(component_image, runs_as_an_ordinary_user_on_a_root_that_is_read_only)
 {
-  const std::string image = make();
+  const Component_Image image;
 
   const Ended room = run_in_container_room(
-      "podman load --quiet --input " + image +
+      "podman load --quiet --input " + image.file() +
       "\npodman image inspect --format 'size {{.Size}}' starter-echo\n"
       "podman run --detach --name echo --read-only --cgroups=disabled --network=none starter-echo\n" +
       WAIT_FOR_START + ASK +
@@ -87,8 +67,10 @@ TEST_F(component_image, runs_as_an_ordinary_user_on_a_root_that_is_read_only)
 // The component of a container is told to end by the signal that it ends in order at, whoever runs the container.
 TEST_F(component_image, ends_with_status_0_on_sigterm)
 {
+  const Component_Image image;
+
   const Ended room = run_in_container_room(
-      "podman load --quiet --input " + make() +
+      "podman load --quiet --input " + image.file() +
       "\npodman image inspect --format 'stop by {{.Config.StopSignal}}' starter-echo\n"
       "podman run --detach --name echo --read-only --cgroups=disabled --network=none starter-echo\n" +
       WAIT_FOR_START + "podman kill --signal TERM echo; echo ended $(podman wait echo)\n");
@@ -103,8 +85,10 @@ TEST_F(component_image, ends_with_status_0_on_sigterm)
 // give.
 TEST_F(component_image, runs_as_a_pod_of_the_manifest)
 {
+  const Component_Image image;
+
   const Ended room = run_in_container_room(
-      "podman load --quiet --input " + make() +
+      "podman load --quiet --input " + image.file() +
       "\nip link set lo up\nsed '/ports:/,+1d; /resources:/,+2d; s/^    spec:$/&\\n      hostNetwork: "
       "true/' " TESTS_SOURCE_DIR "/cluster/kubernetes.yaml | podman play kube -\npodman rename echo-pod-0-echo echo\n" +
       WAIT_FOR_START + ASK +

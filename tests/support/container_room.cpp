@@ -44,12 +44,7 @@ wait $!
 
 bool can_run_containers(std::string& missing)
 {
-  missing.clear();
-  for (const char* const tool : {"podman", "crun", "conmon", "catatonit", "pgrep"})
-    if (!has_tool(tool))
-      missing += std::string(missing.empty() ? "" : ", ") + tool;
-  if (!is_root())
-    missing += std::string(missing.empty() ? "" : ", ") + "root";
+  missing = is_root() ? missing_tools({"podman", "crun", "conmon", "catatonit", "pgrep", "ip"}) : "root";
   return missing.empty();
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 
 #include <unistd.h>
@@ -23,6 +24,16 @@
 inline bool has_tool(const std::string& name)
 {
   return std::system(("command -v " + name + " >/dev/null").c_str()) == 0;
+}
+
+/// The names of those of the commands `tools` that are not installed, or an empty text.
+inline std::string missing_tools(std::initializer_list<const char*> tools)
+{
+  std::string missing;
+  for (const char* const tool : tools)
+    if (!has_tool(tool))
+      missing += (missing.empty() ? "" : ", ") + std::string(tool);
+  return missing;
 }
 
 /// Whether zsh is installed and can run commands in pseudo-terminals.
