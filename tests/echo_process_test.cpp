@@ -113,11 +113,19 @@ private:
   const int fd_;
 };
 
+// The program finds the library of the example.
+static Start_Options echo_environment()
+{
+  Start_Options options;
+  options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
+  return options;
+}
+
 // The program with the echo service from the configuration directory of the example, at a free port.
 class Echo_Process
 {
 public:
-  explicit Echo_Process(const std::vector<std::string>& options) : starter_(arguments(options), environment()) {}
+  explicit Echo_Process(const std::vector<std::string>& options) : starter_(arguments(options), echo_environment()) {}
 
   Starter_Process& starter() { return starter_; }
 
@@ -139,13 +147,6 @@ private:
     conf_dir_.write("conf.d/echo.conf", conf.replace(at, 7, "-p 0"));
 
     options.insert(options.end(), {"-f", conf_dir_ / "conf.d"});
-    return options;
-  }
-
-  static Start_Options environment()
-  {
-    Start_Options options;
-    options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
     return options;
   }
 
@@ -304,30 +305,35 @@ TEST(echo_process, gives_its_port_back_when_it_stops)
   first.starter().send(SIGTERM);
   EXPECT_EQ(0, first.starter().wait_status()) << first.starter().log();
 
-  Start_Options options;
-  options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
+  const Start_Options options = echo_environment();
   Starter_Process second({"-S", "dynamic Again Service_Object * echo:_make_Echo() \"-p " + std::to_string(port) + '"'},
                          options);
   EXPECT_TRUE(second.wait_for_record(LISTENS + std::to_string(port) + '.')) << second.log();
 }
 
+static const char USAGE[] = "Failed to start echo: it takes -a ADDRESS, -p PORT and -s PORT, 0 to 65535, and "
+                            "-d SECONDS, 0 to 3600\n";
+
 TEST(echo_process, refuses_an_address_and_a_port_that_it_cannot_have)
 {
-  Start_Options options;
-  options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
+  const Start_Options options = echo_environment();
   Echo_Process running({});
   const std::string taken = std::to_string(running.port());
   ASSERT_NE("0", taken) << running.starter().log();
   const std::tuple<std::string, std::string> cases[] = {
       {"-p " + taken, "Failed to listen on 127.0.0.1:" + taken + ", errno=98, Address already in use\n"},
-      {"-p 65536", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
-      {"-p 7x", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
+      {"-p 65536", USAGE},
+      {"-p 7x", USAGE},
       {"-a 192.0.2.1 -p " + taken,
        "Failed to listen on 192.0.2.1:" + taken + ", errno=99, Cannot assign requested address\n"},
-      {"-a localhost", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
-      {"-a 127.0.0", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
-      {"-p", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"},
-      {"-q", "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"}};
+      {"-a localhost", USAGE},
+      {"-a 127.0.0", USAGE},
+      {"-p", USAGE},
+      {"-s 65536", USAGE},
+      {"-d 3601", USAGE},
+      {"-d", USAGE},
+      {"-p 0 -s " + taken, "Failed to tell the status at 127.0.0.1:" + taken + ", errno=98, Address already in use\n"},
+      {"-q", USAGE}};
 
   for (const auto& [arguments, record] : cases) {
     SCOPED_TRACE(arguments);
@@ -341,8 +347,7 @@ TEST(echo_process, refuses_an_address_and_a_port_that_it_cannot_have)
 
 TEST(echo_process, listens_on_the_address_that_it_is_given)
 {
-  Start_Options options;
-  options.env["LD_LIBRARY_PATH"] = TESTS_ECHO_DIR;
+  const Start_Options options = echo_environment();
   const std::tuple<const char*, const char*, const char*> cases[] = {
       {"127.0.0.2", "127.0.0.2", "127.0.0.1"}, {"0.0.0.0", "127.0.0.1", nullptr}, {"0.0.0.0", "127.0.0.3", nullptr}};
 
@@ -360,6 +365,69 @@ TEST(echo_process, listens_on_the_address_that_it_is_given)
       EXPECT_FALSE(can_connect(port, other));
     }
   }
+}
+
+// The service as the directives after its own leave it.
+class Directed_Echo
+{
+public:
+  Directed_Echo(const std::string& arguments, const std::vector<std::string>& directives)
+      : starter_(options(arguments, directives), echo_environment())
+  {
+    EXPECT_TRUE(starter_.wait_for_record("is started.")) << starter_.log();
+  }
+
+  Starter_Process& starter() { return starter_; }
+  int port() { return port_after(LISTENS); }
+  int status_port() { return port_after("Echo tells its status on 127.0.0.1:"); }
+
+private:
+  static std::vector<std::string> options(const std::string& arguments, const std::vector<std::string>& directives)
+  {
+    std::vector<std::string> all = {"-S", "dynamic Echo Service_Object * echo:_make_Echo() \"-p 0 " + arguments + '"'};
+    for (const std::string& directive : directives)
+      all.insert(all.end(), {"-S", directive});
+    return all;
+  }
+
+  int port_after(const std::string& record)
+  {
+    const std::string log = starter_.log();
+    const std::size_t at = log.find(record);
+    return at == std::string::npos ? 0 : std::stoi(log.substr(at + record.size()));
+  }
+
+  Starter_Process starter_;
+};
+
+static std::string word_of(int status_port)
+{
+  Client client(status_port);
+  bool ended = false;
+  return client.read_to_end(ended);
+}
+
+TEST(echo_process, tells_whether_it_takes_clients)
+{
+  Directed_Echo working("-s 0", {});
+  Directed_Echo draining("-s 0 -d 3600", {"suspend Echo"});
+  Directed_Echo resumed("-s 0 -d 0", {"suspend Echo", "resume Echo"});
+
+  EXPECT_EQ("up ready\n", word_of(working.status_port())) << working.starter().log();
+  EXPECT_EQ("drain\n", word_of(draining.status_port())) << draining.starter().log();
+  EXPECT_EQ("up ready\n", word_of(resumed.status_port())) << resumed.starter().log();
+}
+
+TEST(echo_process, serves_clients_until_the_time_to_drain_is_over)
+{
+  Directed_Echo draining("-s 0 -d 3600", {"suspend Echo"});
+  Directed_Echo drained("-s 0 -d 0", {"suspend Echo"});
+  Directed_Echo resumed("-s 0 -d 0", {"suspend Echo", "resume Echo"});
+
+  EXPECT_EQ("hello", Client(draining.port()).exchange("hello"));
+  EXPECT_TRUE(wait_until([&] { return !can_connect(drained.port(), "127.0.0.1"); }));
+  EXPECT_EQ("drain\n", word_of(drained.status_port()));
+  EXPECT_EQ("hello", Client(resumed.port()).exchange("hello"));
 }
 
 // After a hang-up the configurator processes its files again, and a new service replaces the one of the same name. This

@@ -6,6 +6,9 @@
 // threads are busy with its clients (a hang-up signal reloads the service): a session therefore closes its socket when
 // the last reference to the session goes, and only the loop thread that is in the session touches its buffer.
 
+#include "examples/echo/status.h"
+#include "examples/parse_number.h"
+
 #include <ace/Event_Handler.h>
 #include <ace/Get_Opt.h>
 #include <ace/Global_Macros.h>
@@ -18,9 +21,9 @@
 #include <ace/Service_Object.h>
 #include <ace/Thread_Mutex.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <new>
 #include <set>
 #include <vector>
@@ -28,7 +31,7 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
-enum { DEFAULT_PORT = 7007, BUFFER_SIZE = 16384, ACCEPT_PAUSE_SEC = 1 };
+enum { DEFAULT_PORT = 7007, BUFFER_SIZE = 16384, ACCEPT_PAUSE_SEC = 1, MAX_PORT = 65535, MAX_DRAIN_SEC = 3600 };
 
 class Session;
 
@@ -47,6 +50,13 @@ public:
   /// Returns the port that the listener listens on.
   unsigned short port() const;
 
+  /// Stop listening after `delay`; the sessions go on. Returns 0, or -1 with errno when it goes on listening.
+  int drain(const ACE_Time_Value& delay);
+
+  /// Listen on `address` again, whether drain() has done its work or not. Returns 0, or -1 with errno. Only while no
+  /// loop thread calls the listener.
+  int resume(const ACE_INET_Addr& address);
+
   /// Stop listening and end the sessions. Returns the number of sessions that were there.
   std::size_t stop();
 
@@ -55,7 +65,7 @@ public:
 
   ACE_HANDLE get_handle() const override { return acceptor_.get_handle(); }
   int handle_input(ACE_HANDLE) override;
-  int handle_timeout(const ACE_Time_Value&, const void*) override;
+  int handle_timeout(const ACE_Time_Value&, const void* act) override;
 
 protected:
   ~Listener() override { acceptor_.close(); }
@@ -65,8 +75,11 @@ private:
   bool add(Session* session);
   bool is_stopped();
   void pause();
+  void stop_listening();
 
+  static constexpr char DRAINED[] = "the time to drain is over"; // what a timer is for
   ACE_SOCK_Acceptor acceptor_;
+  std::atomic<bool> listens_{false};
   ACE_Thread_Mutex lock_; // guards the members below; never held in a call to the reactor, which has locks of its own
   std::set<Session*> sessions_;
   bool stopped_ = false;
@@ -167,7 +180,32 @@ int Listener::open(const ACE_INET_Addr& address)
       acceptor_.enable(ACE_CLOEXEC) == -1)
     return -1;
 
+  listens_ = true;
   return reactor()->register_handler(this, ACCEPT_MASK);
+}
+
+int Listener::drain(const ACE_Time_Value& delay)
+{
+  return reactor()->schedule_timer(this, DRAINED, delay) == -1 ? -1 : 0;
+}
+
+int Listener::resume(const ACE_INET_Addr& address)
+{
+  (void)reactor()->cancel_timer(this);
+  if (listens_)
+    return reactor()->schedule_wakeup(this, ACCEPT_MASK); // the timer may have been that of a pause
+
+  acceptor_.close();
+  return open(address);
+}
+
+// A loop thread may still be about to accept a client, so that the socket stays open. It gives the port back at once,
+// to a successor for instance.
+void Listener::stop_listening()
+{
+  (void)reactor()->remove_handler(this, ACCEPT_MASK | DONT_CALL);
+  (void)::shutdown(get_handle(), SHUT_RDWR);
+  listens_ = false;
 }
 
 unsigned short Listener::port() const
@@ -198,8 +236,13 @@ void Listener::pause()
     (void)reactor()->schedule_wakeup(this, ACCEPT_MASK);
 }
 
-int Listener::handle_timeout(const ACE_Time_Value&, const void*)
+int Listener::handle_timeout(const ACE_Time_Value&, const void* act)
 {
+  if (act == DRAINED) {
+    stop_listening();
+    return 0;
+  }
+
   (void)reactor()->schedule_wakeup(this, ACCEPT_MASK); // fails when the service has stopped meanwhile
   return 0;
 }
@@ -243,9 +286,7 @@ bool Listener::is_stopped()
 std::size_t Listener::stop()
 {
   (void)reactor()->cancel_timer(this);
-  (void)reactor()->remove_handler(this, ACCEPT_MASK | DONT_CALL);
-  // This gives the port back at once, to a successor for instance; a loop thread may still be about to accept a client.
-  (void)::shutdown(get_handle(), SHUT_RDWR);
+  stop_listening();
 
   std::vector<ACE_Event_Handler_var> holders;
   std::vector<Session*> sessions;
@@ -266,25 +307,46 @@ std::size_t Listener::stop()
 
 // ---- The service
 
+/// The arguments of the service.
+struct Arguments
+{
+  const char* host = "127.0.0.1";
+  unsigned short port = DEFAULT_PORT;
+  unsigned drain_sec = 1;
+  bool has_status = false;
+  unsigned short status_port = 0;
+};
+
 /// The configuration file loads this service. Its argument "-a ADDRESS" gives the IPv4 address that the service listens
-/// on, 0.0.0.0 for all of the machine; "-p PORT" names the port, 0 for any free port.
+/// on, 0.0.0.0 for all of the machine; "-p PORT" names the port, 0 for any free port. "-s PORT" names a port that tells
+/// whether the service takes new clients: not when it is suspended. "-d SECONDS" later it stops listening, and what it
+/// has begun it finishes.
 class Echo : public ACE_Service_Object
 {
 public:
   int init(int argc, ACE_TCHAR* argv[]) override;
+  int suspend() override;
+  int resume() override;
   int fini() override;
 
 private:
-  ACE_Event_Handler_var holder_; // the service's reference to the listener
+  int open_listener(const Arguments& arguments);
+  int open_status(const Arguments& arguments);
+
+  ACE_Event_Handler_var listener_holder_; // the service's references
+  ACE_Event_Handler_var status_holder_;
   Listener* listener_ = nullptr;
+  Status* status_ = nullptr;
+  ACE_INET_Addr address_;
+  ACE_Time_Value drain_time_;
 };
 
 static bool parse_port(const char* text, unsigned short& port)
 {
-  char* end = nullptr;
-  const unsigned long value = std::strtoul(text, &end, 10);
+  unsigned value = 0;
+  const bool is_valid = parse_number(text, MAX_PORT, value);
   port = static_cast<unsigned short>(value);
-  return end != text && !*end && value <= 65535;
+  return is_valid;
 }
 
 // A name would have to be looked up, which may take long and may find another machine's address.
@@ -294,38 +356,102 @@ static bool is_address(const char* text)
   return inet_pton(AF_INET, text, &address) == 1;
 }
 
-// Takes the address of the option -a and the port of the option -p, if they are given.
-static bool parse_arguments(int argc, ACE_TCHAR* argv[], const char*& host, unsigned short& port)
+static bool parse_argument(int option, const char* text, Arguments& arguments)
 {
-  ACE_Get_Opt opt(argc, argv, "a:p:", 0);
+  switch (option) {
+  case 'a':
+    arguments.host = text;
+    return is_address(text);
+  case 'd':
+    return parse_number(text, MAX_DRAIN_SEC, arguments.drain_sec);
+  case 'p':
+    return parse_port(text, arguments.port);
+  case 's':
+    arguments.has_status = true;
+    return parse_port(text, arguments.status_port);
+  default:
+    return false;
+  }
+}
+
+static bool parse_arguments(int argc, ACE_TCHAR* argv[], Arguments& arguments)
+{
+  ACE_Get_Opt opt(argc, argv, "a:d:p:s:", 0);
   for (int c; (c = opt()) != -1;)
-    if (c == 'a' && is_address(opt.opt_arg()))
-      host = opt.opt_arg();
-    else if (c != 'p' || !parse_port(opt.opt_arg(), port))
+    if (!parse_argument(c, opt.opt_arg(), arguments))
       return false;
   return true;
 }
 
 int Echo::init(int argc, ACE_TCHAR* argv[])
 {
-  const char* host = "127.0.0.1";
-  unsigned short port = DEFAULT_PORT;
-  if (!parse_arguments(argc, argv, host, port))
-    ACE_ERROR_RETURN((LM_ERROR, "Failed to start echo: it takes -a ADDRESS and -p PORT, 0 to 65535\n"), -1);
+  Arguments arguments;
+  if (!parse_arguments(argc, argv, arguments))
+    ACE_ERROR_RETURN((LM_ERROR,
+                      "Failed to start echo: it takes -a ADDRESS, -p PORT and -s PORT, 0 to 65535, and "
+                      "-d SECONDS, 0 to %d\n",
+                      MAX_DRAIN_SEC),
+                     -1);
 
+  drain_time_.set(static_cast<time_t>(arguments.drain_sec));
+  return open_listener(arguments) == -1 ? -1 : open_status(arguments);
+}
+
+int Echo::open_listener(const Arguments& arguments)
+{
   listener_ = new (std::nothrow) Listener(ACE_Reactor::instance());
   if (!listener_)
     return -1;
-  holder_ = listener_;
-  if (listener_->open(ACE_INET_Addr(port, host)) == -1)
-    ACE_ERROR_RETURN((LM_ERROR, "Failed to listen on %C:%d, errno=%d, %m\n", host, port, errno), -1);
+  listener_holder_ = listener_;
+  if (listener_->open(ACE_INET_Addr(arguments.port, arguments.host)) == -1)
+    ACE_ERROR_RETURN((LM_ERROR, "Failed to listen on %C:%d, errno=%d, %m\n", arguments.host, arguments.port, errno),
+                     -1);
 
-  ACE_DEBUG((LM_INFO, "Echo listens on %C:%d.\n", host, listener_->port()));
+  address_.set(listener_->port(), arguments.host);
+  ACE_DEBUG((LM_INFO, "Echo listens on %C:%d.\n", arguments.host, listener_->port()));
+  return 0;
+}
+
+// A service that fails to start is not finalised by the framework.
+int Echo::open_status(const Arguments& arguments)
+{
+  if (!arguments.has_status)
+    return 0;
+
+  status_ = new (std::nothrow) Status(ACE_Reactor::instance());
+  status_holder_ = status_;
+  if (status_ && status_->open(ACE_INET_Addr(arguments.status_port, arguments.host)) == 0) {
+    ACE_DEBUG((LM_INFO, "Echo tells its status on %C:%d.\n", arguments.host, status_->port()));
+    return 0;
+  }
+
+  ACE_ERROR(
+      (LM_ERROR, "Failed to tell the status at %C:%d, errno=%d, %m\n", arguments.host, arguments.status_port, errno));
+  (void)listener_->stop();
+  return -1;
+}
+
+// The word comes first: until the listener goes, a client that has not heard of it is served like any other.
+int Echo::suspend()
+{
+  if (status_)
+    status_->set_ready(false);
+  return listener_->drain(drain_time_);
+}
+
+int Echo::resume()
+{
+  if (listener_->resume(address_) == -1)
+    ACE_ERROR_RETURN((LM_ERROR, "Failed to listen again, errno=%d, %m\n", errno), -1);
+  if (status_)
+    status_->set_ready(true);
   return 0;
 }
 
 int Echo::fini()
 {
+  if (status_)
+    (void)status_->reactor()->remove_handler(status_, ACE_Event_Handler::ACCEPT_MASK | ACE_Event_Handler::DONT_CALL);
   const std::size_t sessions = listener_->stop();
 
   ACE_DEBUG((LM_INFO, "Echo has stopped, %u %C connected.\n", static_cast<unsigned>(sessions),
