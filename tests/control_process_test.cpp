@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -221,6 +222,32 @@ TEST_F(control, answers_while_the_loop_hangs)
   ASSERT_TRUE(hanger.release(starter)) << starter.log();
   EXPECT_EQ("active", state_of(client, "Hanger"));
   EXPECT_EQ(OK, client.command("suspend", "name", "Hanger"));
+  end(starter);
+}
+
+TEST_F(control, tells_the_threads_that_the_guard_calls_stalled)
+{
+  Hanger_Commands hanger;
+  Starter_Process starter(hanger.make_args({"--reactor", "dev_poll", "--threads", "4"}, "-t 50",
+                                           companion_directive("control", ("-s " + path()).c_str())));
+  ASSERT_TRUE(starter.wait_for_event_loop()) << starter.log();
+  Control_Client client(path());
+  json health;
+  ASSERT_TRUE(wait_until([&] { return (health = client.command("health"))["status"] == 0; })) << health;
+  EXPECT_EQ(0, health["stalled_threads"]) << health;
+
+  ASSERT_TRUE(hanger.hang(starter, HANGS[0])) << starter.log();
+  ASSERT_TRUE(wait_until([&] { return (health = client.command("health"))["stalled_threads"] == 1; })) << health;
+  EXPECT_EQ(2, health["status"]) << health;
+  EXPECT_EQ(true, health["loop_answers"]) << health; // the other threads of the pool do
+  EXPECT_EQ("CRITICAL: stalled threads: 1", health["text"]);
+  const json threads = client.command("status")["threads"];
+  EXPECT_EQ(1, std::count_if(threads.begin(), threads.end(), [](const json& t) { return t["state"] == "working"; }))
+      << threads;
+
+  ASSERT_TRUE(hanger.release(starter)) << starter.log();
+  EXPECT_TRUE(wait_until([&] { return (health = client.command("health"))["status"] == 0; })) << health;
+  EXPECT_EQ(0, health["stalled_threads"]) << health;
   end(starter);
 }
 
