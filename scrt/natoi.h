@@ -59,7 +59,7 @@ inline T natoi(U beg, U end, U* eptr)
   U first = beg;
   unsigned v = beg ? digit_value(*beg) : NO_DIGIT;
   if (v > 9) { // no digit comes first: the rare text, which alone is worth a look at the precondition and the sign
-    if (!natoi_traits<U>::pre_cond(beg) || (std::is_unsigned<T>::value && *beg == '-')) {
+    if (!beg || !natoi_traits<U>::pre_cond(beg) || (std::is_unsigned<T>::value && *beg == '-')) {
       ACE_OS::last_error(EINVAL);
       return 0;
     }

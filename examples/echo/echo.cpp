@@ -393,7 +393,7 @@ int Echo::init(int argc, ACE_TCHAR* argv[])
                       MAX_DRAIN_SEC),
                      -1);
 
-  drain_time_.set(static_cast<time_t>(arguments.drain_sec));
+  drain_time_ = ACE_Time_Value(static_cast<time_t>(arguments.drain_sec));
   return open_listener(arguments) == -1 ? -1 : open_status(arguments);
 }
 
