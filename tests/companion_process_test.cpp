@@ -77,8 +77,10 @@ TEST_F(installed_companions, are_all_that_is_installed)
 // A directive that loads nothing is silent, so the library itself is looked for.
 TEST_F(installed_companions, are_loaded_by_their_files)
 {
+  const Temp_Dir runtime;
   Start_Options options;
   options.env["LD_LIBRARY_PATH"] = library_path();
+  options.env["RUNTIME_DIRECTORY"] = runtime.path();
   Starter_Process starter({"-f", conf_dir()}, options);
   ASSERT_TRUE(starter.wait_for_event_loop());
 

@@ -46,11 +46,11 @@ static Loop_Lag& get_loop_lag()
 
 // Only the main thread and its signal handlers touch these.
 static Scrape_Server* server;
-static std::string* asked_address; // as the arguments name it, which the server's may differ from in the port
-static bool is_active;             // the observation
-static bool is_in_hang_up;         // the handler of a hang-up runs
-static bool is_ended;              // by the reload that is under way
-static bool is_renewed;            // likewise
+static std::string asked_address; // as the arguments name it, which the server's may differ from in the port
+static bool is_active;            // the observation
+static bool is_in_hang_up;        // the handler of a hang-up runs
+static bool is_ended;             // by the reload that is under way
+static bool is_renewed;           // likewise
 
 static starter::Counter* reloads;
 
@@ -78,7 +78,7 @@ static void stop_server()
 
 static int start_server(const char* address)
 {
-  if (server && *asked_address == address)
+  if (server && asked_address == address)
     return 0;
   Listener listener;
   if (listener.open(address) != 0)
@@ -89,9 +89,7 @@ static int start_server(const char* address)
   if (started->start(listener) != 0)
     return -1;
   server = started.release();
-  if (!asked_address)
-    asked_address = new std::string;
-  *asked_address = address;
+  asked_address = address;
   LOG_RECORD(LM_INFO, "The metrics are at %C\n", server->address().c_str());
   return 0;
 }
