@@ -2,6 +2,7 @@
 
 #include "companions/common/own_thread.h"
 #include "companions/control/control_socket.h"
+#include "companions/join_until.h"
 
 #include <nlohmann/json.hpp>
 
@@ -43,7 +44,7 @@ void Server::join()
   timespec until = {};
   (void)::clock_gettime(CLOCK_MONOTONIC, &until);
   until.tv_sec += STOP_SEC;
-  if (pthread_clockjoin_np(thread_, nullptr, CLOCK_MONOTONIC, &until) != 0)
+  if (join_until(thread_, until) != 0)
     (void)pthread_detach(thread_); // its code and this object stay as long as the process
 }
 

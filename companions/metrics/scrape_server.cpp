@@ -1,6 +1,7 @@
 #include "companions/metrics/scrape_server.h"
 
 #include "companions/common/own_thread.h"
+#include "companions/join_until.h"
 
 #include <cerrno>
 #include <chrono>
@@ -57,7 +58,7 @@ bool Scrape_Server::stop()
   timespec until{};
   (void)::clock_gettime(CLOCK_MONOTONIC, &until);
   until.tv_sec += STOP_SEC;
-  if (pthread_clockjoin_np(thread_, nullptr, CLOCK_MONOTONIC, &until) == 0)
+  if (join_until(thread_, until) == 0)
     return true;
   (void)pthread_detach(thread_);
   return false;
