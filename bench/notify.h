@@ -9,7 +9,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-/// What the clients of the notification socket send when they are about to start the timer of their keep-alives.
+/// The text that clients of the notification socket send when they are about to start the timer of their keep-alives.
 static const char* const KEEP_ALIVE_BASE = "BASE=1";
 
 /// Send the text to the socket whose path NOTIFY_SOCKET holds. Without a socket, the text goes nowhere.

@@ -9,7 +9,7 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 
-/// What a checker has to know of a process in order to see the files, the variables and the limits that it sees.
+/// The things that a checker has to know of a process to see the files, the variables and the limits that it sees.
 struct Checked_Process
 {
   std::vector<std::string> arguments;   ///< without the name of the program

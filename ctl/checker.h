@@ -8,7 +8,7 @@
 
 #include <sys/types.h>
 
-/// What starter-check says of a process that is to be reloaded.
+/// The answer of starter-check about a process that is to be reloaded.
 struct Check
 {
   enum Result {

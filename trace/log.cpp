@@ -11,7 +11,7 @@
 
 namespace
 {
-/// What the lines of one writer are in the middle of.
+/// The record that the lines of one writer are in the middle of.
 struct Writer
 {
   std::string title; // of the trace at hand, or the line before

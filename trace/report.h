@@ -22,7 +22,7 @@ struct Resolved_Trace
   bool is_complete() const;
 };
 
-/// What there is to say about the modules of a back trace.
+/// The things to say about the modules of a back trace.
 std::vector<std::string> make_notes(const Resolved_Trace& trace, Symboliser& symboliser);
 
 /// The lines for one frame of a back trace: one for each function, the inlined ones first.

@@ -38,7 +38,7 @@ static Biases biases_of(const Frame_Line& frame, const Library& library)
 
 namespace
 {
-/// By the name of a module in the frames, where it was loaded, or none if its frames do not agree with the file.
+/// The place where each module was loaded, by its name in the frames; none if the frames do not agree with the file.
 using Bias_By_Module = std::map<std::string, std::optional<std::uint64_t>>;
 } // namespace
 

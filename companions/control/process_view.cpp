@@ -81,7 +81,7 @@ bool Process_View::refresh()
   const bool is_new = has_loop_run() && (!knows_wanted_ || wanted_reloads_ != ended);
   Wanted_Services wanted = is_new ? configuration_.read() : Wanted_Services();
 
-  // What was seen is true unless somebody has begun to change it meanwhile.
+  // The things that were seen are true unless somebody has begun to change them meanwhile.
   const unsigned seen = begun;
   reloads(begun, ended);
   if (begun != seen || is_changing_)

@@ -4,7 +4,7 @@
 #include "tests/support/requirements.h"
 #include "tests/support/systemd_machine.h"
 
-/// What this machine lacks for a cluster of machines, or for the resource agent in one machine; null when it has all.
+/// Tells what this machine lacks for a cluster, or for the resource agent in one machine; null when it has all.
 inline const char* missing_for_cluster()
 {
   return !is_root()                         ? "root, for namespaces of its own"
